@@ -1,0 +1,120 @@
+// The catalogue as the generator sees it: object types, their attributes and value types.
+#pragma once
+
+#include <cstdint>
+#include <map>
+#include <set>
+#include <string>
+#include <vector>
+
+namespace catgen {
+
+struct Location {
+    std::string file;
+    uint32_t line = 0;
+    uint32_t column = 0;
+};
+
+enum class Form { Uint, Int, Hex, Bool, Status, Refhdl, Ip4, Ip6, Mac, Bytes, String, Enum, Record, Array, KeyRecord };
+
+struct ValueType;
+
+struct Field {
+    std::string name;
+    const ValueType *type = nullptr;
+    std::string type_name;
+    Location at;
+};
+
+struct ValueType {
+    std::string name;
+    Form form = Form::Uint;
+    uint32_t width = 0;
+    std::vector<std::pair<std::string, int64_t>> enum_values;
+    std::vector<Field> fields;           // records and key records
+    std::string element_name;            // arrays
+    const ValueType *element = nullptr;
+    uint32_t bound = 0;
+    int key_of = -1;                     // key records: the object type
+    Location at;
+    bool used = false;
+    int id = -1;                         // position in the generated value type table
+
+    bool by_value() const;               // passed to setters and returned by getters by value
+    std::string c_type() const;          // native C type name
+};
+
+enum class Kind { Key, Scalar, Struct, Array, DirectRefhdl, DirectRefkey, ReadOnly, Element };
+
+struct Attribute {
+    std::string name;
+    std::string type_name;
+    const ValueType *type = nullptr;
+    Kind kind = Kind::Scalar;
+    bool compared = true; // element attributes only
+    Location at;
+};
+
+struct RolePair {
+    std::string role;
+    std::string target;
+    int target_index = -1;
+    bool element = false;
+    bool gated = false;                  // target type has an object-set gate
+    Location at;
+    std::string hdl_key() const { return role + "_" + target + "_refhdl"; }
+    std::string key_key() const { return role + "_" + target + "_refkey"; }
+};
+
+enum class Gate { None, Nonzero, Zero };
+
+struct ObjectType {
+    std::string name;
+    std::string doc;
+    int index = 0;
+    std::string count_key;               // sized types
+    Gate gate = Gate::None;
+    bool npu_mask = false;
+    bool eod = false;
+    bool key_converter = false;
+    std::vector<Attribute> key;
+    std::vector<Attribute> attrs;        // top-level, non-key
+    std::vector<Attribute> members;      // element attributes
+    std::vector<RolePair> roles;         // top-level then element pairs
+    std::set<std::string> quirks;
+    Location at;
+
+    bool sized() const { return !count_key.empty(); }
+    bool has(const char *quirk) const { return quirks.count(quirk) != 0; }
+    size_t attribute_count() const { return key.size() + attrs.size() + members.size(); }
+    uint32_t key_width() const;
+};
+
+struct Catalogue {
+    std::vector<ObjectType> types;
+    std::vector<ValueType> value_types;  // in definition order; key records last
+    std::map<std::string, int> type_index;
+    std::map<std::string, int> value_type_index;
+
+    const ValueType *value_type(const std::string &name) const;
+};
+
+struct Diagnostics {
+    std::vector<std::string> errors;
+    void error(const Location &at, const std::string &message);
+    bool ok() const { return errors.empty(); }
+};
+
+// Reads and checks objects.yaml and value_types.yaml; problems go to diagnostics.
+bool load_catalogue(const std::string &objects_path, const std::string &value_types_path, Catalogue &catalogue,
+                    Diagnostics &diagnostics);
+
+struct Totals {
+    size_t types = 0, attributes = 0, read_only = 0, role_pairs = 0, role_types = 0, direct_refhdl = 0,
+           npu_mask_types = 0, sized = 0, eod = 0, gated_types = 0, gated_pair_types = 0, key_converters = 0,
+           value_types = 0, min_attributes = 0, max_attributes = 0;
+    std::string largest;
+};
+Totals totals(const Catalogue &catalogue);
+
+} // namespace catgen

@@ -114,7 +114,8 @@ JSON_Value *make_integer(Arena &arena, int64_t value, Position at) {
     JSON_Value *v = make(arena, JSONNumber, at);
     v->num.number = double(value);
     v->num.i64 = value;
-    v->integer_kind = value < 0 ? json_value_t::kSigned : json_value_t::kUnsigned;
+    if (value < 0) v->integer_kind = json_value_t::kSigned;
+    else v->integer_kind = json_value_t::kUnsigned;
     return v;
 }
 
@@ -169,7 +170,7 @@ JSON_Value *resolve_plain_scalar(Arena &arena, std::string_view text, Position a
 
 extern "C" {
 
-JSON_Value_Type json_value_get_type(const JSON_Value *value) { return value ? value->type : JSONError; }
+JSON_Value_Type json_value_get_type(const JSON_Value *value) { return value ? JSON_Value_Type(value->type) : JSON_Value_Type(JSONError); }
 
 JSON_Object *json_value_get_object(const JSON_Value *value) {
     return value && value->type == JSONObject ? const_cast<JSON_Object *>(&value->object) : nullptr;

@@ -58,8 +58,9 @@ public:
     const std::string &name() const { return name_; }
     void set_limits(const Limits &limits) { limits_ = limits; }
 
+    struct Impl; // libyaml state; public so the reader's helpers can reach it
+
 private:
-    struct Impl;
     std::unique_ptr<Impl> impl_;
     std::string name_;
     Limits limits_;

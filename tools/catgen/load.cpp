@@ -28,7 +28,7 @@ uint32_t ObjectType::key_width() const {
 bool ValueType::by_value() const {
     switch (form) {
     case Form::Uint: case Form::Int: case Form::Hex: case Form::Bool: case Form::Status:
-    case Form::Refhdl: case Form::Ip4: case Form::Enum:
+    case Form::Refhdl: case Form::HandleName: case Form::Ip4: case Form::Enum:
         return true;
     default:
         return false;
@@ -41,7 +41,7 @@ std::string ValueType::c_type() const {
     case Form::Int: return fmt::format("int{}_t", width * 8);
     case Form::Bool: return "uint8_t";
     case Form::Status: return "int32_t";
-    case Form::Refhdl: return "uint64_t";
+    case Form::Refhdl: case Form::HandleName: return "uint64_t";
     case Form::Ip4: case Form::Enum: return "uint32_t";
     case Form::Ip6: return "pc_ip6_t";
     case Form::Mac: return "pc_mac_t";
@@ -112,6 +112,7 @@ struct Loader {
     void value_type_spec(ValueType &vt, const JSON_Value *spec) {
         const JSON_Object *o = json_value_get_object(spec);
         if (!o) return diag.error(vt.at, fmt::format("value type '{}': expected a mapping", vt.name));
+        no_dump(vt, json_object_get_value(o, "no_dump"));
         if (const JSON_Value *e = json_object_get_value(o, "enum")) return enum_spec(vt, e);
         if (const JSON_Value *r = json_object_get_value(o, "record")) return record_spec(vt, r);
         if (const JSON_Value *a = json_object_get_value(o, "array")) return array_spec(vt, a);
@@ -119,11 +120,11 @@ struct Loader {
         const JSON_Value *width = json_object_get_value(o, "width");
         static const std::map<std::string, Form> forms = {
             {"uint", Form::Uint}, {"int", Form::Int}, {"hex", Form::Hex}, {"bool", Form::Bool},
-            {"status", Form::Status}, {"refhdl", Form::Refhdl}, {"ip4", Form::Ip4}, {"ip6", Form::Ip6},
+            {"status", Form::Status}, {"refhdl", Form::Refhdl}, {"handle_name", Form::HandleName}, {"ip4", Form::Ip4}, {"ip6", Form::Ip6},
             {"mac", Form::Mac}, {"bytes", Form::Bytes}, {"string", Form::String}};
         if (!form || !forms.count(form))
             return diag.error(vt.at, fmt::format("value type '{}': needs enum, record, array or a form ({})",
-                                                 vt.name, "uint, int, hex, bool, status, refhdl, ip4, ip6, mac, bytes, string"));
+                                                 vt.name, "uint, int, hex, bool, status, refhdl, handle_name, ip4, ip6, mac, bytes, string"));
         vt.form = forms.at(form);
         int64_t w = 0;
         if (!pc_json_get_int64(width, &w) || w <= 0 || w > 4096)
@@ -132,10 +133,23 @@ struct Loader {
         bool integer = vt.form == Form::Uint || vt.form == Form::Int || vt.form == Form::Hex;
         if (integer && w != 1 && w != 2 && w != 4 && w != 8)
             diag.error(vt.at, fmt::format("value type '{}': integer width must be 1, 2, 4 or 8", vt.name));
-        static const std::map<Form, uint32_t> fixed = {{Form::Bool, 1}, {Form::Status, 4}, {Form::Refhdl, 8},
+        static const std::map<Form, uint32_t> fixed = {{Form::Bool, 1}, {Form::Status, 4}, {Form::Refhdl, 8}, {Form::HandleName, 8},
                                                         {Form::Ip4, 4}, {Form::Ip6, 16}, {Form::Mac, 6}};
         if (fixed.count(vt.form) && fixed.at(vt.form) != vt.width)
             diag.error(vt.at, fmt::format("value type '{}': a {} is {} bytes wide", vt.name, form, fixed.at(vt.form)));
+    }
+
+    void no_dump(ValueType &vt, const JSON_Value *v) {
+        if (!v) return;
+        const JSON_Array *list = json_value_get_array(v);
+        if (!list) return diag.error(at(v), fmt::format("value type '{}': no_dump is a list of json, recorder", vt.name));
+        for (size_t i = 0; i < json_array_get_count(list); ++i) {
+            const char *s = string_of(json_array_get_value(list, i));
+            std::string which = s ? s : "";
+            if (which == "json") vt.json_dump = false;
+            else if (which == "recorder") vt.recorder_dump = false;
+            else diag.error(at(json_array_get_value(list, i)), fmt::format("value type '{}': no_dump takes json or recorder", vt.name));
+        }
     }
 
     void enum_spec(ValueType &vt, const JSON_Value *e) {
@@ -298,7 +312,7 @@ struct Loader {
     }
 
     void roles(const JSON_Object *o, const char *section, ObjectType &t, bool element) {
-        const JSON_Value *v = json_value_get_object(o) ? json_object_get_value(o, section) : nullptr;
+        const JSON_Value *v = json_object_get_value(o, section);
         if (!v) return;
         const JSON_Object *map = json_value_get_object(v);
         if (!map) return diag.error(at(v), fmt::format("type '{}': {} is a mapping role: [targets]", t.name, section));

@@ -15,7 +15,7 @@ struct Location {
     uint32_t column = 0;
 };
 
-enum class Form { Uint, Int, Hex, Bool, Status, Refhdl, Ip4, Ip6, Mac, Bytes, String, Enum, Record, Array, KeyRecord };
+enum class Form { Uint, Int, Hex, Bool, Status, Refhdl, HandleName, Ip4, Ip6, Mac, Bytes, String, Enum, Record, Array, KeyRecord };
 
 struct ValueType;
 
@@ -38,6 +38,8 @@ struct ValueType {
     int key_of = -1;                     // key records: the object type
     Location at;
     bool used = false;
+    bool json_dump = true;               // json_dump_convert_<type> exists
+    bool recorder_dump = true;           // recorder_dump_convert_<type> exists
     int id = -1;                         // position in the generated value type table
 
     bool by_value() const;               // passed to setters and returned by getters by value

@@ -90,6 +90,13 @@ void check_attribute(Catalogue &cat, Diagnostics &diag, ObjectType &t, Attribute
     std::string who = fmt::format("type '{}', attribute '{}'", t.name, a.name);
     a.type = resolve(cat, diag, a.type_name, a.at, who);
     if (!a.type) return;
+    // attribute values are printed by the recorder, and all but read-only ones are JSON-dumped
+    if (!a.type->recorder_dump)
+        diag.error(a.at, fmt::format("{}: value type '{}' has no recorder converter and serves control fields only",
+                                     who, a.type_name));
+    if (!a.type->json_dump && a.kind != Kind::ReadOnly)
+        diag.error(a.at, fmt::format("{}: value type '{}' is never written to JSON output, so it can only be read-only",
+                                     who, a.type_name));
     Form f = a.type->form;
     if (a.kind == Kind::Key) {
         if (f == Form::Record || f == Form::Array || f == Form::KeyRecord)
@@ -177,7 +184,9 @@ void resolve_and_check(Catalogue &cat, Diagnostics &diag) {
     compute_widths(cat, diag);
     // a value type nobody uses is almost always a typo on one side
     for (auto &vt : cat.value_types) {
-        if (vt.used) continue;
+        if (vt.width > 4096)
+            diag.error(vt.at, fmt::format("value type '{}' is {} bytes wide; at most 4096 fit the engine's buffers", vt.name, vt.width));
+        if (vt.used || !vt.recorder_dump) continue; // types without a recorder converter serve control fields
         if (vt.form == Form::KeyRecord)
             diag.error(vt.at, fmt::format("type '{}' is marked key_converter but nothing references it by key",
                                           cat.types[vt.key_of].name));

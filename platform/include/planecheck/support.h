@@ -1,0 +1,47 @@
+/* The JSON support library and the operation recorder: what the engine calls besides the
+ * per-value-type converters declared in dpa_api.h. */
+#ifndef PLANECHECK_SUPPORT_H
+#define PLANECHECK_SUPPORT_H
+
+#include <stdint.h>
+
+#include "planecheck/process.h"
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+typedef int (*pc_value_printer)(PROCESS *context, const void *value, const char *name);
+
+/* Compares width bytes; on a difference logs both values through printer and counts a mismatch.
+ * Returns 0 when equal, 1 when they differ. */
+int json_cmp(PROCESS *context, const void *received, const void *expected, uint32_t width, const char *name,
+             pc_value_printer printer);
+/* True for the string "NOT_SET": the record expects the attribute to be absent. */
+uint8_t json_expect_not_set(const JSON_Value *value);
+/* Reports and counts an attribute that is set although the record expects it absent. */
+int json_check_not_set(PROCESS *context, uint8_t is_set, const char *name, pc_value_printer printer);
+/* Operation code (DPA_OP_*) of an operation record's "op"; 0 for an unknown op. */
+uint32_t json_get_op_from_rec(const JSON_Object *record);
+/* The integer a JSON value denotes: a number, a numeric string, a status or constant name. */
+int64_t json_value_get_constant(const JSON_Value *value);
+/* Keeps a returned object handle under a name for later refhdl conversions. */
+void json_set_hdl(PROCESS *context, const char *name, uint64_t handle);
+
+/* handlers of the special client steps */
+int json_ports_send(JSON_Value *value, PROCESS *context);
+int json_vlan_send(JSON_Value *value, PROCESS *context);
+int json_route_send(JSON_Value *value, PROCESS *context);
+int json_bundle_send(JSON_Value *value, PROCESS *context);
+int json_get_then_update_send(JSON_Value *value, PROCESS *context);
+
+/* the operation recorder: appends formatted text to the recorder output */
+void recorder_log(const char *format, ...) __attribute__((format(printf, 1, 2)));
+/* nonzero when recorder output goes anywhere: lets callers skip composing records nobody reads */
+int recorder_is_enabled(void);
+
+#ifdef __cplusplus
+}
+#endif
+
+#endif

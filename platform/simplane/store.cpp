@@ -1,0 +1,403 @@
+#include "store.hpp"
+
+#include <algorithm>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <map>
+#include <unordered_set>
+
+namespace simplane {
+namespace {
+
+[[noreturn]] void fail(const char *what, uint16_t type, const Obj obj) {
+    std::fprintf(stderr, "simplane: %s (type %u, object %p)\n", what, unsigned(type), static_cast<void *>(obj));
+    std::abort();
+}
+
+const Layout &layout(uint16_t type) {
+    if (type >= kLayoutCount) fail("unknown type number", type, nullptr);
+    return kLayouts[type];
+}
+
+// An instance is its header, one presence byte per top-level slot, the value area, then the
+// elements: each one presence byte per element slot followed by its values.
+struct Geometry {
+    size_t presence, values, elements, element_stride, size;
+};
+
+size_t align8(size_t n) { return (n + 7) & ~size_t(7); }
+
+Geometry geometry(const Layout &l, uint32_t elements) {
+    Geometry g;
+    g.presence = sizeof(dpa_inst_hdr_t);
+    g.values = g.presence + l.top_count;
+    g.elements = g.values + l.value_size;
+    g.element_stride = l.element_count + l.element_size;
+    g.size = align8(g.elements + g.element_stride * elements);
+    return g;
+}
+
+uint8_t *current(Obj obj) { return static_cast<uint8_t *>(obj->data) + size_t(obj->cur_inst) * obj->inst_size; }
+
+uint8_t *checked(Obj obj, uint16_t type) {
+    if (!obj || !obj->data) fail("null object", type, obj);
+    uint8_t *inst = current(obj);
+    auto *h = reinterpret_cast<dpa_inst_hdr_t *>(inst);
+    if (h->type != type) fail("accessor of one type used on an object of another type", type, obj);
+    return inst;
+}
+
+struct Stored {
+    std::vector<uint8_t> body; // presence, values and elements, as in an instance
+    uint32_t elements = 0;
+    uint64_t hdl = 0;
+};
+
+struct KeyLess {
+    const Layout *l;
+    bool operator()(const std::string &a, const std::string &b) const;
+};
+
+int compare_field(const uint8_t *a, const uint8_t *b, const Slot &s) {
+    if (s.order == KeyOrder::Bytes) return std::memcmp(a, b, s.width);
+    if (s.order == KeyOrder::Signed && s.width <= 8) {
+        int64_t x = 0, y = 0;
+        std::memcpy(&x, a, s.width);
+        std::memcpy(&y, b, s.width);
+        int shift = 64 - 8 * int(s.width);
+        x = (x << shift) >> shift;
+        y = (y << shift) >> shift;
+        return x < y ? -1 : x > y;
+    }
+    for (uint32_t i = s.width; i-- > 0;) // little-endian: the last byte is the most significant
+        if (a[i] != b[i]) return a[i] < b[i] ? -1 : 1;
+    return 0;
+}
+
+bool KeyLess::operator()(const std::string &a, const std::string &b) const {
+    auto *pa = reinterpret_cast<const uint8_t *>(a.data()), *pb = reinterpret_cast<const uint8_t *>(b.data());
+    for (uint16_t i = 0; i < l->key_count; ++i) {
+        int c = compare_field(pa + l->top[i].offset, pb + l->top[i].offset, l->top[i]);
+        if (c) return c < 0;
+    }
+    return false;
+}
+
+using Store = std::map<std::string, Stored, KeyLess>;
+
+struct Armed {
+    std::string text;
+    int32_t status;
+    std::vector<uint32_t> results;
+    uint32_t remaining;
+};
+
+struct State {
+    Config config;
+    std::vector<Store> stores;
+    uint64_t next_handle = 0x1001;
+    std::vector<Armed> injections, results;
+    LogSink log;
+    std::unordered_set<std::string> texts; // get state texts, kept for the life of the process
+
+    State() { reset_stores(); }
+    void reset_stores() {
+        stores.clear();
+        stores.reserve(kLayoutCount);
+        for (uint32_t t = 0; t < kLayoutCount; ++t) stores.emplace_back(KeyLess{&kLayouts[t]});
+        next_handle = 0x1001;
+    }
+};
+
+State &state() {
+    static State s;
+    return s;
+}
+
+void log(int level, const std::string &text) {
+    if (state().log) state().log(level, text);
+}
+
+std::string key_of(const uint8_t *inst, const Layout &l) {
+    return std::string(reinterpret_cast<const char *>(inst + geometry(l, 0).values), l.key_width);
+}
+
+Armed *take(std::vector<Armed> &list, const std::string &text) {
+    for (auto &a : list)
+        if (a.remaining && a.text == text) {
+            --a.remaining;
+            return &a;
+        }
+    return nullptr;
+}
+
+void save(Stored &s, const uint8_t *inst, const Layout &l, const dpa_inst_hdr_t &h) {
+    Geometry g = geometry(l, h.elem_count);
+    s.body.assign(inst + g.presence, inst + g.elements + g.element_stride * h.elem_count);
+    s.elements = h.elem_count;
+}
+
+// Copies what is set on the object over the stored copy.
+void merge(Stored &s, const uint8_t *inst, const Layout &l, const dpa_inst_hdr_t &h) {
+    Geometry g = geometry(l, 0);
+    uint8_t *body = s.body.data();
+    size_t base = g.presence;
+    for (uint16_t i = 0; i < l.top_count; ++i)
+        if (inst[g.presence + i]) {
+            body[i] = 1;
+            std::memcpy(body + (g.values - base) + l.top[i].offset, inst + g.values + l.top[i].offset, l.top[i].width);
+        }
+    for (uint32_t e = 0; e < std::min(s.elements, h.elem_count); ++e) {
+        const uint8_t *src = inst + g.elements + g.element_stride * e;
+        uint8_t *dst = body + (g.elements - base) + g.element_stride * e;
+        for (uint16_t i = 0; i < l.element_count; ++i)
+            if (src[i]) {
+                dst[i] = 1;
+                std::memcpy(dst + l.element_count + l.elements[i].offset, src + l.element_count + l.elements[i].offset,
+                            l.elements[i].width);
+            }
+    }
+}
+
+void load(const Stored &s, uint8_t *inst, const Layout &l, dpa_inst_hdr_t &h) {
+    Geometry g = geometry(l, 0);
+    size_t top = g.elements - g.presence;
+    std::memcpy(inst + g.presence, s.body.data(), top);
+    uint32_t n = std::min(s.elements, h.elem_count);
+    std::memcpy(inst + g.elements, s.body.data() + top, g.element_stride * n);
+    h.hdl = s.hdl;
+    auto &st = state();
+    char text[160];
+    std::snprintf(text, sizeof text, "{\"%s\": \"state=programmed hdl=0x%llx npus=%u\"}", st.config.node.c_str(),
+                  static_cast<unsigned long long>(s.hdl), st.config.npus);
+    h.get_state = st.texts.insert(text).first->c_str();
+}
+
+} // namespace
+
+const char *op_name(uint8_t op) {
+    static const char *const names[] = {"none", "create", "delete", "eod", "update", "get", "get_first", "get_gt_eq", "get_next"};
+    return op < 9 ? names[op] : "unknown";
+}
+
+Obj construct(uint16_t type, uint32_t elements) {
+    const Layout &l = layout(type);
+    // element attributes of plain types are per-NPU values
+    if (!(l.flags & kSized)) elements = l.element_count ? PC_MAX_NPUS : 0;
+    if (elements > kMaxElements) {
+        log(1, std::string("simplane: ") + l.name + ": element count " + std::to_string(elements) + " is above " +
+                   std::to_string(kMaxElements) + "; the object is built with " + std::to_string(kMaxElements));
+        elements = kMaxElements;
+    }
+    Geometry g = geometry(l, elements);
+    auto *obj = static_cast<ofa_client_obj_base_s *>(std::calloc(1, sizeof(ofa_client_obj_base_s) + g.size));
+    if (!obj) fail("out of memory", type, nullptr);
+    obj->inst_count = 1;
+    obj->inst_size = uint32_t(g.size);
+    obj->data = obj + 1;
+    auto *h = static_cast<dpa_inst_hdr_t *>(obj->data);
+    h->type = type;
+    h->elem_count = elements;
+    h->inst_size = uint32_t(g.size);
+    return obj;
+}
+
+void destroy(Obj obj, uint16_t type) {
+    if (!obj) return;
+    checked(obj, type);
+    std::free(obj);
+}
+
+dpa_inst_hdr_t &header(Obj obj, uint16_t type) { return *reinterpret_cast<dpa_inst_hdr_t *>(checked(obj, type)); }
+
+void set_key(Obj obj, uint16_t type, const void *key) {
+    const Layout &l = layout(type);
+    std::memcpy(checked(obj, type) + geometry(l, 0).values, key, l.key_count ? l.key_width : 0);
+}
+
+void get_key(Obj obj, uint16_t type, void *key) {
+    const Layout &l = layout(type);
+    std::memset(key, 0, l.key_width);
+    std::memcpy(key, checked(obj, type) + geometry(l, 0).values, l.key_count ? l.key_width : 0);
+}
+
+void set(Obj obj, uint16_t type, uint16_t slot, const void *value) {
+    const Layout &l = layout(type);
+    uint8_t *inst = checked(obj, type);
+    Geometry g = geometry(l, 0);
+    inst[g.presence + slot] = 1;
+    std::memcpy(inst + g.values + l.top[slot].offset, value, l.top[slot].width);
+}
+
+void get(Obj obj, uint16_t type, uint16_t slot, void *out) {
+    const Layout &l = layout(type);
+    std::memcpy(out, checked(obj, type) + geometry(l, 0).values + l.top[slot].offset, l.top[slot].width);
+}
+
+uint8_t is_set(Obj obj, uint16_t type, uint16_t slot) {
+    return checked(obj, type)[geometry(layout(type), 0).presence + slot];
+}
+
+namespace {
+uint8_t *element(Obj obj, uint16_t type, uint32_t index, const Geometry &g, bool writing) {
+    uint8_t *inst = checked(obj, type);
+    uint32_t count = reinterpret_cast<dpa_inst_hdr_t *>(inst)->elem_count;
+    if (index >= count) {
+        if (writing)
+            log(1, std::string("simplane: ") + layout(type).name + ": member " + std::to_string(index) +
+                       " is beyond the object's " + std::to_string(count) + " element(s); it is ignored");
+        return nullptr;
+    }
+    return inst + g.elements + g.element_stride * index;
+}
+} // namespace
+
+void set_at(Obj obj, uint16_t type, uint16_t slot, uint32_t index, const void *value) {
+    const Layout &l = layout(type);
+    Geometry g = geometry(l, 0);
+    uint8_t *e = element(obj, type, index, g, true);
+    if (!e) return;
+    e[slot] = 1;
+    std::memcpy(e + l.element_count + l.elements[slot].offset, value, l.elements[slot].width);
+}
+
+void get_at(Obj obj, uint16_t type, uint16_t slot, uint32_t index, void *out) {
+    const Layout &l = layout(type);
+    Geometry g = geometry(l, 0);
+    uint8_t *e = element(obj, type, index, g, false);
+    if (e) std::memcpy(out, e + l.element_count + l.elements[slot].offset, l.elements[slot].width);
+    else std::memset(out, 0, l.elements[slot].width);
+}
+
+uint8_t is_set_at(Obj obj, uint16_t type, uint16_t slot, uint32_t index) {
+    const Layout &l = layout(type);
+    uint8_t *e = element(obj, type, index, geometry(l, 0), false);
+    return e ? e[slot] : 0;
+}
+
+void set_retry_mode(Obj obj, uint16_t type, uint8_t retry) {
+    dpa_inst_hdr_t &h = header(obj, type);
+    h.flags = retry ? (h.flags | DPA_FLAG_RETRY_MODE) : (h.flags & ~DPA_FLAG_RETRY_MODE);
+}
+
+uint32_t npu_result(Obj obj, uint16_t type, uint32_t npu) {
+    return npu < PC_MAX_NPUS ? header(obj, type).npu_result[npu] : 0;
+}
+
+int32_t run(Obj obj, uint16_t type, uint8_t op, bool server) {
+    const Layout &l = layout(type);
+    uint8_t *inst = checked(obj, type);
+    auto &h = *reinterpret_cast<dpa_inst_hdr_t *>(inst);
+    h.op = op;
+    auto &st = state();
+    std::string text = std::string(l.name) + " " + op_name(op);
+    std::memset(h.npu_result, 0, sizeof h.npu_result);
+    if (Armed *r = take(st.results, text))
+        for (size_t i = 0; i < r->results.size() && i < PC_MAX_NPUS; ++i) h.npu_result[i] = r->results[i];
+    if (Armed *inj = take(st.injections, text)) {
+        log(0, "simplane: injected status " + std::to_string(inj->status) + " into " + text + " (" +
+                   std::to_string(inj->remaining) + " more armed)");
+        return inj->status;
+    }
+    Store &store = st.stores[type];
+    std::string key = key_of(inst, l);
+    switch (op) {
+    case DPA_OP_CREATE: {
+        auto [it, fresh] = store.try_emplace(key);
+        if (!fresh) return kEexist;
+        save(it->second, inst, l, h);
+        it->second.hdl = h.hdl = st.next_handle++;
+        return kEok;
+    }
+    case DPA_OP_UPDATE: {
+        auto it = store.find(key);
+        if (it == store.end()) return kEnoent;
+        merge(it->second, inst, l, h);
+        h.hdl = it->second.hdl;
+        return kEok;
+    }
+    case DPA_OP_DELETE: return store.erase(key) ? kEok : kEnoent;
+    case DPA_OP_EOD: return kEok;
+    default: break;
+    }
+    Store::iterator it = store.end();
+    if (op == DPA_OP_GET) it = store.find(key);
+    else if (op == DPA_OP_GET_FIRST) it = store.begin();
+    else if (op == DPA_OP_GET_NEXT) it = store.upper_bound(key);
+    else if (op == DPA_OP_GET_GT_EQ) it = store.lower_bound(key);
+    if (it == store.end()) return kEnoent;
+    load(it->second, inst, l, h);
+    (void)server;
+    return kEok;
+}
+
+int32_t replay(uint16_t type, Replay which) {
+    static const char *const names[] = {"replay", "replay_start", "replay_end"};
+    std::string text = std::string(layout(type).name) + " " + names[int(which)];
+    if (Armed *inj = take(state().injections, text)) return inj->status;
+    log(0, "simplane: " + text);
+    return kEok;
+}
+
+int32_t chain_walk(uint16_t type, const void *, dpa_walk_opts_t options) {
+    log(0, std::string("simplane: chain walk of ") + layout(type).name + " depth " + std::to_string(options.depth) +
+               " trans_id " + std::to_string(options.trans_id));
+    return kEok;
+}
+
+void print_self(Obj obj, uint16_t type, dpa_print_opts_t options, int) {
+    log(0, std::string("simplane: ") + layout(type).name + " handle " + std::to_string(header(obj, type).hdl) +
+               " trans_id " + std::to_string(options.trans_id));
+}
+
+Obj typed(Obj base, uint16_t type) {
+    checked(base, type);
+    return base;
+}
+
+dpa_inst_hdr_t *instance(Obj obj, uint16_t type, uint32_t index) {
+    if (!obj || index >= obj->inst_count) fail("instance index out of range", type, obj);
+    auto *h = reinterpret_cast<dpa_inst_hdr_t *>(static_cast<uint8_t *>(obj->data) + size_t(index) * obj->inst_size);
+    if (h->type != type) fail("instance of another type", type, obj);
+    return h;
+}
+
+void configure(const Config &c) { state().config = c; }
+const Config &config() { return state().config; }
+
+void reset() {
+    auto &st = state();
+    st.reset_stores();
+    st.injections.clear();
+    st.results.clear();
+}
+
+void arm_injection(const std::string &op_text, int32_t status, uint32_t times) {
+    state().injections.push_back({op_text, status, {}, times});
+}
+
+void arm_npu_results(const std::string &op_text, const std::vector<uint32_t> &results, uint32_t times) {
+    state().results.push_back({op_text, 0, results, times});
+}
+
+size_t armed_count() {
+    size_t n = 0;
+    for (const auto *list : {&state().injections, &state().results})
+        for (const auto &a : *list) n += a.remaining;
+    return n;
+}
+
+void set_log(LogSink sink) { state().log = std::move(sink); }
+size_t stored_count(uint16_t type) { return state().stores[type].size(); }
+
+} // namespace simplane
+
+extern "C" {
+
+void dpa_error_inject_start(const char *text) { simplane::log(0, std::string("simplane: error injection start: ") + text); }
+void dpa_error_inject_end(const char *text) { simplane::log(0, std::string("simplane: error injection end: ") + text); }
+uint32_t syspro_config_get_max_num_npus(void) { return simplane::config().npus; }
+uint32_t platform_get_router_type(void) { return simplane::config().router_type; }
+
+}

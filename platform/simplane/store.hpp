@@ -1,0 +1,71 @@
+// simplane: the reference data plane. A generic in-memory object store keyed by each type's key
+// record; the generated per-type C functions (api_macros.hpp) forward here.
+#pragma once
+
+#include "layout.hpp"
+#include "planecheck/platform_types.h"
+
+#include <cstdint>
+#include <functional>
+#include <string>
+#include <vector>
+
+namespace simplane {
+
+using Obj = ofa_client_obj_base_t;
+
+// Status codes: the class is the low 9 bits, numbered like errno.
+enum Status : int32_t { kEok = 0, kEnoent = 2, kEnomem = 12, kEexist = 17, kEinval = 22 };
+
+constexpr uint32_t kMaxElements = 65536;
+
+enum class Replay { Replay, Start, End };
+
+Obj construct(uint16_t type, uint32_t elements);
+void destroy(Obj obj, uint16_t type);
+dpa_inst_hdr_t &header(Obj obj, uint16_t type);
+void set_key(Obj obj, uint16_t type, const void *key);
+void get_key(Obj obj, uint16_t type, void *key);
+void set(Obj obj, uint16_t type, uint16_t slot, const void *value);
+void get(Obj obj, uint16_t type, uint16_t slot, void *out);
+uint8_t is_set(Obj obj, uint16_t type, uint16_t slot);
+void set_at(Obj obj, uint16_t type, uint16_t slot, uint32_t index, const void *value);
+void get_at(Obj obj, uint16_t type, uint16_t slot, uint32_t index, void *out);
+uint8_t is_set_at(Obj obj, uint16_t type, uint16_t slot, uint32_t index);
+void set_retry_mode(Obj obj, uint16_t type, uint8_t retry);
+uint32_t npu_result(Obj obj, uint16_t type, uint32_t npu);
+
+int32_t run(Obj obj, uint16_t type, uint8_t op, bool server);
+int32_t replay(uint16_t type, Replay which);
+int32_t chain_walk(uint16_t type, const void *key, dpa_walk_opts_t options);
+void print_self(Obj obj, uint16_t type, dpa_print_opts_t options, int flags);
+Obj typed(Obj base, uint16_t type);
+dpa_inst_hdr_t *instance(Obj obj, uint16_t type, uint32_t index);
+int32_t batch_enqueue(ofa_batch_list_t list, Obj obj, uint16_t type, uint8_t op);
+
+// ---- set-up by the runner and by tests -------------------------------------------------
+struct Config {
+    uint32_t npus = 4;
+    uint32_t router_type = 16;
+    std::string node = "node0";
+};
+void configure(const Config &config);
+const Config &config();
+// Empties every store and forgets armed injections and results; handles restart at 0x1001.
+void reset();
+
+// The next `times` operations named by `op_text` ("test_if create") return `status`.
+void arm_injection(const std::string &op_text, int32_t status, uint32_t times);
+// The next `times` operations named by `op_text` report these per-NPU results.
+void arm_npu_results(const std::string &op_text, const std::vector<uint32_t> &results, uint32_t times);
+size_t armed_count();
+
+// Lines simplane writes about what it does: level 0 information, 1 errors.
+using LogSink = std::function<void(int level, const std::string &text)>;
+void set_log(LogSink sink);
+
+// Store introspection for tests.
+size_t stored_count(uint16_t type);
+const char *op_name(uint8_t op);
+
+} // namespace simplane

@@ -1,0 +1,432 @@
+// The converters of every value type, generic over the value's form.
+#include "planecheck/session.hpp"
+#include "recorder_sink.hpp"
+#include "value_forms.hpp"
+
+#include <arpa/inet.h>
+
+#include <cctype>
+#include <cinttypes>
+#include <cmath>
+#include <cstring>
+#include <string>
+
+namespace pc::support {
+namespace {
+
+std::string describe(const JSON_Value *v) {
+    switch (json_value_get_type(v)) {
+    case JSONString: {
+        std::string s = json_value_get_string(v);
+        if (s.size() > 40) s = s.substr(0, 37) + "...";
+        return "the string \"" + s + "\"";
+    }
+    case JSONNumber: {
+        char text[64];
+        std::snprintf(text, sizeof text, "%.17g", json_value_get_number(v));
+        return std::string("the number ") + text;
+    }
+    case JSONBoolean: return json_value_get_boolean(v) ? "true" : "false";
+    case JSONNull: return "null";
+    case JSONObject: return "an object";
+    case JSONArray: return "a list";
+    default: return "nothing";
+    }
+}
+
+// Parses decimal, 0x hexadecimal and negative integer text. `hex` tells that it was written in hex.
+bool parse_integer_text(const std::string &s, int64_t &value, bool &negative, uint64_t &magnitude, bool &hex) {
+    size_t i = 0;
+    negative = false;
+    hex = false;
+    if (i < s.size() && (s[i] == '-' || s[i] == '+')) negative = s[i++] == '-';
+    int base = 10;
+    if (s.size() - i > 2 && s[i] == '0' && (s[i + 1] == 'x' || s[i + 1] == 'X')) base = 16, i += 2, hex = true;
+    if (i >= s.size()) return false;
+    magnitude = 0;
+    for (; i < s.size(); ++i) {
+        int d = std::isdigit(static_cast<unsigned char>(s[i])) ? s[i] - '0'
+                : base == 16 && std::isxdigit(static_cast<unsigned char>(s[i])) ? std::tolower(s[i]) - 'a' + 10
+                                                                                : -1;
+        if (d < 0 || d >= base) return false;
+        if (magnitude > (UINT64_MAX - uint64_t(d)) / uint64_t(base)) return false;
+        magnitude = magnitude * uint64_t(base) + uint64_t(d);
+    }
+    value = negative ? int64_t(0 - magnitude) : int64_t(magnitude);
+    return true;
+}
+
+struct Converter {
+    PROCESS *context;
+    bool ok = true;
+
+    void error(const JSON_Value *v, const std::string &name, const std::string &what) {
+        ok = false;
+        report_value_error(context, v, name + ": " + what);
+    }
+
+    // An integer of `width` bytes. Hex text is taken as a bit pattern of that width.
+    bool integer(const JSON_Value *v, const std::string &name, uint32_t width, bool is_signed, uint64_t &bits) {
+        bool negative = false, hex = false;
+        uint64_t magnitude = 0;
+        int64_t value = 0;
+        switch (json_value_get_type(v)) {
+        case JSONNumber: {
+            uint64_t u;
+            int64_t s;
+            if (pc_json_get_uint64(v, &u)) magnitude = u;
+            else if (pc_json_get_int64(v, &s)) negative = true, magnitude = uint64_t(0) - uint64_t(s);
+            else {
+                double d = json_value_get_number(v);
+                if (d != std::floor(d) || std::fabs(d) > 1.8e19) {
+                    error(v, name, "expected a whole number, got " + describe(v));
+                    return false;
+                }
+                negative = d < 0;
+                magnitude = uint64_t(std::fabs(d));
+            }
+            break;
+        }
+        case JSONBoolean: magnitude = uint64_t(json_value_get_boolean(v)); break;
+        case JSONString: {
+            std::string s = json_value_get_string(v);
+            int32_t status;
+            if (status_from_name(s, status)) {
+                negative = status < 0;
+                magnitude = negative ? uint64_t(0) - uint64_t(int64_t(status)) : uint64_t(status);
+            } else if (!parse_integer_text(s, value, negative, magnitude, hex)) {
+                error(v, name, "expected a number, got " + describe(v));
+                return false;
+            }
+            break;
+        }
+        default: error(v, name, "expected a number, got " + describe(v)); return false;
+        }
+        unsigned bitsz = width * 8;
+        uint64_t mask = bitsz >= 64 ? UINT64_MAX : (uint64_t(1) << bitsz) - 1;
+        bool fits;
+        if (hex && !negative) fits = magnitude <= mask;
+        else if (is_signed)
+            fits = negative ? magnitude <= (uint64_t(1) << (bitsz - 1)) : magnitude <= (mask >> 1);
+        else fits = !negative && magnitude <= mask;
+        if (!fits) {
+            error(v, name, "value " + std::string(negative ? "-" : "") + std::to_string(magnitude) + " does not fit in " +
+                               std::to_string(width) + (is_signed ? " signed" : " unsigned") + " byte(s)");
+            return false;
+        }
+        bits = negative ? uint64_t(0) - magnitude : magnitude;
+        return true;
+    }
+
+    void store_bits(void *out, uint64_t bits, uint32_t width) { std::memcpy(out, &bits, width); } // little-endian host
+
+    void convert(const ValueForm &f, void *out, const JSON_Value *v, const std::string &name) {
+        uint64_t bits = 0;
+        switch (f.form) {
+        case Form::Uint: case Form::Hex:
+            if (integer(v, name, f.width, false, bits)) store_bits(out, bits, f.width);
+            return;
+        case Form::Int: case Form::Status:
+            if (integer(v, name, f.width, f.form == Form::Int, bits)) store_bits(out, bits, f.width);
+            return;
+        case Form::Bool: return boolean(v, out, name);
+        case Form::Refhdl: return handle(v, out, name);
+        case Form::HandleName: return handle_name(v, out, name);
+        case Form::Ip4: return ip4(v, out, name);
+        case Form::Ip6: return ip6(v, out, name);
+        case Form::Mac: return mac(v, out, name);
+        case Form::Bytes: return bytes(f, v, out, name);
+        case Form::String: return text(f, v, out, name);
+        case Form::Enum: return enumeration(f, v, out, name);
+        case Form::Record: case Form::KeyRecord: return record(f, v, out, name);
+        case Form::Array: return array(f, v, out, name);
+        }
+    }
+
+    void boolean(const JSON_Value *v, void *out, const std::string &name) {
+        int b = -1;
+        if (json_value_get_type(v) == JSONBoolean) b = json_value_get_boolean(v);
+        else if (json_value_get_type(v) == JSONNumber && (json_value_get_number(v) == 0 || json_value_get_number(v) == 1))
+            b = int(json_value_get_number(v));
+        else if (const char *s = json_value_get_string(v)) {
+            if (!std::strcmp(s, "true") || !std::strcmp(s, "1")) b = 1;
+            if (!std::strcmp(s, "false") || !std::strcmp(s, "0")) b = 0;
+        }
+        if (b < 0) return error(v, name, "expected true or false, got " + describe(v));
+        *static_cast<uint8_t *>(out) = uint8_t(b);
+    }
+
+    void handle(const JSON_Value *v, void *out, const std::string &name) {
+        if (const char *s = json_value_get_string(v)) {
+            pc_session *session = context ? context->session : nullptr;
+            if (session) {
+                auto it = session->handles.find(s);
+                if (it != session->handles.end()) {
+                    std::memcpy(out, &it->second, 8);
+                    return;
+                }
+            }
+            int64_t value;
+            bool negative, hex;
+            uint64_t magnitude;
+            if (parse_integer_text(s, value, negative, magnitude, hex) && !negative) {
+                std::memcpy(out, &magnitude, 8);
+                return;
+            }
+            return error(v, name, std::string("unknown handle name '") + s + "' (no earlier record stored a handle under it with \"hdl\")");
+        }
+        uint64_t bits;
+        if (integer(v, name, 8, false, bits)) std::memcpy(out, &bits, 8);
+    }
+
+    // The "hdl" control field: a number, or a name; a name not stored yet is a record naming a
+    // new handle, and reads as 0.
+    void handle_name(const JSON_Value *v, void *out, const std::string &name) {
+        if (const char *s = json_value_get_string(v)) {
+            pc_session *session = context ? context->session : nullptr;
+            if (!session) return;
+            auto it = session->handles.find(s);
+            if (it != session->handles.end()) std::memcpy(out, &it->second, 8);
+            return;
+        }
+        uint64_t bits;
+        if (integer(v, name, 8, false, bits)) std::memcpy(out, &bits, 8);
+    }
+
+    void ip4(const JSON_Value *v, void *out, const std::string &name) {
+        if (const char *s = json_value_get_string(v)) {
+            in_addr a{};
+            if (inet_pton(AF_INET, s, &a) != 1) return error(v, name, "expected an IPv4 address like \"10.0.0.1\", got " + describe(v));
+            uint32_t host = ntohl(a.s_addr);
+            std::memcpy(out, &host, 4);
+            return;
+        }
+        uint64_t bits;
+        if (integer(v, name, 4, false, bits)) store_bits(out, bits, 4);
+    }
+
+    void ip6(const JSON_Value *v, void *out, const std::string &name) {
+        const char *s = json_value_get_string(v);
+        if (!s || inet_pton(AF_INET6, s, out) != 1)
+            error(v, name, "expected an IPv6 address like \"2001:db8::1\", got " + describe(v));
+    }
+
+    void mac(const JSON_Value *v, void *out, const std::string &name) {
+        const char *s = json_value_get_string(v);
+        unsigned b[6];
+        char sep[5], end;
+        if (!s || std::sscanf(s, "%2x%c%2x%c%2x%c%2x%c%2x%c%2x%c", &b[0], &sep[0], &b[1], &sep[1], &b[2], &sep[2], &b[3],
+                              &sep[3], &b[4], &sep[4], &b[5], &end) != 11 ||
+            std::strlen(s) != 17)
+            return error(v, name, "expected a MAC address like \"00:11:22:33:44:55\", got " + describe(v));
+        for (char c : sep)
+            if (c != ':' && c != '-') return error(v, name, "expected a MAC address like \"00:11:22:33:44:55\", got " + describe(v));
+        for (int i = 0; i < 6; ++i) static_cast<uint8_t *>(out)[i] = uint8_t(b[i]);
+    }
+
+    // Bytes are a little-endian number: written as a number, or as hex text of up to 2*width digits.
+    void bytes(const ValueForm &f, const JSON_Value *v, void *out, const std::string &name) {
+        auto *p = static_cast<uint8_t *>(out);
+        const char *s = json_value_get_string(v);
+        if (s && (s[0] == '0' && (s[1] == 'x' || s[1] == 'X'))) {
+            std::string digits(s + 2);
+            if (digits.empty() || digits.size() > 2 * f.width || digits.find_first_not_of("0123456789abcdefABCDEF") != std::string::npos)
+                return error(v, name, "expected a number or up to " + std::to_string(2 * f.width) + " hex digits, got " + describe(v));
+            for (size_t i = 0; i < digits.size(); ++i) {
+                size_t from_right = digits.size() - 1 - i;
+                int d = std::isdigit(static_cast<unsigned char>(digits[i])) ? digits[i] - '0' : std::tolower(digits[i]) - 'a' + 10;
+                p[from_right / 2] |= uint8_t(d << (4 * (from_right % 2)));
+            }
+            return;
+        }
+        uint64_t bits;
+        if (integer(v, name, 8, false, bits)) std::memcpy(p, &bits, std::min<uint32_t>(8, f.width));
+    }
+
+    void text(const ValueForm &f, const JSON_Value *v, void *out, const std::string &name) {
+        const char *s = json_value_get_string(v);
+        if (!s) return error(v, name, "expected a string, got " + describe(v));
+        size_t n = std::strlen(s);
+        if (n >= f.width) {
+            error(v, name, "the string is " + std::to_string(n) + " bytes long; at most " + std::to_string(f.width - 1) +
+                               " fit, the rest is cut off");
+            n = f.width - 1;
+        }
+        std::memcpy(out, s, n);
+    }
+
+    void enumeration(const ValueForm &f, const JSON_Value *v, void *out, const std::string &name) {
+        if (const char *s = json_value_get_string(v)) {
+            std::string prefix = f.constant_prefix ? f.constant_prefix : "";
+            for (uint32_t i = 0; i < f.value_count; ++i) {
+                std::string c = prefix + f.values[i].name;
+                for (char &ch : c) ch = char(std::toupper(static_cast<unsigned char>(ch)));
+                if (!std::strcmp(s, f.values[i].name) || c == s) {
+                    int32_t value = int32_t(f.values[i].value);
+                    std::memcpy(out, &value, 4);
+                    return;
+                }
+            }
+            int64_t value;
+            bool negative, hex;
+            uint64_t magnitude;
+            if (!parse_integer_text(s, value, negative, magnitude, hex)) {
+                std::string names;
+                for (uint32_t i = 0; i < f.value_count; ++i) names += std::string(i ? ", " : "") + f.values[i].name;
+                return error(v, name, "unknown value '" + std::string(s) + "' of " + f.name + " (one of: " + names + ")");
+            }
+        }
+        uint64_t bits;
+        if (integer(v, name, 4, true, bits)) store_bits(out, bits, 4);
+    }
+
+    void record(const ValueForm &f, const JSON_Value *v, void *out, const std::string &name) {
+        const JSON_Object *o = json_value_get_object(v);
+        if (!o) return error(v, name, std::string("expected an object with the fields of ") + f.name + ", got " + describe(v));
+        for (size_t i = 0; i < json_object_get_count(o); ++i) {
+            const char *member = json_object_get_name(o, i);
+            const FieldForm *field = nullptr;
+            for (uint32_t k = 0; k < f.field_count && !field; ++k)
+                if (!std::strcmp(f.fields[k].name, member)) field = &f.fields[k];
+            const JSON_Value *mv = json_object_get_value_at(o, i);
+            if (!field) {
+                std::string names;
+                for (uint32_t k = 0; k < f.field_count; ++k) names += std::string(k ? ", " : "") + f.fields[k].name;
+                error(mv, name, std::string("unknown field '") + member + "' of " + f.name + " (fields: " + names + ")");
+                continue;
+            }
+            convert(*field->type, static_cast<uint8_t *>(out) + field->offset, mv, name + "." + member);
+        }
+    }
+
+    void array(const ValueForm &f, const JSON_Value *v, void *out, const std::string &name) {
+        const JSON_Array *a = json_value_get_array(v);
+        if (!a) return error(v, name, "expected a list, got " + describe(v));
+        size_t n = json_array_get_count(a);
+        if (n > f.bound) {
+            error(v, name, "the list has " + std::to_string(n) + " elements; " + f.name + " holds at most " +
+                               std::to_string(f.bound) + ", the rest is left out");
+            n = f.bound;
+        }
+        uint32_t count = uint32_t(n);
+        std::memcpy(out, &count, 4);
+        for (size_t i = 0; i < n; ++i)
+            convert(*f.element, static_cast<uint8_t *>(out) + 4 + i * f.element->width, json_array_get_value(a, i),
+                    name + "[" + std::to_string(i) + "]");
+    }
+};
+
+uint64_t load_bits(const void *p, uint32_t width) {
+    uint64_t bits = 0;
+    std::memcpy(&bits, p, std::min<uint32_t>(width, 8));
+    return bits;
+}
+
+int64_t load_signed(const void *p, uint32_t width) {
+    uint64_t bits = load_bits(p, width);
+    int shift = 64 - 8 * int(width);
+    return int64_t(bits << shift) >> shift;
+}
+
+std::string quoted(const char *s, size_t max) {
+    std::string out = "\"";
+    for (size_t i = 0; i < max && s[i]; ++i) {
+        unsigned char c = static_cast<unsigned char>(s[i]);
+        if (c == '"' || c == '\\') out += '\\', out += char(c);
+        else if (c < 0x20) {
+            char esc[8];
+            std::snprintf(esc, sizeof esc, "\\u%04x", c);
+            out += esc;
+        } else out += char(c);
+    }
+    return out + "\"";
+}
+
+} // namespace
+
+// The value as JSON text: what both the recorder and the JSON dump write, and what convert() reads back.
+std::string format_value(const ValueForm &f, const void *p) {
+    char text[64];
+    switch (f.form) {
+    case Form::Uint: return std::to_string(load_bits(p, f.width));
+    case Form::Int: case Form::Status: return std::to_string(load_signed(p, f.width));
+    case Form::Hex: std::snprintf(text, sizeof text, "\"0x%" PRIx64 "\"", load_bits(p, f.width)); return text;
+    case Form::Bool: return *static_cast<const uint8_t *>(p) ? "true" : "false";
+    case Form::Refhdl: case Form::HandleName:
+        std::snprintf(text, sizeof text, "\"0x%" PRIx64 "\"", load_bits(p, 8));
+        return text;
+    case Form::Ip4: {
+        uint32_t host = uint32_t(load_bits(p, 4));
+        std::snprintf(text, sizeof text, "\"%u.%u.%u.%u\"", host >> 24, (host >> 16) & 255, (host >> 8) & 255, host & 255);
+        return text;
+    }
+    case Form::Ip6: {
+        char a[INET6_ADDRSTRLEN];
+        inet_ntop(AF_INET6, p, a, sizeof a);
+        return std::string("\"") + a + "\"";
+    }
+    case Form::Mac: {
+        auto *b = static_cast<const uint8_t *>(p);
+        std::snprintf(text, sizeof text, "\"%02x:%02x:%02x:%02x:%02x:%02x\"", b[0], b[1], b[2], b[3], b[4], b[5]);
+        return text;
+    }
+    case Form::Bytes: {
+        auto *b = static_cast<const uint8_t *>(p);
+        bool small = true;
+        for (uint32_t i = 6; i < f.width; ++i) small &= b[i] == 0;
+        if (small) return std::to_string(load_bits(p, std::min<uint32_t>(f.width, 6)));
+        std::string out = "\"0x";
+        for (uint32_t i = f.width; i-- > 0;) {
+            std::snprintf(text, sizeof text, "%02x", b[i]);
+            out += text;
+        }
+        return out + "\"";
+    }
+    case Form::String: return quoted(static_cast<const char *>(p), f.width);
+    case Form::Enum: {
+        int32_t v = int32_t(load_signed(p, 4));
+        for (uint32_t i = 0; i < f.value_count; ++i)
+            if (f.values[i].value == v) return std::string("\"") + f.values[i].name + "\"";
+        return std::to_string(v);
+    }
+    case Form::Record: case Form::KeyRecord: {
+        std::string out = "{";
+        for (uint32_t i = 0; i < f.field_count; ++i)
+            out += std::string(i ? ", \"" : "\"") + f.fields[i].name + "\": " +
+                   format_value(*f.fields[i].type, static_cast<const uint8_t *>(p) + f.fields[i].offset);
+        return out + "}";
+    }
+    case Form::Array: {
+        uint32_t n = uint32_t(load_bits(p, 4));
+        if (n > f.bound) n = f.bound;
+        std::string out = "[";
+        for (uint32_t i = 0; i < n; ++i)
+            out += (i ? ", " : "") + format_value(*f.element, static_cast<const uint8_t *>(p) + 4 + i * f.element->width);
+        return out + "]";
+    }
+    }
+    return "null";
+}
+
+int convert(PROCESS *context, const ValueForm &form, void *out, JSON_Value *value, const char *name) {
+    Converter c{context};
+    c.convert(form, out, value, name ? name : "value");
+    return c.ok ? 0 : -1;
+}
+
+int json_dump(PROCESS *context, const ValueForm &form, const void *value, const char *name) {
+    if (!context || !context->session) return -1;
+    std::string &doc = context->session->dump_document;
+    doc += "  \"";
+    doc += name ? name : "";
+    doc += "\": " + format_value(form, value) + ",\n";
+    return 0;
+}
+
+int recorder_dump(PROCESS *, const ValueForm &form, const void *value, const char *name) {
+    if (!pc::recorder::active()) return 0; // nothing would see the text
+    pc::recorder::write_field(name, format_value(form, value));
+    return 0;
+}
+
+} // namespace pc::support

@@ -1,0 +1,44 @@
+// The runner-owned part of the scenario context: where log lines go, the statistics, the handle
+// names and the JSON dump document. The runner (or a test) owns one per scenario.
+#pragma once
+
+#include "planecheck/process.h"
+
+#include <array>
+#include <cstdint>
+#include <functional>
+#include <string>
+#include <unordered_map>
+
+struct pc_session {
+    // level 0 information, 1 errors; `line` is the scenario line the text is about (0: the step's)
+    std::function<void(int level, const std::string &text, uint32_t line)> log;
+    std::array<uint64_t, PC_STAT_KINDS> stats{};
+    std::unordered_map<std::string, uint64_t> handles;
+    std::string dump_document; // what json_dump_convert_<type> writes
+
+    uint64_t mismatches() const { return stats[PC_STAT_MISMATCH]; }
+    uint64_t value_errors() const { return stats[PC_STAT_VALUE_ERROR]; }
+};
+
+namespace pc::support {
+
+// A context with its session, ready to use: what tests and the runner start from.
+struct Context {
+    PROCESS process{};
+    pc_session session;
+    Context() { process.session = &session; process.mode = 1; process.router_type = 16; }
+    Context(const Context &) = delete;
+    Context &operator=(const Context &) = delete;
+    PROCESS *get() { return &process; }
+};
+
+// Status names ("ENOENT") and the don't-care value, as scenarios may write them.
+bool status_from_name(const std::string &name, int32_t &status);
+const char *status_name(int32_t status_class);
+
+// Reports a scenario value that cannot be converted: one level-1 line naming the attribute,
+// located at the value's own line, counted as a value error.
+void report_value_error(PROCESS *context, const JSON_Value *value, const std::string &text);
+
+} // namespace pc::support

@@ -1,0 +1,76 @@
+// Runner services: the logger, the statistics and status texts.
+#include "planecheck/session.hpp"
+
+#include <cstdarg>
+#include <cstdio>
+#include <cstring>
+#include <map>
+
+namespace pc::support {
+namespace {
+
+const std::map<std::string, int32_t> &status_names() {
+    static const std::map<std::string, int32_t> names = {
+        {"EOK", 0},        {"EPERM", 1},     {"ENOENT", 2},     {"ESRCH", 3},      {"EINTR", 4},
+        {"EIO", 5},        {"ENXIO", 6},     {"E2BIG", 7},      {"ENOEXEC", 8},    {"EBADF", 9},
+        {"ECHILD", 10},    {"EAGAIN", 11},   {"ENOMEM", 12},    {"EACCES", 13},    {"EFAULT", 14},
+        {"EBUSY", 16},     {"EEXIST", 17},   {"EXDEV", 18},     {"ENODEV", 19},    {"ENOTDIR", 20},
+        {"EINVAL", 22},    {"ENFILE", 23},   {"EMFILE", 24},    {"EFBIG", 27},     {"ENOSPC", 28},
+        {"ERANGE", 34},    {"EDEADLK", 35},  {"ENOSYS", 38},    {"ENODATA", 61},   {"ETIME", 62},
+        {"EOVERFLOW", 75}, {"EMSGSIZE", 90}, {"ENOTSUP", 95},   {"ENOBUFS", 105},  {"ETIMEDOUT", 110},
+        {"EALREADY", 114}, {"EINPROGRESS", 115}, {"ECANCELED", 125},
+        {"DONT_CARE", 53450}}; // the expected status that accepts any received one
+    return names;
+}
+
+} // namespace
+
+bool status_from_name(const std::string &name, int32_t &status) {
+    auto it = status_names().find(name);
+    if (it == status_names().end()) return false;
+    status = it->second;
+    return true;
+}
+
+const char *status_name(int32_t status_class) {
+    for (const auto &[n, v] : status_names())
+        if (v == status_class && n != "DONT_CARE") return n.c_str();
+    return nullptr;
+}
+
+void report_value_error(PROCESS *context, const JSON_Value *value, const std::string &text) {
+    pc_session *s = context ? context->session : nullptr;
+    if (s) s->stats[PC_STAT_VALUE_ERROR]++;
+    if (s && s->log) s->log(1, text + "\n", pc_json_line(value));
+    else std::fprintf(stderr, "%s\n", text.c_str());
+}
+
+} // namespace pc::support
+
+extern "C" {
+
+void _proxy_log(PROCESS *context, int level, const char *format, ...) {
+    char buffer[1024];
+    va_list args;
+    va_start(args, format);
+    int n = std::vsnprintf(buffer, sizeof buffer, format, args);
+    va_end(args);
+    std::string text(buffer, n < 0 ? 0 : std::min<size_t>(size_t(n), sizeof buffer - 1));
+    pc_session *s = context ? context->session : nullptr;
+    if (s && s->log) s->log(level, text, 0);
+    else std::fputs(text.c_str(), stderr);
+}
+
+void scen_stats(PROCESS *context, int kind) {
+    if (context && context->session && kind >= 0 && kind < PC_STAT_KINDS) context->session->stats[kind]++;
+}
+
+// The status class's name ("ENOENT"); statuses outside the table read "status 0x..".
+const char *kerr_strerror(int32_t status) {
+    if (const char *name = pc::support::status_name(status & 0x1ff)) return name;
+    static thread_local char text[32];
+    std::snprintf(text, sizeof text, "status 0x%x", unsigned(status));
+    return text;
+}
+
+}

@@ -1,0 +1,24 @@
+// The generic engine: one implementation of each per-type family, driven by a TypeDesc.
+#pragma once
+
+#include "descriptors.hpp"
+
+namespace pc::engine {
+
+int64_t send(const TypeDesc &type, JSON_Value *value, PROCESS *context);
+int32_t send_retry(const TypeDesc &type, JSON_Object *record, PROCESS *context);
+int set_attributes(const TypeDesc &type, JSON_Object *record, PROCESS *context, Obj obj);
+int cmp_attributes(const TypeDesc &type, JSON_Object *record, PROCESS *context, Obj obj);
+int32_t recorder_dump(const TypeDesc &type, PROCESS *context, const char *section, const char *op, Obj obj,
+                      int32_t status);
+int32_t recorder_dump_replay(const TypeDesc &type, PROCESS *context, const char *section, const char *op,
+                             int32_t status);
+
+// The result check after an operation: NPU results, status, handle naming, recorder, retry.
+void check_result(const TypeDesc &type, PROCESS *context, Obj obj, int32_t received, int32_t expected,
+                  JSON_Object *record, JSON_Value *op);
+
+// The type whose name is `name`, or null.
+const TypeDesc *find_type(const char *name);
+
+} // namespace pc::engine

@@ -1,0 +1,93 @@
+// catgen: validates the catalogue and writes the generated sources into the build tree.
+//   catgen --objects objects.yaml --value-types value_types.yaml [--out DIR] [--stats]
+#include "emit.hpp"
+
+#include <fmt/format.h>
+
+#include <cstdio>
+#include <filesystem>
+#include <fstream>
+#include <sstream>
+
+namespace fs = std::filesystem;
+
+namespace {
+
+// Leaves an unchanged file alone so that a catalogue edit rebuilds only what it touches.
+bool write_if_changed(const fs::path &path, const std::string &text) {
+    std::ifstream in(path, std::ios::binary);
+    if (in) {
+        std::stringstream old;
+        old << in.rdbuf();
+        if (old.str() == text) return true;
+    }
+    fs::create_directories(path.parent_path());
+    std::ofstream out(path, std::ios::binary | std::ios::trunc);
+    out << text;
+    return bool(out);
+}
+
+void print_stats(const catgen::Catalogue &cat) {
+    catgen::Totals s = catgen::totals(cat);
+    fmt::print("types: {}\n", s.types);
+    fmt::print("attributes with an is-set accessor: {}\n", s.attributes);
+    fmt::print("read-only attributes: {}\n", s.read_only);
+    fmt::print("role-reference pairs: {}\n", s.role_pairs);
+    fmt::print("types with role references: {}\n", s.role_types);
+    fmt::print("types with object-set gated reference pairs: {}\n", s.gated_pair_types);
+    fmt::print("direct reference handles: {}\n", s.direct_refhdl);
+    fmt::print("types with an NPU mask: {}\n", s.npu_mask_types);
+    fmt::print("sized types: {}\n", s.sized);
+    fmt::print("eod types: {}\n", s.eod);
+    fmt::print("object-set gated types: {}\n", s.gated_types);
+    fmt::print("key converters: {}\n", s.key_converters);
+    fmt::print("value types: {}\n", s.value_types);
+    fmt::print("attributes per type: {} to {} ({})\n", s.min_attributes, s.max_attributes, s.largest);
+}
+
+int usage() {
+    std::fputs("usage: catgen --objects FILE --value-types FILE [--out DIR] [--stats]\n", stderr);
+    return 2;
+}
+
+} // namespace
+
+int main(int argc, char **argv) {
+    std::string objects, value_types, out;
+    bool stats = false;
+    for (int i = 1; i < argc; ++i) {
+        std::string a = argv[i];
+        auto next = [&]() -> std::string { return i + 1 < argc ? argv[++i] : ""; };
+        if (a == "--objects") objects = next();
+        else if (a == "--value-types") value_types = next();
+        else if (a == "--out") out = next();
+        else if (a == "--stats") stats = true;
+        else return usage();
+    }
+    if (objects.empty() || value_types.empty()) return usage();
+
+    catgen::Catalogue cat;
+    catgen::Diagnostics diag;
+    if (!catgen::load_catalogue(objects, value_types, cat, diag)) {
+        for (const auto &e : diag.errors) fmt::print(stderr, "{}\n", e);
+        fmt::print(stderr, "catgen: {} problem{} in the catalogue\n", diag.errors.size(), diag.errors.size() == 1 ? "" : "s");
+        return 1;
+    }
+    if (stats) print_stats(cat);
+    if (out.empty()) return 0;
+
+    fs::path dir(out);
+    bool ok = write_if_changed(dir / "include/planecheck/dpa_api.h", catgen::api_header(cat)) &&
+              write_if_changed(dir / "include/planecheck/exports.h", catgen::exports_header(cat)) &&
+              write_if_changed(dir / "support_value_forms.cpp", catgen::support_value_forms(cat)) &&
+              write_if_changed(dir / "simplane_layouts.cpp", catgen::simplane_layouts(cat)) &&
+              write_if_changed(dir / "engine_catalogue.cpp", catgen::engine_catalogue(cat));
+    for (int s = 0; ok && s < catgen::kShards; ++s)
+        ok = write_if_changed(dir / fmt::format("simplane_api_{}.cpp", s), catgen::simplane_shard(cat, s)) &&
+             write_if_changed(dir / fmt::format("engine_types_{}.cpp", s), catgen::engine_shard(cat, s));
+    if (!ok) {
+        fmt::print(stderr, "catgen: cannot write into {}\n", out);
+        return 1;
+    }
+    return 0;
+}

@@ -1,0 +1,229 @@
+#include "run.hpp"
+
+#include "engine.hpp"
+#include "planecheck/planecheck.h"
+#include "planecheck/session.hpp"
+#include "planecheck/support.h"
+#include "store.hpp"
+
+#include <fmt/format.h>
+
+#include <cstring>
+#include <set>
+
+namespace pc::runner {
+namespace {
+
+std::string plural(uint64_t n, const char *word) {
+    std::string w = word;
+    bool sibilant = w.size() > 2 && (w.compare(w.size() - 2, 2, "ch") == 0 || w.back() == 's');
+    return fmt::format("{} {}{}", n, w, n == 1 ? "" : sibilant ? "es" : "s");
+}
+
+class FileRun {
+public:
+    FileRun(const std::string &path, const Options &options) : options_(options) { result_.path = path; }
+
+    FileResult run() {
+        yaml::LoadError error;
+        if (!reader_.open(result_.path, error) || !reader_.read_header(error)) return invalid(error);
+        if (!options_.check_only) set_up(reader_.config());
+        for (;;) {
+            Step step;
+            bool done = false;
+            if (!reader_.next_step(step, done, error)) return invalid(error);
+            if (done) break;
+            ++result_.steps;
+            current_line_ = step.line;
+            std::string problem = run_step(step);
+            if (!problem.empty()) {
+                error = {result_.path, pc_json_line(problem_at_), pc_json_column(problem_at_), problem};
+                return invalid(error);
+            }
+        }
+        finish();
+        return result_;
+    }
+
+private:
+    FileResult invalid(const yaml::LoadError &error) {
+        result_.invalid = true;
+        result_.error = error.text();
+        finish();
+        return result_;
+    }
+
+    void set_up(const Config &c) {
+        simplane::reset();
+        simplane::configure({c.npus, c.router_type, c.node});
+        simplane::set_log([this](int level, const std::string &text) {
+            if (level == 0 && !verbose()) return;
+            if (level == 1) context_.session.stats[PC_STAT_VALUE_ERROR]++;
+            print_log(text + "\n", 0);
+        });
+        PROCESS &p = context_.process;
+        p.mode = c.mode;
+        p.object_set = c.object_set;
+        p.router_type = c.router_type;
+        p.wait = c.wait;
+        p.recorder_off = c.recorder_off;
+        p.verbose = verbose();
+        std::snprintf(p.node_name, sizeof p.node_name, "%s", c.node.c_str());
+        context_.session.log = [this](int, const std::string &text, uint32_t line) { print_log(text, line); };
+    }
+
+    bool verbose() const { return options_.verbose || reader_.config().verbose; }
+
+    void print_log(const std::string &text, uint32_t line) {
+        fmt::print(stderr, "{}:{}: {}", result_.path, line ? line : current_line_, text);
+    }
+
+    std::string fail_at(const JSON_Value *at, std::string message) {
+        problem_at_ = at;
+        return message;
+    }
+
+    // Runs or checks one step; returns a description of what makes it invalid, or "".
+    std::string run_step(const Step &step) {
+        const JSON_Object *o = json_value_get_object(step.value);
+        if (!o || json_object_get_count(o) == 0)
+            return fail_at(step.value, "a step is a mapping with one of send:, inject:, npu_result:, expect:");
+        const char *kind = nullptr;
+        JSON_Value *body = nullptr;
+        for (size_t i = 0; i < json_object_get_count(o); ++i) {
+            const char *k = json_object_get_name(o, i);
+            if (!std::strcmp(k, "name")) continue;
+            if (kind) return fail_at(json_object_get_value_at(o, i), fmt::format("a step has one kind; '{}' and '{}' are both here", kind, k));
+            kind = k;
+            body = json_object_get_value_at(o, i);
+        }
+        if (!kind) return fail_at(step.value, "the step has no kind (send:, inject:, npu_result: or expect:)");
+        std::string k = kind;
+        if (k == "send") return send(step, body);
+        if (k == "inject" || k == "npu_result") return arm(step, k, body);
+        if (k == "expect") return expect(step, body);
+        if (k == "sdk" || k == "dump")
+            return fail_at(body, fmt::format("'{}' steps are not supported by this planecheck yet", k));
+        return fail_at(body, fmt::format("unknown step kind '{}' (expected send, inject, npu_result or expect)", k));
+    }
+
+    std::string send(const Step &step, JSON_Value *body) {
+        const JSON_Object *o = json_value_get_object(body);
+        if (!o) return fail_at(body, "send: takes a mapping such as { test_if: [ { op: create, ... } ] }");
+        if (options_.check_only) return "";
+        uint64_t before_m = mismatches(), before_v = value_errors();
+        json_send_object_client(body, &context_.process);
+        report(step, fmt::format("send {}", json_object_get_name(o, 0) ? json_object_get_name(o, 0) : ""),
+               mismatches() - before_m, value_errors() - before_v);
+        return "";
+    }
+
+    // inject: { op: "test_if create", status: ENOMEM, times: 2 }
+    // npu_result: { op: "test_if create", results: [0, 5], times: 1 }
+    std::string arm(const Step &step, const std::string &kind, JSON_Value *body) {
+        const JSON_Object *o = json_value_get_object(body);
+        if (!o) return fail_at(body, kind + ": takes a mapping with op:");
+        const JSON_Value *op = json_object_get_value(o, "op");
+        std::string problem = check_op_text(op, body);
+        if (!problem.empty()) return problem;
+        const JSON_Value *times = json_object_get_value(o, "times");
+        int64_t n = 1;
+        if (times && (!pc_json_get_int64(times, &n) || n < 1)) return fail_at(times, "times: is a whole number of at least 1");
+        for (size_t i = 0; i < json_object_get_count(o); ++i) {
+            std::string key = json_object_get_name(o, i);
+            if (key != "op" && key != "times" && key != (kind == "inject" ? "status" : "results"))
+                return fail_at(json_object_get_value_at(o, i), fmt::format("{}: has no '{}'", kind, key));
+        }
+        if (kind == "inject") {
+            const JSON_Value *status = json_object_get_value(o, "status");
+            if (!status) return fail_at(body, "inject: needs status: (a number or a name such as ENOMEM)");
+            int32_t s = 0;
+            const char *text = json_value_get_string(status);
+            bool numeric = text && text[0] && std::strspn(text, "0123456789abcdefxABCDEFX") == std::strlen(text);
+            if (json_value_get_type(status) == JSONString && !pc::support::status_from_name(text, s) && !numeric)
+                return fail_at(status, fmt::format("unknown status '{}' (a number or a name such as ENOMEM)", text));
+            if (json_value_get_type(status) != JSONString && json_value_get_type(status) != JSONNumber)
+                return fail_at(status, "status: is a number or a name such as ENOMEM");
+            if (!options_.check_only)
+                simplane::arm_injection(json_value_get_string(op), int32_t(json_value_get_constant(status)), uint32_t(n));
+        } else {
+            const JSON_Array *list = json_value_get_array(json_object_get_value(o, "results"));
+            if (!list || json_array_get_count(list) > PC_MAX_NPUS)
+                return fail_at(body, "npu_result: needs results: a list of at most 64 per-NPU results");
+            std::vector<uint32_t> results;
+            for (size_t i = 0; i < json_array_get_count(list); ++i)
+                results.push_back(uint32_t(json_value_get_constant(json_array_get_value(list, i))));
+            if (!options_.check_only) simplane::arm_npu_results(json_value_get_string(op), results, uint32_t(n));
+        }
+        if (!options_.check_only) report(step, kind + " " + json_value_get_string(op), 0, 0);
+        return "";
+    }
+
+    std::string check_op_text(const JSON_Value *op, JSON_Value *body) {
+        static const std::set<std::string> ops = {"create", "delete", "eod", "update", "get", "get_first", "get_gt_eq",
+                                                  "get_next", "replay", "replay_start", "replay_end"};
+        const char *s = json_value_get_string(op);
+        if (!s) return fail_at(op ? op : body, "op: names the type and the operation, such as \"test_if create\"");
+        std::string text = s;
+        size_t space = text.find(' ');
+        if (space == std::string::npos || !pc::engine::find_type(text.substr(0, space).c_str()) || !ops.count(text.substr(space + 1)))
+            return fail_at(op, fmt::format("'{}' is not <object type> <operation>, such as \"test_if create\"", text));
+        return "";
+    }
+
+    // expect: { mismatches: N, value_errors: N } accounts for what happened since the last expect.
+    std::string expect(const Step &step, JSON_Value *body) {
+        const JSON_Object *o = json_value_get_object(body);
+        if (!o) return fail_at(body, "expect: takes a mapping such as { mismatches: 2 }");
+        int64_t want_m = 0, want_v = 0;
+        for (size_t i = 0; i < json_object_get_count(o); ++i) {
+            std::string key = json_object_get_name(o, i);
+            const JSON_Value *v = json_object_get_value_at(o, i);
+            int64_t n;
+            if (!pc_json_get_int64(v, &n) || n < 0) return fail_at(v, key + ": is a whole number");
+            if (key == "mismatches") want_m = n;
+            else if (key == "value_errors") want_v = n;
+            else return fail_at(v, fmt::format("expect: has no '{}' (expected mismatches, value_errors)", key));
+        }
+        if (options_.check_only) return "";
+        uint64_t got_m = mismatches() - accounted_m_, got_v = value_errors() - accounted_v_;
+        accounted_m_ = mismatches();
+        accounted_v_ = value_errors();
+        bool ok = got_m == uint64_t(want_m) && got_v == uint64_t(want_v);
+        if (ok) result_.expected += got_m + got_v;
+        else ++result_.failed_steps;
+        std::string what = fmt::format("{} and {} since the last expect", plural(got_m, "mismatch"), plural(got_v, "value error"));
+        if (ok ? !options_.quiet : true)
+            fmt::print("{}:{}: step {} expect: {} ({})\n", result_.path, step.line, step.number, ok ? "ok" : "FAILED", what);
+        return "";
+    }
+
+    void report(const Step &step, const std::string &label, uint64_t m, uint64_t v) {
+        if (options_.quiet && m + v == 0) return;
+        std::string outcome = m + v == 0 ? "ok" : fmt::format("{}, {}", plural(m, "mismatch"), plural(v, "value error"));
+        fmt::print("{}:{}: step {} {}: {}\n", result_.path, step.line, step.number, label, outcome);
+    }
+
+    void finish() {
+        result_.mismatches = mismatches();
+        result_.value_errors = value_errors();
+        std::fflush(stdout);
+    }
+
+    uint64_t mismatches() const { return context_.session.mismatches(); }
+    uint64_t value_errors() const { return context_.session.value_errors(); }
+
+    const Options &options_;
+    FileResult result_;
+    ScenarioReader reader_;
+    pc::support::Context context_;
+    uint32_t current_line_ = 0;
+    const JSON_Value *problem_at_ = nullptr;
+    uint64_t accounted_m_ = 0, accounted_v_ = 0;
+};
+
+} // namespace
+
+FileResult run_file(const std::string &path, const Options &options) { return FileRun(path, options).run(); }
+
+} // namespace pc::runner

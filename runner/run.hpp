@@ -1,0 +1,31 @@
+// Running scenario files against the library and simplane.
+#pragma once
+
+#include "scenario.hpp"
+
+#include <cstdint>
+#include <string>
+
+namespace pc::runner {
+
+struct Options {
+    bool verbose = false;
+    bool quiet = false;      // print failing steps only
+    bool check_only = false; // read and validate, run nothing
+};
+
+struct FileResult {
+    std::string path;
+    size_t steps = 0;
+    size_t failed_steps = 0;
+    uint64_t mismatches = 0;
+    uint64_t value_errors = 0;
+    uint64_t expected = 0;   // mismatches and value errors that expect: steps accounted for
+    bool invalid = false;    // the file could not be read or is not a valid scenario
+    std::string error;       // FILE:LINE:COL: message, when invalid
+    bool passed() const { return !invalid && failed_steps == 0 && mismatches + value_errors == expected; }
+};
+
+FileResult run_file(const std::string &path, const Options &options);
+
+} // namespace pc::runner

@@ -1,0 +1,58 @@
+// Reading scenario files: the header (name, config) whole, then the steps one at a time into an
+// arena that is reset between steps, so memory stays flat whatever the file's length.
+#pragma once
+
+#include "arena.hpp"
+#include "yaml_loader.hpp"
+
+#include <cstdint>
+#include <optional>
+#include <string>
+
+namespace pc::runner {
+
+struct Config {
+    int32_t mode = 1; // 1 client, 0 server
+    int32_t object_set = 0;
+    uint32_t router_type = 16;
+    uint32_t npus = 4;
+    std::string node = "node0";
+    bool verbose = false;
+    int32_t wait = 0;
+    bool recorder_off = false;
+};
+
+struct Step {
+    JSON_Value *value = nullptr; // the step mapping
+    uint32_t line = 0;
+    size_t number = 0;           // 1-based
+};
+
+class ScenarioReader {
+public:
+    bool open(const std::string &path, yaml::LoadError &error);
+    // Reads everything before "steps:". The config must come before the steps.
+    bool read_header(yaml::LoadError &error);
+    // Reads the next step; `done` at the end of the file. The step lives until the next call.
+    bool next_step(Step &step, bool &done, yaml::LoadError &error);
+
+    const std::string &name() const { return name_; }
+    const Config &config() const { return config_; }
+    const std::string &path() const { return path_; }
+
+private:
+    bool read_config(const JSON_Value *value, yaml::LoadError &error);
+    bool fail(yaml::LoadError &error, const JSON_Value *at, const std::string &message);
+    bool after_steps(bool &done, yaml::LoadError &error);
+
+    std::string path_, name_;
+    Config config_;
+    yaml::Reader reader_;
+    Arena header_arena_{4096};
+    Arena step_arena_;
+    bool in_steps_ = false;
+    bool finished_ = false;
+    size_t steps_read_ = 0;
+};
+
+} // namespace pc::runner

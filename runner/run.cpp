@@ -35,6 +35,7 @@ public:
             if (done) break;
             ++result_.steps;
             current_line_ = step.line;
+            context_.session.record_line = 0;
             std::string problem = run_step(step);
             if (!problem.empty()) {
                 error = {result_.path, pc_json_line(problem_at_), pc_json_column(problem_at_), problem};
@@ -59,7 +60,7 @@ private:
         simplane::set_log([this](int level, const std::string &text) {
             if (level == 0 && !verbose()) return;
             if (level == 1) context_.session.stats[PC_STAT_VALUE_ERROR]++;
-            print_log(text + "\n", 0);
+            print_log(text + "\n", context_.session.record_line);
         });
         PROCESS &p = context_.process;
         p.mode = c.mode;

@@ -10,6 +10,7 @@
 #include <cmath>
 #include <cstring>
 #include <string>
+#include <unordered_map>
 
 namespace pc::support {
 namespace {
@@ -184,9 +185,15 @@ struct Converter {
     void handle_name(const JSON_Value *v, void *out, const std::string &name) {
         if (const char *s = json_value_get_string(v)) {
             pc_session *session = context ? context->session : nullptr;
-            if (!session) return;
-            auto it = session->handles.find(s);
-            if (it != session->handles.end()) std::memcpy(out, &it->second, 8);
+            auto it = session ? session->handles.find(s) : std::unordered_map<std::string, uint64_t>::iterator{};
+            if (session && it != session->handles.end()) {
+                std::memcpy(out, &it->second, 8);
+                return;
+            }
+            int64_t value;
+            bool negative, hex;
+            uint64_t magnitude;
+            if (parse_integer_text(s, value, negative, magnitude, hex) && !negative) std::memcpy(out, &magnitude, 8);
             return;
         }
         uint64_t bits;

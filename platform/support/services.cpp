@@ -57,8 +57,12 @@ void _proxy_log(PROCESS *context, int level, const char *format, ...) {
     va_end(args);
     std::string text(buffer, n < 0 ? 0 : std::min<size_t>(size_t(n), sizeof buffer - 1));
     pc_session *s = context ? context->session : nullptr;
-    if (s && s->log) s->log(level, text, 0);
+    if (s && s->log) s->log(level, text, s->record_line);
     else std::fputs(text.c_str(), stderr);
+}
+
+void pc_trace_record(PROCESS *context, const JSON_Value *record) {
+    if (context && context->session) context->session->record_line = record ? pc_json_line(record) : 0;
 }
 
 void scen_stats(PROCESS *context, int kind) {

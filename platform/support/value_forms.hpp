@@ -38,6 +38,10 @@ struct ValueForm {
     uint32_t bound;
 };
 
+// Every value type's form, in catalogue order (generated).
+extern const ValueForm *const kValueForms[];
+extern const unsigned kValueFormCount;
+
 // The value as JSON text, as the dumps write it and convert() reads it back.
 std::string format_value(const ValueForm &form, const void *value);
 // JSON -> native. Returns 0, or -1 after reporting a problem through the context's log.

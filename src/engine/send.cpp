@@ -59,6 +59,7 @@ int64_t send(const TypeDesc &type, JSON_Value *value, PROCESS *context) {
     for (size_t i = 0; i < count; ++i) {
         JSON_Object *record = json_value_get_object(json_array_get_value(records, i));
         if (!record) continue;
+        pc_trace_record(context, json_object_get_wrapping_value(record));
         JSON_Value *op_value = json_object_get_value(record, "op");
         const char *op = json_value_get_string(op_value);
         if (!op) {
@@ -86,6 +87,7 @@ int64_t send(const TypeDesc &type, JSON_Value *value, PROCESS *context) {
         if (last == 0 && starts_with_get(op)) cmp_attributes(type, record, context, obj);
         type.ops->dtor(obj);
     }
+    pc_trace_record(context, nullptr);
     return last;
 }
 

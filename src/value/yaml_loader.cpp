@@ -94,7 +94,11 @@ bool peek(Reader::Impl &impl, const std::string &name, LoadError &error) {
         const yaml_parser_t &p = impl.parser;
         json::Position at = position_of(p.problem_mark);
         std::string message = p.problem ? p.problem : "malformed YAML";
-        if (p.context) message += std::string(" ") + p.context;
+        if (p.context) {
+            message += std::string(" ") + p.context;
+            if (p.context_mark.line != p.problem_mark.line)
+                message += " that starts at line " + std::to_string(p.context_mark.line + 1);
+        }
         error = {name, at.line, at.column, message};
         return false;
     }

@@ -28,6 +28,10 @@ int64_t json_value_get_constant(const JSON_Value *value);
 /* Keeps a returned object handle under a name for later refhdl conversions. */
 void json_set_hdl(PROCESS *context, const char *name, uint64_t handle);
 
+/* Tells the runner services which operation record is being worked on, so that its log lines
+ * can name the record's line; null when none is. */
+void pc_trace_record(PROCESS *context, const JSON_Value *record);
+
 /* handlers of the special client steps */
 int json_ports_send(JSON_Value *value, PROCESS *context);
 int json_vlan_send(JSON_Value *value, PROCESS *context);

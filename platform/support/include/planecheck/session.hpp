@@ -16,6 +16,7 @@ struct pc_session {
     std::array<uint64_t, PC_STAT_KINDS> stats{};
     std::unordered_map<std::string, uint64_t> handles;
     std::string dump_document; // what json_dump_convert_<type> writes
+    uint32_t record_line = 0;  // line of the operation record being worked on, 0 when none
 
     uint64_t mismatches() const { return stats[PC_STAT_MISMATCH]; }
     uint64_t value_errors() const { return stats[PC_STAT_VALUE_ERROR]; }

@@ -1,0 +1,148 @@
+// The planecheck command line as users run it: exit codes, messages, the summary.
+#include <gtest/gtest.h>
+
+#include <array>
+#include <cstdio>
+#include <fstream>
+#include <sstream>
+#include <string>
+#include <sys/wait.h>
+
+namespace {
+
+struct Result {
+    int status;
+    std::string output; // standard output and standard error, interleaved
+};
+
+Result run(const std::string &args) {
+    std::string command = std::string(PC_PLANECHECK) + " " + args + " 2>&1";
+    FILE *p = popen(command.c_str(), "r");
+    std::string out;
+    std::array<char, 4096> buffer;
+    size_t n;
+    while ((n = fread(buffer.data(), 1, buffer.size(), p)) > 0) out.append(buffer.data(), n);
+    int status = pclose(p);
+    return {WIFEXITED(status) ? WEXITSTATUS(status) : -1, out};
+}
+
+std::string scenario(const char *name) { return std::string(PC_SCENARIOS) + "/" + name; }
+
+std::string read_file(const std::string &path) {
+    std::stringstream s;
+    s << std::ifstream(path).rdbuf();
+    return s.str();
+}
+
+bool has(const Result &r, const std::string &text) { return r.output.find(text) != std::string::npos; }
+
+TEST(Cli, ACleanScenarioPassesInBothModes) {
+    for (const char *file : {"crud_client.yaml", "crud_server.yaml"}) {
+        Result r = run("run " + scenario(file));
+        EXPECT_EQ(r.status, 0) << r.output;
+        EXPECT_TRUE(has(r, "planecheck: PASSED: 1 file, ")) << r.output;
+    }
+    Result hello = run(std::string("run ") + PC_SOURCE_DIR + "/examples/hello.yaml");
+    EXPECT_EQ(hello.status, 0) << hello.output;
+}
+
+TEST(Cli, AMismatchIsLoggedWithItsFileAndLineAndFailsTheRun) {
+    Result r = run("run " + scenario("mismatch.yaml"));
+    EXPECT_EQ(r.status, 1);
+    EXPECT_TRUE(has(r, "mismatch.yaml:6: dpa_test_if_create: EEXIST, received 17 expected 0\n")) << r.output;
+    EXPECT_TRUE(has(r, "mismatch.yaml:9: attr_a1: received 5 expected 6\n")) << r.output;
+    EXPECT_TRUE(has(r, "planecheck: FAILED: 1 file, 3 steps, 2 mismatches, 0 value errors")) << r.output;
+}
+
+TEST(Cli, ExpectStepsAccountForDeliberateMismatches) {
+    Result r = run("run -q " + scenario("expected_mismatch.yaml"));
+    EXPECT_EQ(r.status, 0) << r.output;
+    EXPECT_TRUE(has(r, "(2 expected)")) << r.output;
+    Result wrong = run("run -q " + scenario("wrong_expectation.yaml"));
+    EXPECT_EQ(wrong.status, 1) << wrong.output;
+    EXPECT_TRUE(has(wrong, "expect: FAILED (1 mismatch and 0 value errors since the last expect)")) << wrong.output;
+}
+
+TEST(Cli, AnUnknownTableEndsTheRunWithStatusOne) {
+    Result r = run("run " + scenario("unknown_table.yaml"));
+    EXPECT_EQ(r.status, 1);
+    EXPECT_TRUE(has(r, "unknown_table.yaml:4: unknown table test_iff\n")) << r.output;
+    EXPECT_FALSE(has(r, "planecheck: ")); // the library ended the process: no summary
+}
+
+TEST(Cli, InvalidScenariosExitWithTwoAndSayWhereTheProblemIs) {
+    struct Case {
+        const char *file, *message;
+    } cases[] = {
+        {"bad_yaml.yaml", "bad_yaml.yaml:6:9: did not find expected ',' or '}' while parsing a flow mapping that starts at line 5"},
+        {"bad_step.yaml", "bad_step.yaml:6:11: unknown step kind 'sned'"},
+        {"late_config.yaml", "late_config.yaml:6:1: config: must come before steps:"},
+        {"bad_inject.yaml", "bad_inject.yaml:5:11: 'test_if creat' is not <object type> <operation>"},
+    };
+    for (const Case &c : cases) {
+        Result r = run("run " + scenario(c.file));
+        EXPECT_EQ(r.status, 2) << c.file << "\n" << r.output;
+        EXPECT_TRUE(has(r, c.message)) << r.output;
+        EXPECT_TRUE(has(r, "planecheck: INVALID")) << r.output;
+    }
+    Result missing = run("run " + scenario("no_such_file.yaml"));
+    EXPECT_EQ(missing.status, 2);
+}
+
+TEST(Cli, BadValuesAreReportedAtTheirLineAndTheRunGoesOn) {
+    Result r = run("run " + scenario("bad_values.yaml"));
+    EXPECT_EQ(r.status, 1);
+    EXPECT_TRUE(has(r, "bad_values.yaml:7: attr_a1: expected a number, got the string \"five\"\n")) << r.output;
+    EXPECT_TRUE(has(r, "bad_values.yaml:8: rdesc_id_test1: unknown field 'slot' of rdesc_id_t")) << r.output;
+    EXPECT_TRUE(has(r, "bad_values.yaml:12: local_state: unknown value 'sideways' of dpa_bfdoff_local_state_en")) << r.output;
+    EXPECT_TRUE(has(r, "bad_values.yaml:17: acl_name: the string is 74 bytes long; at most 63 fit")) << r.output;
+    EXPECT_TRUE(has(r, "4 value errors")) << r.output;
+    EXPECT_TRUE(has(r, "step 2 send test_if: ok")) << r.output; // later steps still run
+}
+
+TEST(Cli, InjectedErrorsAreRetriedAndRecorded) {
+    std::string rec = testing::TempDir() + "inject.rec";
+    Result r = run("run -v --recorder " + rec + " " + scenario("inject.yaml"));
+    EXPECT_EQ(r.status, 0) << r.output;
+    EXPECT_TRUE(has(r, "inject.yaml:6: simplane: error injection start: test_if create")) << r.output;
+    std::string recorded = read_file(rec);
+    size_t creates = 0;
+    for (size_t at = recorded.find("\"op\": \"create\""); at != std::string::npos; at = recorded.find("\"op\": \"create\"", at + 1)) ++creates;
+    EXPECT_EQ(creates, 3u);
+    EXPECT_NE(recorded.find("\"err\": 12,"), std::string::npos);
+}
+
+TEST(Cli, TheCatalogueIsListedInItsPublishedOrder) {
+    Result r = run("catalogue --list");
+    EXPECT_EQ(r.status, 0);
+    EXPECT_EQ(r.output, read_file(scenario("catalogue_order.txt")));
+}
+
+TEST(Cli, TheBuiltTablesHaveTheCataloguesTotals) {
+    Result built = run("catalogue --stats");
+    std::string catgen = std::string(PC_CATGEN) + " --stats --objects " + PC_SOURCE_DIR + "/catalogue/objects.yaml --value-types " +
+                         PC_SOURCE_DIR + "/catalogue/value_types.yaml";
+    FILE *p = popen(catgen.c_str(), "r");
+    std::string expected;
+    std::array<char, 4096> buffer;
+    size_t n;
+    while ((n = fread(buffer.data(), 1, buffer.size(), p)) > 0) expected.append(buffer.data(), n);
+    pclose(p);
+    EXPECT_EQ(built.output, expected);
+    for (const char *line : {"types: 315\n", "attributes with an is-set accessor: 5981\n", "read-only attributes: 337\n",
+                             "role-reference pairs: 326\n", "types with role references: 116\n",
+                             "types with object-set gated reference pairs: 68\n", "direct reference handles: 328\n",
+                             "types with an NPU mask: 167\n", "sized types: 34\n", "eod types: 14\n",
+                             "object-set gated types: 32\n", "key converters: 116\n", "value types: 332\n",
+                             "attributes per type: 4 to 102 (scaleacl)\n"})
+        EXPECT_NE(built.output.find(line), std::string::npos) << line;
+}
+
+TEST(Cli, UsageErrorsExitWithTwo) {
+    EXPECT_EQ(run("").status, 2);
+    EXPECT_EQ(run("frobnicate").status, 2);
+    EXPECT_EQ(run("run").status, 2);
+    EXPECT_EQ(run("--version").status, 0);
+}
+
+} // namespace

@@ -1,0 +1,184 @@
+// The converters of every value type: coverage, the round trip JSON -> native -> JSON, and the
+// messages a bad value gives.
+#include "harness.hpp"
+#include "value_forms.hpp"
+
+#include <set>
+
+namespace {
+
+using pc::engine::kValueTypeCount;
+using pc::engine::kValueTypes;
+using pc::support::Form;
+using pc::support::ValueForm;
+
+std::string hex_digits(uint32_t bytes) {
+    std::string s;
+    for (uint32_t i = 0; i < bytes; ++i) s += "0123456789abcdef"[(i * 7 + 3) % 16], s += "fedcba9876543210"[i % 16];
+    return s;
+}
+
+// A value of the form away from zero and from the edges that a lazy converter might get right by chance.
+std::string sample(const ValueForm &f) {
+    switch (f.form) {
+    case Form::Uint: return f.width == 1 ? "201" : f.width == 2 ? "60001" : f.width == 4 ? "4000000001" : "18446744073709551000";
+    case Form::Int: return f.width == 1 ? "-100" : f.width == 2 ? "-30000" : f.width == 4 ? "-2000000000" : "-9000000000000000000";
+    case Form::Hex: return "\"0x" + hex_digits(f.width).substr(0, 2 * f.width - 1) + "\"";
+    case Form::Bool: return "true";
+    case Form::Status: return "ENOENT";
+    case Form::Refhdl: case Form::HandleName: return "4660";
+    case Form::Ip4: return "\"10.1.2.3\"";
+    case Form::Ip6: return "\"2001:db8::5\"";
+    case Form::Mac: return "\"00:11:22:aa:bb:cc\"";
+    case Form::Bytes: return "\"0x" + hex_digits(f.width) + "\"";
+    case Form::String: return "\"name-" + std::to_string(f.width) + "\"";
+    case Form::Enum: return f.values[f.value_count - 1].name;
+    case Form::Record: case Form::KeyRecord: {
+        std::string s = "{";
+        for (uint32_t i = 0; i < f.field_count; ++i) s += std::string(i ? ", " : "") + f.fields[i].name + ": " + sample(*f.fields[i].type);
+        return s + "}";
+    }
+    case Form::Array: {
+        std::string s = "[";
+        for (uint32_t i = 0; i < std::min(f.bound, 3u); ++i) s += (i ? ", " : "") + sample(*f.element);
+        return s + "]";
+    }
+    }
+    return "null";
+}
+
+TEST(Converters, EveryValueTypeHasItsConvertersExceptTheDocumentedGaps) {
+    ASSERT_EQ(kValueTypeCount, 332u);
+    ASSERT_EQ(pc::support::kValueFormCount, 332u);
+    std::set<std::string> no_recorder, no_json;
+    size_t convert = 0;
+    for (size_t i = 0; i < kValueTypeCount; ++i) {
+        EXPECT_STREQ(kValueTypes[i].name, pc::support::kValueForms[i]->name);
+        convert += kValueTypes[i].convert != nullptr;
+        if (!kValueTypes[i].recorder_dump) no_recorder.insert(kValueTypes[i].name);
+        if (!kValueTypes[i].json_dump) no_json.insert(kValueTypes[i].name);
+    }
+    EXPECT_EQ(convert, 332u);
+    EXPECT_EQ(no_recorder, (std::set<std::string>{"rc", "ulong"}));
+    EXPECT_EQ(no_json, (std::set<std::string>{"rc", "ulong", "ofa_tandem_array_t", "tcam_entry_id_list"}));
+}
+
+TEST(Converters, EveryValueTypeRoundTripsThroughItsNativeForm) {
+    pc::test::Harness h;
+    alignas(8) uint8_t first[4096], second[4096];
+    for (size_t i = 0; i < kValueTypeCount; ++i) {
+        const ValueForm &f = *pc::support::kValueForms[i];
+        SCOPED_TRACE(f.name);
+        std::string json = sample(f);
+        std::memset(first, 0, sizeof first);
+        kValueTypes[i].convert(h.ctx(), first, h.json(json), f.name);
+        std::string text = pc::support::format_value(f, first);
+        std::memset(second, 0, sizeof second);
+        kValueTypes[i].convert(h.ctx(), second, h.json(text), f.name);
+        EXPECT_EQ(std::memcmp(first, second, f.width), 0) << json << " came back as " << text;
+        EXPECT_EQ(pc::support::format_value(f, second), text);
+        if (kValueTypes[i].recorder_dump) { // the exported recorder converter writes the same text
+            pc::recorder::Capture capture;
+            kValueTypes[i].recorder_dump(nullptr, first, f.name);
+            EXPECT_EQ(capture.text(), text);
+        }
+        if (kValueTypes[i].json_dump) {
+            h.context.session.dump_document.clear();
+            kValueTypes[i].json_dump(h.ctx(), first, f.name);
+            EXPECT_EQ(h.context.session.dump_document, "  \"" + std::string(f.name) + "\": " + text + ",\n");
+        }
+    }
+    EXPECT_EQ(h.value_errors(), 0u) << h.all_log();
+}
+
+TEST(Converters, TextFormsAreReadInEveryDocumentedWay) {
+    pc::test::Harness h;
+    uint32_t u = 0;
+    json_convert_uint(h.ctx(), &u, h.json("\"0x1f\""), "a");
+    EXPECT_EQ(u, 0x1fu);
+    json_convert_uint(h.ctx(), &u, h.json("\"42\""), "a");
+    EXPECT_EQ(u, 42u);
+    int32_t status = 0;
+    json_convert_rc(h.ctx(), &status, h.json("EEXIST"), "rc");
+    EXPECT_EQ(status, 17);
+    json_convert_rc(h.ctx(), &status, h.json("DONT_CARE"), "rc");
+    EXPECT_EQ(status, 53450);
+    uint8_t b = 0;
+    json_convert_bool(h.ctx(), &b, h.json("1"), "flag");
+    EXPECT_EQ(b, 1);
+    uint32_t e = 0;
+    json_convert_dpa_bfdoff_local_state_en(h.ctx(), &e, h.json("DPA_BFDOFF_LOCAL_STATE_UP"), "state");
+    json_convert_dpa_bfdoff_local_state_en(h.ctx(), &u, h.json("up"), "state");
+    EXPECT_EQ(e, u);
+    pc_ip6_t a{}, c{};
+    json_convert_ip6(h.ctx(), &a, h.json("\"2001:DB8:0:0:0:0:0:1\""), "addr");
+    json_convert_ip6(h.ctx(), &c, h.json("\"2001:db8::1\""), "addr");
+    EXPECT_EQ(std::memcmp(&a, &c, 16), 0);
+    uint64_t handle = 0;
+    json_set_hdl(h.ctx(), "if1", 0x1abc);
+    json_convert_refhdl(h.ctx(), &handle, h.json("if1"), "test_if_refhdl");
+    EXPECT_EQ(handle, 0x1abcu);
+    EXPECT_EQ(h.value_errors(), 0u) << h.all_log();
+}
+
+TEST(Converters, BadValuesGiveOneMessageNamingTheAttributeAndTheRunGoesOn) {
+    pc::test::Harness h;
+    struct Case {
+        const char *json;
+        int (*convert)(PROCESS *, void *, JSON_Value *, const char *);
+        const char *message;
+    };
+    const Case cases[] = {
+        {"abc", json_convert_uint, "attr_a1: expected a number, got the string \"abc\""},
+        {"256", json_convert_uchar, "attr_a1: value 256 does not fit in 1 unsigned byte(s)"},
+        {"-1", json_convert_uint, "attr_a1: value -1 does not fit in 4 unsigned byte(s)"},
+        {"sideways", json_convert_dpa_bfdoff_local_state_en, "attr_a1: unknown value 'sideways' of dpa_bfdoff_local_state_en (one of: "},
+        {"{fc: 1, colour: 2}", json_convert_forward_class_st, "attr_a1: unknown field 'colour' of forward_class_st (fields: fc, dp, tc, valid)"},
+        {"\"10.0.0\"", json_convert_ip, "attr_a1: expected an IPv4 address"},
+        {"\"00:11:22\"", json_convert_mac, "attr_a1: expected a MAC address"},
+        {"nobody", json_convert_refhdl, "attr_a1: unknown handle name 'nobody'"},
+        {"maybe", json_convert_bool, "attr_a1: expected true or false, got the string \"maybe\""},
+    };
+    alignas(8) uint8_t out[4096];
+    for (const Case &c : cases) {
+        h.log.clear();
+        uint64_t before = h.value_errors();
+        c.convert(h.ctx(), out, h.json(c.json), "attr_a1");
+        EXPECT_EQ(h.value_errors(), before + 1) << c.json;
+        ASSERT_EQ(h.log.size(), 1u) << c.json;
+        EXPECT_EQ(h.log[0].rfind(c.message, 0), 0u) << h.log[0];
+    }
+}
+
+TEST(Converters, OverlongStringsAndListsAreCutToFitAndReported) {
+    pc::test::Harness h;
+    pc_string64_t s;
+    std::memset(&s, 0, sizeof s);
+    json_convert_string(h.ctx(), &s, h.json("\"" + std::string(100, 'a') + "\""), "description");
+    EXPECT_EQ(std::strlen(s.text), 63u); // never past its width, always terminated
+    EXPECT_TRUE(h.logged("description: the string is 100 bytes long; at most 63 fit"));
+    std::string twenty = "[";
+    for (int i = 0; i < 20; ++i) twenty += i ? ", 7" : "7";
+    tcam_entry_id_list list{};
+    json_convert_tcam_entry_id_list(h.ctx(), &list, h.json(twenty + "]"), "ids");
+    EXPECT_EQ(list.count, 16u);
+    EXPECT_EQ(list.elems[15], 7u);
+    EXPECT_TRUE(h.logged("ids: the list has 20 elements; tcam_entry_id_list holds at most 16"));
+    EXPECT_EQ(h.value_errors(), 2u);
+}
+
+TEST(Converters, KeyRecordsAndTwelveByteIdsKeepTheirFullWidth) {
+    pc::test::Harness h;
+    dpa_nhgroup_key_t k{}, back{};
+    json_convert_dpa_nhgroup_key_t(h.ctx(), &k, h.json("{nhgroup_id: \"0x0102030405060708090a0b0c\"}"), "nhgroup_refkey");
+    EXPECT_EQ(sizeof k, 12u);
+    EXPECT_EQ(k.nhgroup_id.bytes[0], 0x0c);
+    EXPECT_EQ(k.nhgroup_id.bytes[11], 0x01);
+    pc::recorder::Capture capture;
+    recorder_dump_convert_dpa_nhgroup_key_t(nullptr, &k, "nhgroup_refkey");
+    EXPECT_EQ(capture.text(), "{\"nhgroup_id\": \"0x0102030405060708090a0b0c\"}");
+    json_convert_dpa_nhgroup_key_t(h.ctx(), &back, h.json(capture.text()), "nhgroup_refkey");
+    EXPECT_EQ(std::memcmp(&k, &back, sizeof k), 0);
+}
+
+} // namespace

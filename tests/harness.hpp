@@ -1,0 +1,97 @@
+// What the tests share: a scenario context whose log lines and recorder output are captured,
+// simplane reset to a clean store, and YAML text turned into JSON values.
+#pragma once
+
+#include "arena.hpp"
+#include "engine.hpp"
+#include "planecheck/dpa_api.h"
+#include "planecheck/planecheck.h"
+#include "planecheck/session.hpp"
+#include "planecheck/support.h"
+#include "recorder_sink.hpp"
+#include "store.hpp"
+#include "yaml_loader.hpp"
+
+#include <gtest/gtest.h>
+
+#include <regex>
+#include <string>
+#include <vector>
+
+namespace pc::test {
+
+class Harness {
+public:
+    explicit Harness(int32_t mode = 1) {
+        simplane::reset();
+        simplane::configure({});
+        simplane::set_log([this](int, const std::string &text) { simplane_log.push_back(text); });
+        pc::recorder::to_string(&recorder);
+        context.session.log = [this](int level, const std::string &text, uint32_t) {
+            log.push_back(text);
+            levels.push_back(level);
+        };
+        context.process.mode = mode;
+        std::snprintf(context.process.node_name, sizeof context.process.node_name, "node0");
+    }
+    ~Harness() {
+        pc::recorder::discard();
+        simplane::set_log(nullptr);
+    }
+    Harness(const Harness &) = delete;
+    Harness &operator=(const Harness &) = delete;
+
+    PROCESS *ctx() { return context.get(); }
+
+    JSON_Value *json(const std::string &yaml) {
+        pc::yaml::LoadError error;
+        JSON_Value *v = pc::yaml::load_string(yaml, "test.yaml", arena, error);
+        if (!v) ADD_FAILURE() << error.text();
+        return v;
+    }
+    JSON_Object *record(const std::string &yaml) { return json_value_get_object(json(yaml)); }
+
+    // Runs one client step written as YAML.
+    void send(const std::string &yaml) { json_send_object_client(json(yaml), ctx()); }
+
+    uint64_t mismatches() const { return context.session.mismatches(); }
+    uint64_t value_errors() const { return context.session.value_errors(); }
+    size_t count_logged(const std::string &text) const {
+        size_t n = 0;
+        for (const auto &line : log) n += line.find(text) != std::string::npos;
+        return n;
+    }
+    bool logged(const std::string &text) const { return count_logged(text) > 0; }
+    std::string all_log() const {
+        std::string s;
+        for (const auto &line : log) s += line;
+        return s;
+    }
+    size_t records_with_op(const std::string &op) const {
+        size_t n = 0, at = 0;
+        std::string needle = "\"op\": \"" + op + "\"";
+        while ((at = recorder.find(needle, at)) != std::string::npos) ++n, ++at;
+        return n;
+    }
+
+    const engine::TypeDesc &type(const char *name) {
+        const engine::TypeDesc *t = engine::find_type(name);
+        EXPECT_NE(t, nullptr) << name;
+        return *t;
+    }
+
+    support::Context context;
+    Arena arena;
+    std::vector<std::string> log;
+    std::vector<int> levels;
+    std::vector<std::string> simplane_log;
+    std::string recorder;
+};
+
+// Recorder output with the two time-stamp values replaced, so that it can be compared.
+inline std::string mask_timestamps(const std::string &text) {
+    static const std::regex sec("\"tv_sec\": [0-9]+"), nsec("\"tv_nsec\": [0-9]+");
+    return std::regex_replace(std::regex_replace(text, sec, "\"tv_sec\": S"), nsec, "\"tv_nsec\": N");
+}
+
+} // namespace pc::test

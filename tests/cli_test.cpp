@@ -46,6 +46,13 @@ TEST(Cli, ACleanScenarioPassesInBothModes) {
     EXPECT_EQ(hello.status, 0) << hello.output;
 }
 
+TEST(Cli, TheCatalogueTourRunsCleanAndCatchesTheDeliberateDifference) {
+    Result r = run(std::string("run ") + PC_SOURCE_DIR + "/examples/catalogue_tour.yaml");
+    EXPECT_EQ(r.status, 0) << r.output;
+    EXPECT_TRUE(has(r, "local_state: received \"init\" expected \"up\"\n")) << r.output;
+    EXPECT_TRUE(has(r, "0 value errors (1 expected)")) << r.output;
+}
+
 TEST(Cli, AMismatchIsLoggedWithItsFileAndLineAndFailsTheRun) {
     Result r = run("run " + scenario("mismatch.yaml"));
     EXPECT_EQ(r.status, 1);

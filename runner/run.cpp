@@ -1,5 +1,7 @@
 #include "run.hpp"
 
+#include "record_lint.hpp"
+
 #include "engine.hpp"
 #include "planecheck/planecheck.h"
 #include "planecheck/session.hpp"
@@ -111,12 +113,31 @@ private:
     std::string send(const Step &step, JSON_Value *body) {
         const JSON_Object *o = json_value_get_object(body);
         if (!o) return fail_at(body, "send: takes a mapping such as { test_if: [ { op: create, ... } ] }");
-        if (options_.check_only) return "";
         uint64_t before_m = mismatches(), before_v = value_errors();
+        lint(o);
+        if (options_.check_only) return "";
         json_send_object_client(body, &context_.process);
         report(step, fmt::format("send {}", json_object_get_name(o, 0) ? json_object_get_name(o, 0) : ""),
                mismatches() - before_m, value_errors() - before_v);
         return "";
+    }
+
+    // Reports record keys the type does not have, where the step goes to an object type.
+    void lint(const JSON_Object *step) {
+        static const char *const specials[] = {"ports", "vlan", "batch_crud", "route", "bundle", "get_then_update_test"};
+        for (const char *s : specials)
+            if (json_object_get_value(step, s)) return;
+        const engine::TypeDesc *type = nullptr;
+        const JSON_Value *records = nullptr;
+        for (size_t i = 0; i < json_object_get_count(step); ++i) {
+            const engine::TypeDesc *t = engine::find_type(json_object_get_name(step, i));
+            if (t && (!type || t->number < type->number)) type = t, records = json_object_get_value_at(step, i);
+        }
+        if (!type) return;
+        lint_records(*type, records, [this](const JSON_Value *at, const std::string &message) {
+            context_.session.stats[PC_STAT_VALUE_ERROR]++;
+            print_log(message + "\n", pc_json_line(at));
+        });
     }
 
     // inject: { op: "test_if create", status: ENOMEM, times: 2 }

@@ -52,6 +52,7 @@ struct Stored {
     std::vector<uint8_t> body; // presence, values and elements, as in an instance
     uint32_t elements = 0;
     uint64_t hdl = 0;
+    const char *state = nullptr; // the get state text, made once at create
 };
 
 struct KeyLess {
@@ -123,11 +124,15 @@ std::string key_of(const uint8_t *inst, const Layout &l) {
     return std::string(reinterpret_cast<const char *>(inst + geometry(l, 0).values), l.key_width);
 }
 
+// The first armed entry for `text`, used up once; spent entries leave the list.
 Armed *take(std::vector<Armed> &list, const std::string &text) {
-    for (auto &a : list)
-        if (a.remaining && a.text == text) {
-            --a.remaining;
-            return &a;
+    static thread_local Armed taken;
+    for (auto it = list.begin(); it != list.end(); ++it)
+        if (it->text == text) {
+            taken = *it;
+            if (--it->remaining == 0) list.erase(it);
+            taken.remaining--;
+            return &taken;
         }
     return nullptr;
 }
@@ -167,11 +172,15 @@ void load(const Stored &s, uint8_t *inst, const Layout &l, dpa_inst_hdr_t &h) {
     uint32_t n = std::min(s.elements, h.elem_count);
     std::memcpy(inst + g.elements, s.body.data() + top, g.element_stride * n);
     h.hdl = s.hdl;
+    h.get_state = s.state;
+}
+
+const char *state_text(uint64_t hdl) {
     auto &st = state();
     char text[160];
     std::snprintf(text, sizeof text, "{\"%s\": \"state=programmed hdl=0x%llx npus=%u\"}", st.config.node.c_str(),
-                  static_cast<unsigned long long>(s.hdl), st.config.npus);
-    h.get_state = st.texts.insert(text).first->c_str();
+                  static_cast<unsigned long long>(hdl), st.config.npus);
+    return st.texts.insert(text).first->c_str();
 }
 
 } // namespace
@@ -291,14 +300,16 @@ int32_t run(Obj obj, uint16_t type, uint8_t op, bool server) {
     auto &h = *reinterpret_cast<dpa_inst_hdr_t *>(inst);
     h.op = op;
     auto &st = state();
-    std::string text = std::string(l.name) + " " + op_name(op);
     std::memset(h.npu_result, 0, sizeof h.npu_result);
-    if (Armed *r = take(st.results, text))
-        for (size_t i = 0; i < r->results.size() && i < PC_MAX_NPUS; ++i) h.npu_result[i] = r->results[i];
-    if (Armed *inj = take(st.injections, text)) {
-        log(0, "simplane: injected status " + std::to_string(inj->status) + " into " + text + " (" +
-                   std::to_string(inj->remaining) + " more armed)");
-        return inj->status;
+    if (!st.results.empty() || !st.injections.empty()) {
+        std::string text = std::string(l.name) + " " + op_name(op);
+        if (Armed *r = take(st.results, text))
+            for (size_t i = 0; i < r->results.size() && i < PC_MAX_NPUS; ++i) h.npu_result[i] = r->results[i];
+        if (Armed *inj = take(st.injections, text)) {
+            log(0, "simplane: injected status " + std::to_string(inj->status) + " into " + text + " (" +
+                       std::to_string(inj->remaining) + " more armed)");
+            return inj->status;
+        }
     }
     Store &store = st.stores[type];
     std::string key = key_of(inst, l);
@@ -308,6 +319,7 @@ int32_t run(Obj obj, uint16_t type, uint8_t op, bool server) {
         if (!fresh) return kEexist;
         save(it->second, inst, l, h);
         it->second.hdl = h.hdl = st.next_handle++;
+        it->second.state = state_text(it->second.hdl);
         return kEok;
     }
     case DPA_OP_UPDATE: {
@@ -374,11 +386,11 @@ void reset() {
 }
 
 void arm_injection(const std::string &op_text, int32_t status, uint32_t times) {
-    state().injections.push_back({op_text, status, {}, times});
+    if (times) state().injections.push_back({op_text, status, {}, times});
 }
 
 void arm_npu_results(const std::string &op_text, const std::vector<uint32_t> &results, uint32_t times) {
-    state().results.push_back({op_text, 0, results, times});
+    if (times) state().results.push_back({op_text, 0, results, times});
 }
 
 size_t armed_count() {

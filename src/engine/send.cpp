@@ -33,8 +33,14 @@ void read_expected(PROCESS *context, JSON_Value *rc, int32_t &expected) {
 
 void walk_by_key(const TypeDesc &type, PROCESS *context, Obj obj, const JSON_Object *record, int32_t last,
                  dpa_walk_opts_t &walk) {
-    if (JSON_Value *trans = json_object_get_value(record, "trans_id")) json_convert_uint(context, &walk.trans_id, trans, "trans_id");
-    if (JSON_Value *depth = json_object_get_value(record, "depth")) json_convert_uint(context, &walk.depth, depth, "depth");
+    if (JSON_Value *trans = json_object_get_value(record, "trans_id")) {
+        walk.trans_id = 0;
+        json_convert_uint(context, &walk.trans_id, trans, "trans_id");
+    }
+    if (JSON_Value *depth = json_object_get_value(record, "depth")) {
+        walk.depth = 0;
+        json_convert_uint(context, &walk.depth, depth, "depth");
+    }
     // the recorder spells this op without its second underscore, as the record format has it
     recorder_dump(type, context, "send_object", "walk_bykey", obj, last);
     alignas(8) uint8_t key[kValueBufferMax];

@@ -105,7 +105,7 @@ void BM_StreamedScenarioRun(benchmark::State &state) {
     state.counters["peak_rss_MiB"] = double(usage.ru_maxrss) / 1024.0;
     state.SetItemsProcessed(state.iterations() * int64_t(steps * per_step * 3));
 }
-BENCHMARK(BM_StreamedScenarioRun)->Arg(10)->Arg(100)->Unit(benchmark::kMillisecond)->Iterations(1);
+BENCHMARK(BM_StreamedScenarioRun)->Arg(10)->Arg(100)->Arg(1000)->Unit(benchmark::kMillisecond)->Iterations(1);
 
 } // namespace
 

@@ -6,14 +6,15 @@
 
 namespace pc::bench {
 
-// `steps` steps of `per_step` test_if records each: creates with attributes, then gets that
-// compare them, then deletes. Returns false when the file cannot be written.
-inline bool write_scale_scenario(const std::string &path, size_t steps, size_t per_step) {
+// `rounds` rounds of three steps with `per_step` test_if records each: creates with attributes,
+// gets that compare them, deletes. The store is empty after each round, so what grows with the
+// file's length is only what planecheck itself keeps. Returns false when the file cannot be written.
+inline bool write_scale_scenario(const std::string &path, size_t rounds, size_t per_step) {
     FILE *f = std::fopen(path.c_str(), "w");
     if (!f) return false;
     std::fprintf(f, "name: scale\nconfig: { mode: server }\nsteps:\n");
-    for (const char *op : {"create", "get", "delete"})
-        for (size_t s = 0; s < steps; ++s) {
+    for (size_t s = 0; s < rounds; ++s)
+        for (const char *op : {"create", "get", "delete"}) {
             std::fprintf(f, "  - send:\n      test_if:\n");
             for (size_t r = 0; r < per_step; ++r) {
                 size_t key = s * per_step + r;

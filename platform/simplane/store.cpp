@@ -5,7 +5,6 @@
 #include <cstdlib>
 #include <cstring>
 #include <map>
-#include <unordered_set>
 
 namespace simplane {
 namespace {
@@ -20,8 +19,10 @@ const Layout &layout(uint16_t type) {
     return kLayouts[type];
 }
 
-// An instance is its header, one presence byte per top-level slot, the value area, then the
-// elements: each one presence byte per element slot followed by its values.
+// An instance is its header, its get state text, one presence byte per top-level slot, the value
+// area, then the elements: each one presence byte per element slot followed by its values.
+constexpr size_t kStateTextSize = 128;
+
 struct Geometry {
     size_t presence, values, elements, element_stride, size;
 };
@@ -30,7 +31,7 @@ size_t align8(size_t n) { return (n + 7) & ~size_t(7); }
 
 Geometry geometry(const Layout &l, uint32_t elements) {
     Geometry g;
-    g.presence = sizeof(dpa_inst_hdr_t);
+    g.presence = sizeof(dpa_inst_hdr_t) + kStateTextSize;
     g.values = g.presence + l.top_count;
     g.elements = g.values + l.value_size;
     g.element_stride = l.element_count + l.element_size;
@@ -52,7 +53,6 @@ struct Stored {
     std::vector<uint8_t> body; // presence, values and elements, as in an instance
     uint32_t elements = 0;
     uint64_t hdl = 0;
-    const char *state = nullptr; // the get state text, made once at create
 };
 
 struct KeyLess {
@@ -100,7 +100,6 @@ struct State {
     uint64_t next_handle = 0x1001;
     std::vector<Armed> injections, results;
     LogSink log;
-    std::unordered_set<std::string> texts; // get state texts, kept for the life of the process
 
     State() { reset_stores(); }
     void reset_stores() {
@@ -172,15 +171,11 @@ void load(const Stored &s, uint8_t *inst, const Layout &l, dpa_inst_hdr_t &h) {
     uint32_t n = std::min(s.elements, h.elem_count);
     std::memcpy(inst + g.elements, s.body.data() + top, g.element_stride * n);
     h.hdl = s.hdl;
-    h.get_state = s.state;
-}
-
-const char *state_text(uint64_t hdl) {
-    auto &st = state();
-    char text[160];
-    std::snprintf(text, sizeof text, "{\"%s\": \"state=programmed hdl=0x%llx npus=%u\"}", st.config.node.c_str(),
-                  static_cast<unsigned long long>(hdl), st.config.npus);
-    return st.texts.insert(text).first->c_str();
+    // the text lives in the object itself, so it is valid for exactly as long as the object
+    char *text = reinterpret_cast<char *>(inst + sizeof(dpa_inst_hdr_t));
+    std::snprintf(text, kStateTextSize, "{\"%s\": \"state=programmed hdl=0x%llx npus=%u\"}", state().config.node.c_str(),
+                  static_cast<unsigned long long>(s.hdl), state().config.npus);
+    h.get_state = text;
 }
 
 } // namespace
@@ -319,7 +314,6 @@ int32_t run(Obj obj, uint16_t type, uint8_t op, bool server) {
         if (!fresh) return kEexist;
         save(it->second, inst, l, h);
         it->second.hdl = h.hdl = st.next_handle++;
-        it->second.state = state_text(it->second.hdl);
         return kEok;
     }
     case DPA_OP_UPDATE: {

@@ -335,8 +335,8 @@ int64_t load_signed(const void *p, uint32_t width) {
     return int64_t(bits << shift) >> shift;
 }
 
-std::string quoted(const char *s, size_t max) {
-    std::string out = "\"";
+void quote(std::string &out, const char *s, size_t max) {
+    out += '"';
     for (size_t i = 0; i < max && s[i]; ++i) {
         unsigned char c = static_cast<unsigned char>(s[i]);
         if (c == '"' || c == '\\') out += '\\', out += char(c);
@@ -346,73 +346,85 @@ std::string quoted(const char *s, size_t max) {
             out += esc;
         } else out += char(c);
     }
-    return out + "\"";
+    out += '"';
 }
 
 } // namespace
 
-// The value as JSON text: what both the recorder and the JSON dump write, and what convert() reads back.
-std::string format_value(const ValueForm &f, const void *p) {
+// Appends the value as JSON text: what both the recorder and the JSON dump write, and what
+// convert() reads back. It appends to a caller's buffer so that a reused one allocates nothing.
+void append_value(std::string &out, const ValueForm &f, const void *p) {
     char text[64];
+    auto put = [&](int n) { out.append(text, size_t(std::max(n, 0))); };
     switch (f.form) {
-    case Form::Uint: return std::to_string(load_bits(p, f.width));
-    case Form::Int: case Form::Status: return std::to_string(load_signed(p, f.width));
-    case Form::Hex: std::snprintf(text, sizeof text, "\"0x%" PRIx64 "\"", load_bits(p, f.width)); return text;
-    case Form::Bool: return *static_cast<const uint8_t *>(p) ? "true" : "false";
-    case Form::Refhdl: case Form::HandleName:
-        std::snprintf(text, sizeof text, "\"0x%" PRIx64 "\"", load_bits(p, 8));
-        return text;
+    case Form::Uint: return put(std::snprintf(text, sizeof text, "%" PRIu64, load_bits(p, f.width)));
+    case Form::Int: case Form::Status: return put(std::snprintf(text, sizeof text, "%" PRId64, load_signed(p, f.width)));
+    case Form::Hex: return put(std::snprintf(text, sizeof text, "\"0x%" PRIx64 "\"", load_bits(p, f.width)));
+    case Form::Bool: out += *static_cast<const uint8_t *>(p) ? "true" : "false"; return;
+    case Form::Refhdl: case Form::HandleName: return put(std::snprintf(text, sizeof text, "\"0x%" PRIx64 "\"", load_bits(p, 8)));
     case Form::Ip4: {
         uint32_t host = uint32_t(load_bits(p, 4));
-        std::snprintf(text, sizeof text, "\"%u.%u.%u.%u\"", host >> 24, (host >> 16) & 255, (host >> 8) & 255, host & 255);
-        return text;
+        return put(std::snprintf(text, sizeof text, "\"%u.%u.%u.%u\"", host >> 24, (host >> 16) & 255, (host >> 8) & 255, host & 255));
     }
     case Form::Ip6: {
         char a[INET6_ADDRSTRLEN];
         inet_ntop(AF_INET6, p, a, sizeof a);
-        return std::string("\"") + a + "\"";
+        return put(std::snprintf(text, sizeof text, "\"%s\"", a));
     }
     case Form::Mac: {
         auto *b = static_cast<const uint8_t *>(p);
-        std::snprintf(text, sizeof text, "\"%02x:%02x:%02x:%02x:%02x:%02x\"", b[0], b[1], b[2], b[3], b[4], b[5]);
-        return text;
+        return put(std::snprintf(text, sizeof text, "\"%02x:%02x:%02x:%02x:%02x:%02x\"", b[0], b[1], b[2], b[3], b[4], b[5]));
     }
     case Form::Bytes: {
         auto *b = static_cast<const uint8_t *>(p);
         bool small = true;
         for (uint32_t i = 6; i < f.width; ++i) small &= b[i] == 0;
-        if (small) return std::to_string(load_bits(p, std::min<uint32_t>(f.width, 6)));
-        std::string out = "\"0x";
-        for (uint32_t i = f.width; i-- > 0;) {
-            std::snprintf(text, sizeof text, "%02x", b[i]);
-            out += text;
-        }
-        return out + "\"";
+        if (small) return put(std::snprintf(text, sizeof text, "%" PRIu64, load_bits(p, std::min<uint32_t>(f.width, 6))));
+        out += "\"0x";
+        for (uint32_t i = f.width; i-- > 0;) put(std::snprintf(text, sizeof text, "%02x", b[i]));
+        out += '"';
+        return;
     }
-    case Form::String: return quoted(static_cast<const char *>(p), f.width);
+    case Form::String: return quote(out, static_cast<const char *>(p), f.width);
     case Form::Enum: {
         int32_t v = int32_t(load_signed(p, 4));
         for (uint32_t i = 0; i < f.value_count; ++i)
-            if (f.values[i].value == v) return std::string("\"") + f.values[i].name + "\"";
-        return std::to_string(v);
+            if (f.values[i].value == v) {
+                out += '"';
+                out += f.values[i].name;
+                out += '"';
+                return;
+            }
+        return put(std::snprintf(text, sizeof text, "%d", v));
     }
-    case Form::Record: case Form::KeyRecord: {
-        std::string out = "{";
-        for (uint32_t i = 0; i < f.field_count; ++i)
-            out += std::string(i ? ", \"" : "\"") + f.fields[i].name + "\": " +
-                   format_value(*f.fields[i].type, static_cast<const uint8_t *>(p) + f.fields[i].offset);
-        return out + "}";
-    }
+    case Form::Record: case Form::KeyRecord:
+        out += '{';
+        for (uint32_t i = 0; i < f.field_count; ++i) {
+            out += i ? ", \"" : "\"";
+            out += f.fields[i].name;
+            out += "\": ";
+            append_value(out, *f.fields[i].type, static_cast<const uint8_t *>(p) + f.fields[i].offset);
+        }
+        out += '}';
+        return;
     case Form::Array: {
-        uint32_t n = uint32_t(load_bits(p, 4));
-        if (n > f.bound) n = f.bound;
-        std::string out = "[";
-        for (uint32_t i = 0; i < n; ++i)
-            out += (i ? ", " : "") + format_value(*f.element, static_cast<const uint8_t *>(p) + 4 + i * f.element->width);
-        return out + "]";
+        uint32_t n = std::min<uint32_t>(uint32_t(load_bits(p, 4)), f.bound);
+        out += '[';
+        for (uint32_t i = 0; i < n; ++i) {
+            if (i) out += ", ";
+            append_value(out, *f.element, static_cast<const uint8_t *>(p) + 4 + i * f.element->width);
+        }
+        out += ']';
+        return;
     }
     }
-    return "null";
+    out += "null";
+}
+
+std::string format_value(const ValueForm &f, const void *p) {
+    std::string out;
+    append_value(out, f, p);
+    return out;
 }
 
 int convert(PROCESS *context, const ValueForm &form, void *out, JSON_Value *value, const char *name) {
@@ -426,13 +438,18 @@ int json_dump(PROCESS *context, const ValueForm &form, const void *value, const 
     std::string &doc = context->session->dump_document;
     doc += "  \"";
     doc += name ? name : "";
-    doc += "\": " + format_value(form, value) + ",\n";
+    doc += "\": ";
+    append_value(doc, form, value);
+    doc += ",\n";
     return 0;
 }
 
 int recorder_dump(PROCESS *, const ValueForm &form, const void *value, const char *name) {
     if (!pc::recorder::active()) return 0; // nothing would see the text
-    pc::recorder::write_field(name, format_value(form, value));
+    static thread_local std::string text;  // reused: a steady stream of records allocates nothing
+    text.clear();
+    append_value(text, form, value);
+    pc::recorder::write_field(name, text);
     return 0;
 }
 

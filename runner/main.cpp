@@ -1,47 +1,61 @@
 // planecheck: runs scenario files against the data-plane object interface.
 #include "catalogue_command.hpp"
+#include "parallel.hpp"
 #include "recorder_sink.hpp"
+#include "report.hpp"
 #include "run.hpp"
 
 #include <CLI/CLI.hpp>
 #include <fmt/format.h>
 
 #include <cerrno>
+#include <chrono>
 #include <cstring>
 
 namespace {
 
-std::string plural(uint64_t n, const char *word) {
-    std::string w = word;
-    bool sibilant = w.size() > 2 && (w.compare(w.size() - 2, 2, "ch") == 0 || w.back() == 's');
-    return fmt::format("{} {}{}", n, w, n == 1 ? "" : sibilant ? "es" : "s");
-}
+struct RunOptions {
+    pc::runner::Options file;
+    std::vector<std::string> files;
+    std::string recorder, junit;
+    bool tap = false;
+    unsigned jobs = 0; // 0: all files in this process, one after the other
+};
 
-int run_files(const std::vector<std::string> &files, const pc::runner::Options &options) {
-    size_t steps = 0, failed_files = 0;
-    uint64_t mismatches = 0, value_errors = 0, expected = 0;
-    bool invalid = false;
-    for (const auto &file : files) {
-        pc::runner::FileResult r = pc::runner::run_file(file, options);
-        steps += r.steps;
-        mismatches += r.mismatches;
-        value_errors += r.value_errors;
-        expected += r.expected;
-        if (r.invalid) {
-            invalid = true;
-            fmt::print(stderr, "{}\n", r.error);
-        }
-        if (!r.passed()) ++failed_files;
+int run_files(RunOptions &o) {
+    auto start = std::chrono::steady_clock::now();
+    if (o.tap) {
+        o.file.quiet = true;
+        o.file.steps = stderr; // standard output carries the TAP stream alone
     }
-    pc::recorder::flush();
-    const char *verdict = invalid ? "INVALID" : failed_files ? "FAILED" : options.check_only ? "VALID" : "PASSED";
-    std::string detail = options.check_only
-                             ? plural(steps, "step")
-                             : fmt::format("{}, {}, {}{}", plural(steps, "step"), plural(mismatches, "mismatch"),
-                                           plural(value_errors, "value error"),
-                                           expected ? fmt::format(" ({} expected)", expected) : "");
-    fmt::print("planecheck: {}: {}, {}\n", verdict, plural(files.size(), "file"), detail);
-    return invalid ? 2 : failed_files ? 1 : 0;
+    if (!o.jobs && !o.recorder.empty() && !pc::recorder::open_file(o.recorder)) {
+        fmt::print(stderr, "planecheck: cannot write the recorder to {}: {}\n", o.recorder, std::strerror(errno));
+        return 2;
+    }
+    std::vector<pc::runner::FileResult> results;
+    if (o.jobs) {
+        results = pc::runner::run_in_processes(o.files, o.file, o.jobs, o.recorder);
+    } else {
+        for (const auto &file : o.files) {
+            results.push_back(pc::runner::run_file(file, o.file));
+            if (results.back().invalid) fmt::print(stderr, "{}\n", results.back().error);
+        }
+        pc::recorder::close();
+    }
+    double seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+    pc::runner::Totals totals = pc::runner::add_up(results);
+    if (!o.junit.empty() && !pc::runner::write_junit(o.junit, results, seconds)) {
+        fmt::print(stderr, "planecheck: cannot write the JUnit report to {}\n", o.junit);
+        return 2;
+    }
+    std::string line = pc::runner::summary(totals, o.file.check_only);
+    if (o.tap) {
+        pc::runner::print_tap(results);
+        fmt::print("# {}\n", line);
+    } else {
+        fmt::print("{}\n", line);
+    }
+    return totals.invalid ? 2 : totals.failed_files ? 1 : 0;
 }
 
 } // namespace
@@ -51,18 +65,22 @@ int main(int argc, char **argv) {
     app.set_version_flag("--version", "planecheck 0.1.0");
     app.require_subcommand(1);
 
-    pc::runner::Options options;
-    std::vector<std::string> files;
-    std::string recorder;
+    RunOptions run_options;
     auto *run = app.add_subcommand("run", "run scenario files");
-    run->add_option("files", files, "scenario files (YAML or JSON)")->required()->check(CLI::ExistingFile);
-    run->add_flag("-v,--verbose", options.verbose, "write information lines (calls, handles, successes)");
-    run->add_flag("-q,--quiet", options.quiet, "print only the steps that did not pass");
-    run->add_option("--recorder", recorder, "write the operation recorder to FILE");
+    run->add_option("files", run_options.files, "scenario files (YAML or JSON)")->required()->check(CLI::ExistingFile);
+    run->add_flag("-v,--verbose", run_options.file.verbose, "write information lines (calls, handles, successes)");
+    run->add_flag("-q,--quiet", run_options.file.quiet, "print only the steps that did not pass");
+    run->add_option("--recorder", run_options.recorder, "write the operation recorder to FILE");
+    run->add_option("-j,--jobs", run_options.jobs,
+                    "run N files at once, each in its own process (a file the library stops is reported, "
+                    "and the others run)")->check(CLI::Range(1u, 256u));
+    run->add_option("--junit", run_options.junit, "write a JUnit XML report to FILE: one test case per scenario file");
+    run->add_flag("--tap", run_options.tap, "print a TAP stream on standard output: one test point per scenario file");
 
-    std::vector<std::string> check_files;
+    RunOptions check_options;
+    check_options.file.check_only = true;
     auto *check = app.add_subcommand("check", "read and validate scenario files without running them");
-    check->add_option("files", check_files, "scenario files")->required()->check(CLI::ExistingFile);
+    check->add_option("files", check_options.files, "scenario files")->required()->check(CLI::ExistingFile);
 
     bool list = false, stats = false;
     auto *catalogue = app.add_subcommand("catalogue", "show the object catalogue");
@@ -81,15 +99,5 @@ int main(int argc, char **argv) {
         else pc::runner::list_types();
         return 0;
     }
-    if (*check) {
-        options.check_only = true;
-        return run_files(check_files, options);
-    }
-    if (!recorder.empty() && !pc::recorder::open_file(recorder)) {
-        fmt::print(stderr, "planecheck: cannot write the recorder to {}: {}\n", recorder, std::strerror(errno));
-        return 2;
-    }
-    int status = run_files(files, options);
-    pc::recorder::close();
-    return status;
+    return run_files(*check ? check_options : run_options);
 }

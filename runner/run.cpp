@@ -52,6 +52,7 @@ private:
     FileResult invalid(const yaml::LoadError &error) {
         result_.invalid = true;
         result_.error = error.text();
+        result_.add_finding(result_.error);
         finish();
         return result_;
     }
@@ -62,7 +63,7 @@ private:
         simplane::set_log([this](int level, const std::string &text) {
             if (level == 0 && !verbose()) return;
             if (level == 1) context_.session.stats[PC_STAT_VALUE_ERROR]++;
-            print_log(text + "\n", context_.session.record_line);
+            print_log(text + "\n", context_.session.record_line, level);
         });
         PROCESS &p = context_.process;
         p.mode = c.mode;
@@ -72,13 +73,16 @@ private:
         p.recorder_off = c.recorder_off;
         p.verbose = verbose();
         std::snprintf(p.node_name, sizeof p.node_name, "%s", c.node.c_str());
-        context_.session.log = [this](int, const std::string &text, uint32_t line) { print_log(text, line); };
+        context_.session.log = [this](int level, const std::string &text, uint32_t line) { print_log(text, line, level); };
     }
 
     bool verbose() const { return options_.verbose || reader_.config().verbose; }
 
-    void print_log(const std::string &text, uint32_t line) {
-        fmt::print(stderr, "{}:{}: {}", result_.path, line ? line : current_line_, text);
+    // Level-1 lines are findings; level-0 lines are information.
+    void print_log(const std::string &text, uint32_t line, int level = 1) {
+        std::string out = fmt::format("{}:{}: {}", result_.path, line ? line : current_line_, text);
+        std::fputs(out.c_str(), stderr);
+        if (level == 1) result_.add_finding(out.substr(0, out.size() - (out.back() == '\n')));
     }
 
     std::string fail_at(const JSON_Value *at, std::string message) {
@@ -215,21 +219,22 @@ private:
         if (ok) result_.expected += got_m + got_v;
         else ++result_.failed_steps;
         std::string what = fmt::format("{} and {} since the last expect", plural(got_m, "mismatch"), plural(got_v, "value error"));
-        if (ok ? !options_.quiet : true)
-            fmt::print("{}:{}: step {} expect: {} ({})\n", result_.path, step.line, step.number, ok ? "ok" : "FAILED", what);
+        std::string line = fmt::format("{}:{}: step {} expect: {} ({})", result_.path, step.line, step.number, ok ? "ok" : "FAILED", what);
+        if (!ok) result_.add_finding(line);
+        if (!ok || !options_.quiet) fmt::print(options_.steps, "{}\n", line);
         return "";
     }
 
     void report(const Step &step, const std::string &label, uint64_t m, uint64_t v) {
         if (options_.quiet && m + v == 0) return;
         std::string outcome = m + v == 0 ? "ok" : fmt::format("{}, {}", plural(m, "mismatch"), plural(v, "value error"));
-        fmt::print("{}:{}: step {} {}: {}\n", result_.path, step.line, step.number, label, outcome);
+        fmt::print(options_.steps, "{}:{}: step {} {}: {}\n", result_.path, step.line, step.number, label, outcome);
     }
 
     void finish() {
         result_.mismatches = mismatches();
         result_.value_errors = value_errors();
-        std::fflush(stdout);
+        std::fflush(options_.steps);
     }
 
     uint64_t mismatches() const { return context_.session.mismatches(); }

@@ -15,8 +15,9 @@ struct Result {
     std::string output; // standard output and standard error, interleaved
 };
 
-Result run(const std::string &args) {
-    std::string command = std::string(PC_PLANECHECK) + " " + args + " 2>&1";
+// Runs planecheck; `with_stderr` folds standard error into the output.
+Result run(const std::string &args, bool with_stderr = true) {
+    std::string command = std::string(PC_PLANECHECK) + " " + args + (with_stderr ? " 2>&1" : " 2>/dev/null");
     FILE *p = popen(command.c_str(), "r");
     std::string out;
     std::array<char, 4096> buffer;
@@ -152,6 +153,32 @@ TEST(Cli, TheBuiltTablesHaveTheCataloguesTotals) {
                              "object-set gated types: 32\n", "key converters: 116\n", "value types: 332\n",
                              "attributes per type: 4 to 102 (scaleacl)\n"})
         EXPECT_NE(built.output.find(line), std::string::npos) << line;
+}
+
+TEST(Cli, FilesInTheirOwnProcessesReportALibraryExitAndRunOn) {
+    std::string rec = testing::TempDir() + "jobs.rec", junit = testing::TempDir() + "report.xml";
+    Result r = run("run -q -j 2 --recorder " + rec + " --junit " + junit + " " + scenario("mismatch.yaml") + " " +
+                   scenario("unknown_table.yaml") + " " + scenario("inject.yaml"));
+    EXPECT_EQ(r.status, 1) << r.output;
+    EXPECT_TRUE(has(r, "unknown_table.yaml: the run ended early with exit status 1")) << r.output;
+    EXPECT_TRUE(has(r, "planecheck: FAILED: 3 files, ")) << r.output;
+    // output and recorder parts come in the order of the files
+    EXPECT_LT(r.output.find("mismatch.yaml:6:"), r.output.find("unknown table test_iff")) << r.output;
+    std::string recorded = read_file(rec);
+    EXPECT_NE(recorded.find("\"op\": \"create\""), std::string::npos);
+    std::string xml = read_file(junit);
+    EXPECT_NE(xml.find("tests=\"3\" failures=\"2\""), std::string::npos) << xml;
+    EXPECT_NE(xml.find("mismatch.yaml:9: attr_a1: received 5 expected 6"), std::string::npos) << xml;
+    EXPECT_NE(xml.find("<testcase classname=\"planecheck\" name=\"" + scenario("inject.yaml") + "\">\n      <system-out>"),
+              std::string::npos) << xml; // a passing file has no failure element
+}
+
+TEST(Cli, TapStreamHasOnePointPerFile) {
+    Result r = run("run --tap " + scenario("expected_mismatch.yaml") + " " + scenario("wrong_expectation.yaml"), false);
+    EXPECT_EQ(r.status, 1);
+    EXPECT_EQ(r.output.rfind("TAP version 13\n1..2\nok 1 - ", 0), 0u) << r.output;
+    EXPECT_TRUE(has(r, "\nnot ok 2 - ")) << r.output;
+    EXPECT_TRUE(has(r, "\n# planecheck: FAILED: 2 files, ")) << r.output;
 }
 
 TEST(Cli, UsageErrorsExitWithTwo) {

@@ -1,0 +1,92 @@
+#include "report.hpp"
+
+#include <fmt/format.h>
+
+#include <fstream>
+
+namespace pc::runner {
+namespace {
+
+std::string plural(uint64_t n, const char *word) {
+    std::string w = word;
+    bool sibilant = w.size() > 2 && (w.compare(w.size() - 2, 2, "ch") == 0 || w.back() == 's');
+    return fmt::format("{} {}{}", n, w, n == 1 ? "" : sibilant ? "es" : "s");
+}
+
+std::string xml(const std::string &s) {
+    std::string out;
+    for (char c : s) {
+        switch (c) {
+        case '&': out += "&amp;"; break;
+        case '<': out += "&lt;"; break;
+        case '>': out += "&gt;"; break;
+        case '"': out += "&quot;"; break;
+        default:
+            if (static_cast<unsigned char>(c) < 0x20 && c != '\n' && c != '\t') out += ' ';
+            else out += c;
+        }
+    }
+    return out;
+}
+
+std::string counts(const FileResult &r) {
+    return fmt::format("{}, {}, {}", plural(r.steps, "step"), plural(r.mismatches, "mismatch"), plural(r.value_errors, "value error"));
+}
+
+} // namespace
+
+Totals add_up(const std::vector<FileResult> &results) {
+    Totals t;
+    for (const auto &r : results) {
+        ++t.files;
+        t.steps += r.steps;
+        t.mismatches += r.mismatches;
+        t.value_errors += r.value_errors;
+        t.expected += r.expected;
+        t.invalid |= r.invalid;
+        t.failed_files += !r.passed();
+    }
+    return t;
+}
+
+std::string summary(const Totals &t, bool check_only) {
+    const char *verdict = t.invalid ? "INVALID" : t.failed_files ? "FAILED" : check_only ? "VALID" : "PASSED";
+    std::string detail = check_only ? plural(t.steps, "step")
+                                    : fmt::format("{}, {}, {}{}", plural(t.steps, "step"), plural(t.mismatches, "mismatch"),
+                                                  plural(t.value_errors, "value error"),
+                                                  t.expected ? fmt::format(" ({} expected)", t.expected) : "");
+    return fmt::format("planecheck: {}: {}, {}", verdict, plural(t.files, "file"), detail);
+}
+
+bool write_junit(const std::string &path, const std::vector<FileResult> &results, double seconds) {
+    Totals t = add_up(results);
+    std::ofstream out(path);
+    out << "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n";
+    out << fmt::format("<testsuites name=\"planecheck\" tests=\"{}\" failures=\"{}\" time=\"{:.3f}\">\n", t.files, t.failed_files, seconds);
+    out << fmt::format("  <testsuite name=\"planecheck\" tests=\"{}\" failures=\"{}\" errors=\"0\" time=\"{:.3f}\">\n", t.files,
+                       t.failed_files, seconds);
+    for (const auto &r : results) {
+        out << fmt::format("    <testcase classname=\"planecheck\" name=\"{}\">\n", xml(r.path));
+        if (!r.passed()) {
+            std::string body;
+            for (const auto &f : r.findings) body += f + "\n";
+            out << fmt::format("      <failure message=\"{}\">{}</failure>\n", xml(r.invalid ? r.error : counts(r)), xml(body));
+        }
+        out << fmt::format("      <system-out>{}</system-out>\n", xml(counts(r)));
+        out << "    </testcase>\n";
+    }
+    out << "  </testsuite>\n</testsuites>\n";
+    return bool(out);
+}
+
+void print_tap(const std::vector<FileResult> &results) {
+    fmt::print("TAP version 13\n1..{}\n", results.size());
+    for (size_t i = 0; i < results.size(); ++i) {
+        const FileResult &r = results[i];
+        fmt::print("{} {} - {} ({})\n", r.passed() ? "ok" : "not ok", i + 1, r.path, counts(r));
+        if (!r.passed())
+            for (const auto &f : r.findings) fmt::print("# {}\n", f);
+    }
+}
+
+} // namespace pc::runner

@@ -1,0 +1,24 @@
+// What a run tells CI: the summary line, a JUnit XML file, a TAP stream.
+#pragma once
+
+#include "run.hpp"
+
+#include <string>
+#include <vector>
+
+namespace pc::runner {
+
+struct Totals {
+    size_t files = 0, steps = 0, failed_files = 0;
+    uint64_t mismatches = 0, value_errors = 0, expected = 0;
+    bool invalid = false;
+};
+
+Totals add_up(const std::vector<FileResult> &results);
+std::string summary(const Totals &t, bool check_only);
+// One test case per scenario file; a failed file carries its findings.
+bool write_junit(const std::string &path, const std::vector<FileResult> &results, double seconds);
+// One test point per scenario file, with its findings as diagnostics.
+void print_tap(const std::vector<FileResult> &results);
+
+} // namespace pc::runner

@@ -11,6 +11,7 @@
 #include <cerrno>
 #include <chrono>
 #include <cstring>
+#include <unistd.h>
 
 namespace {
 
@@ -20,10 +21,28 @@ struct RunOptions {
     std::string recorder, junit;
     bool tap = false;
     unsigned jobs = 0; // 0: all files in this process, one after the other
+    std::string shard; // "I/N": only every N-th file, starting with the I-th
 };
+
+// Keeps the files of shard I of N (1-based): the I-th, the (I+N)-th, ...
+bool take_shard(RunOptions &o) {
+    if (o.shard.empty()) return true;
+    unsigned i = 0, n = 0;
+    char end;
+    if (std::sscanf(o.shard.c_str(), "%u/%u%c", &i, &n, &end) != 2 || n == 0 || i == 0 || i > n) {
+        fmt::print(stderr, "planecheck: --shard takes I/N with 1 <= I <= N, such as 2/4\n");
+        return false;
+    }
+    std::vector<std::string> kept;
+    for (size_t k = i - 1; k < o.files.size(); k += n) kept.push_back(o.files[k]);
+    o.files = std::move(kept);
+    return true;
+}
 
 int run_files(RunOptions &o) {
     auto start = std::chrono::steady_clock::now();
+    if (!take_shard(o)) return 2;
+    o.file.progress = !o.jobs && !o.file.verbose && isatty(STDERR_FILENO);
     if (o.tap) {
         o.file.quiet = true;
         o.file.steps = stderr; // standard output carries the TAP stream alone
@@ -76,6 +95,7 @@ int main(int argc, char **argv) {
                     "and the others run)")->check(CLI::Range(1u, 256u));
     run->add_option("--junit", run_options.junit, "write a JUnit XML report to FILE: one test case per scenario file");
     run->add_flag("--tap", run_options.tap, "print a TAP stream on standard output: one test point per scenario file");
+    run->add_option("--shard", run_options.shard, "run shard I of N of the files (I/N, such as 2/4), for CI fan-out");
 
     RunOptions check_options;
     check_options.file.check_only = true;

@@ -10,7 +10,9 @@
 
 #include <fmt/format.h>
 
+#include <chrono>
 #include <cstring>
+#include <sys/stat.h>
 #include <set>
 
 namespace pc::runner {
@@ -36,6 +38,7 @@ public:
             if (!reader_.next_step(step, done, error)) return invalid(error);
             if (done) break;
             ++result_.steps;
+            show_progress();
             current_line_ = step.line;
             context_.session.record_line = 0;
             std::string problem = run_step(step);
@@ -78,9 +81,32 @@ private:
 
     bool verbose() const { return options_.verbose || reader_.config().verbose; }
 
+    // A line on the terminal that says how far a long file has got, redrawn a few times a second.
+    void show_progress() {
+        if (!options_.progress) return;
+        auto now = std::chrono::steady_clock::now();
+        if (now - last_progress_ < std::chrono::milliseconds(250)) return;
+        last_progress_ = now;
+        if (!file_size_) {
+            struct stat st {};
+            file_size_ = stat(result_.path.c_str(), &st) == 0 && st.st_size > 0 ? size_t(st.st_size) : 1;
+        }
+        int percent = int(100.0 * double(reader_.bytes_read()) / double(file_size_));
+        fmt::print(stderr, "\r\033[K{}: {}% (step {}, {})", result_.path, std::min(percent, 100), result_.steps,
+                   plural(mismatches(), "mismatch"));
+        progress_shown_ = true;
+    }
+
+    void clear_progress() {
+        if (!progress_shown_) return;
+        std::fputs("\r\033[K", stderr);
+        progress_shown_ = false;
+    }
+
     // Level-1 lines are findings; level-0 lines are information.
     void print_log(const std::string &text, uint32_t line, int level = 1) {
         std::string out = fmt::format("{}:{}: {}", result_.path, line ? line : current_line_, text);
+        clear_progress();
         std::fputs(out.c_str(), stderr);
         if (level == 1) result_.add_finding(out.substr(0, out.size() - (out.back() == '\n')));
     }
@@ -227,6 +253,7 @@ private:
 
     void report(const Step &step, const std::string &label, uint64_t m, uint64_t v) {
         if (options_.quiet && m + v == 0) return;
+        if (options_.steps == stderr) clear_progress();
         std::string outcome = m + v == 0 ? "ok" : fmt::format("{}, {}", plural(m, "mismatch"), plural(v, "value error"));
         fmt::print(options_.steps, "{}:{}: step {} {}: {}\n", result_.path, step.line, step.number, label, outcome);
     }
@@ -234,6 +261,7 @@ private:
     void finish() {
         result_.mismatches = mismatches();
         result_.value_errors = value_errors();
+        clear_progress();
         std::fflush(options_.steps);
     }
 
@@ -247,6 +275,9 @@ private:
     uint32_t current_line_ = 0;
     const JSON_Value *problem_at_ = nullptr;
     uint64_t accounted_m_ = 0, accounted_v_ = 0;
+    std::chrono::steady_clock::time_point last_progress_ = std::chrono::steady_clock::now();
+    size_t file_size_ = 0;
+    bool progress_shown_ = false;
 };
 
 } // namespace

@@ -15,6 +15,7 @@ struct Options {
     bool quiet = false;      // print failing steps only
     bool check_only = false; // read and validate, run nothing
     FILE *steps = stdout;    // where the per-step lines go
+    bool progress = false;   // keep a progress line on the terminal (standard error)
 };
 
 struct FileResult {

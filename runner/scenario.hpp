@@ -39,6 +39,7 @@ public:
     const std::string &name() const { return name_; }
     const Config &config() const { return config_; }
     const std::string &path() const { return path_; }
+    size_t bytes_read() const { return reader_.bytes_read(); }
 
 private:
     bool read_config(const JSON_Value *value, yaml::LoadError &error);

@@ -181,6 +181,14 @@ TEST(Cli, TapStreamHasOnePointPerFile) {
     EXPECT_TRUE(has(r, "\n# planecheck: FAILED: 2 files, ")) << r.output;
 }
 
+TEST(Cli, ShardsSplitTheFilesWithoutOverlap) {
+    std::string files = scenario("mismatch.yaml") + " " + scenario("inject.yaml") + " " + scenario("crud_client.yaml");
+    Result first = run("run -q --shard 1/2 " + files), second = run("run -q --shard 2/2 " + files);
+    EXPECT_TRUE(has(first, "FAILED: 2 files, 6 steps,")) << first.output; // mismatch.yaml and crud_client.yaml
+    EXPECT_TRUE(has(second, "PASSED: 1 file, 3 steps,")) << second.output;
+    EXPECT_EQ(run("run --shard 3/2 " + files).status, 2);
+}
+
 TEST(Cli, UsageErrorsExitWithTwo) {
     EXPECT_EQ(run("").status, 2);
     EXPECT_EQ(run("frobnicate").status, 2);

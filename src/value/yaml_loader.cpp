@@ -315,6 +315,8 @@ JSON_Value *Reader::read_value(Arena &arena, LoadError &error) {
     return builder.build(out, 0) ? out : nullptr;
 }
 
+size_t Reader::bytes_read() const { return impl_->parser_ready ? impl_->parser.mark.index : 0; }
+
 void Reader::forget_anchors_of(const Arena &arena) {
     for (auto it = impl_->anchors.begin(); it != impl_->anchors.end();) {
         if (it->second.arena == &arena && it->second.generation != arena.generation())

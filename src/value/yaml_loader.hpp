@@ -56,6 +56,7 @@ public:
     void forget_anchors_of(const Arena &arena);
     void reset_alias_budget() { alias_nodes_ = 0; }
     const std::string &name() const { return name_; }
+    size_t bytes_read() const; // how far into the input the parser is
     void set_limits(const Limits &limits) { limits_ = limits; }
 
     struct Impl; // libyaml state; public so the reader's helpers can reach it

@@ -7,12 +7,6 @@
 namespace pc::runner {
 namespace {
 
-std::string plural(uint64_t n, const char *word) {
-    std::string w = word;
-    bool sibilant = w.size() > 2 && (w.compare(w.size() - 2, 2, "ch") == 0 || w.back() == 's');
-    return fmt::format("{} {}{}", n, w, n == 1 ? "" : sibilant ? "es" : "s");
-}
-
 std::string xml(const std::string &s) {
     std::string out;
     for (char c : s) {
@@ -34,6 +28,12 @@ std::string counts(const FileResult &r) {
 }
 
 } // namespace
+
+std::string plural(uint64_t n, const char *word) {
+    std::string w = word;
+    bool sibilant = w.size() > 2 && (w.compare(w.size() - 2, 2, "ch") == 0 || w.back() == 's');
+    return fmt::format("{} {}{}", n, w, n == 1 ? "" : sibilant ? "es" : "s");
+}
 
 Totals add_up(const std::vector<FileResult> &results) {
     Totals t;

@@ -14,6 +14,9 @@ struct Totals {
     bool invalid = false;
 };
 
+// "1 mismatch", "2 mismatches"
+std::string plural(uint64_t n, const char *word);
+
 Totals add_up(const std::vector<FileResult> &results);
 std::string summary(const Totals &t, bool check_only);
 // One test case per scenario file; a failed file carries its findings.

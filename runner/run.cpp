@@ -1,6 +1,7 @@
 #include "run.hpp"
 
 #include "record_lint.hpp"
+#include "report.hpp"
 
 #include "engine.hpp"
 #include "planecheck/planecheck.h"
@@ -17,12 +18,6 @@
 
 namespace pc::runner {
 namespace {
-
-std::string plural(uint64_t n, const char *word) {
-    std::string w = word;
-    bool sibilant = w.size() > 2 && (w.compare(w.size() - 2, 2, "ch") == 0 || w.back() == 's');
-    return fmt::format("{} {}{}", n, w, n == 1 ? "" : sibilant ? "es" : "s");
-}
 
 class FileRun {
 public:

@@ -1,19 +1,15 @@
 // The generator refuses an inconsistent catalogue and says where the problem is.
+#include "process.hpp"
+
 #include <gtest/gtest.h>
 
-#include <array>
-#include <cstdio>
 #include <fstream>
 #include <string>
 #include <cstdlib>
-#include <sys/wait.h>
 
 namespace {
 
-struct Outcome {
-    int status;
-    std::string output;
-};
+using pc::test::Outcome;
 
 const char *kValueTypes = "value_types:\n  uint: { form: uint, width: 4 }\n  uint64_t: { form: uint, width: 8 }\n"
                           "  refhdl: { form: refhdl, width: 8 }\n";
@@ -23,15 +19,8 @@ Outcome generate(const std::string &objects, const std::string &value_types = kV
     std::string dir = mkdtemp(pattern.data());
     std::ofstream(dir + "/objects.yaml") << objects;
     std::ofstream(dir + "/value_types.yaml") << value_types;
-    std::string command = std::string(PC_CATGEN) + " --objects " + dir + "/objects.yaml --value-types " + dir +
-                          "/value_types.yaml --stats 2>&1";
-    FILE *p = popen(command.c_str(), "r");
-    std::string out;
-    std::array<char, 4096> buffer;
-    size_t n;
-    while ((n = fread(buffer.data(), 1, buffer.size(), p)) > 0) out.append(buffer.data(), n);
-    int status = pclose(p);
-    return {WIFEXITED(status) ? WEXITSTATUS(status) : -1, out};
+    return pc::test::run_command(std::string(PC_CATGEN) + " --objects " + dir + "/objects.yaml --value-types " + dir +
+                                 "/value_types.yaml --stats 2>&1");
 }
 
 const char *kBmap = "    npu_bmap: { type: uint64_t, read_only: true }\n";

@@ -1,30 +1,19 @@
 // The planecheck command line as users run it: exit codes, messages, the summary.
+#include "process.hpp"
+
 #include <gtest/gtest.h>
 
-#include <array>
-#include <cstdio>
 #include <fstream>
 #include <sstream>
 #include <string>
-#include <sys/wait.h>
 
 namespace {
 
-struct Result {
-    int status;
-    std::string output; // standard output and standard error, interleaved
-};
+using Result = pc::test::Outcome;
 
 // Runs planecheck; `with_stderr` folds standard error into the output.
 Result run(const std::string &args, bool with_stderr = true) {
-    std::string command = std::string(PC_PLANECHECK) + " " + args + (with_stderr ? " 2>&1" : " 2>/dev/null");
-    FILE *p = popen(command.c_str(), "r");
-    std::string out;
-    std::array<char, 4096> buffer;
-    size_t n;
-    while ((n = fread(buffer.data(), 1, buffer.size(), p)) > 0) out.append(buffer.data(), n);
-    int status = pclose(p);
-    return {WIFEXITED(status) ? WEXITSTATUS(status) : -1, out};
+    return pc::test::run_command(std::string(PC_PLANECHECK) + " " + args + (with_stderr ? " 2>&1" : " 2>/dev/null"));
 }
 
 std::string scenario(const char *name) { return std::string(PC_SCENARIOS) + "/" + name; }
@@ -139,13 +128,7 @@ TEST(Cli, TheBuiltTablesHaveTheCataloguesTotals) {
     Result built = run("catalogue --stats");
     std::string catgen = std::string(PC_CATGEN) + " --stats --objects " + PC_SOURCE_DIR + "/catalogue/objects.yaml --value-types " +
                          PC_SOURCE_DIR + "/catalogue/value_types.yaml";
-    FILE *p = popen(catgen.c_str(), "r");
-    std::string expected;
-    std::array<char, 4096> buffer;
-    size_t n;
-    while ((n = fread(buffer.data(), 1, buffer.size(), p)) > 0) expected.append(buffer.data(), n);
-    pclose(p);
-    EXPECT_EQ(built.output, expected);
+    EXPECT_EQ(built.output, pc::test::run_command(catgen).output);
     for (const char *line : {"types: 315\n", "attributes with an is-set accessor: 5981\n", "read-only attributes: 337\n",
                              "role-reference pairs: 326\n", "types with role references: 116\n",
                              "types with object-set gated reference pairs: 68\n", "direct reference handles: 328\n",

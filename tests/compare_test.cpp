@@ -5,14 +5,11 @@ namespace {
 
 using pc::test::Harness;
 
-void send(Harness &h, const char *type, const std::string &records) {
-    pc::engine::send(h.type(type), h.json(records), h.ctx());
-}
 
 TEST(Compare, AWrongValueIsReportedWithBothValues) {
     Harness h;
-    send(h, "test_if", "[ {op: create, key_a: 1, attr_a1: 5, rdesc_for_print: {pool: 1, index: 2}, l3a_intf_id: 3} ]");
-    send(h, "test_if", "[ {op: get, key_a: 1, attr_a1: 6, rdesc_for_print: {pool: 1, index: 9}, l3a_intf_id: 3} ]");
+    h.send("test_if", "[ {op: create, key_a: 1, attr_a1: 5, rdesc_for_print: {pool: 1, index: 2}, l3a_intf_id: 3} ]");
+    h.send("test_if", "[ {op: get, key_a: 1, attr_a1: 6, rdesc_for_print: {pool: 1, index: 9}, l3a_intf_id: 3} ]");
     EXPECT_EQ(h.mismatches(), 2u);
     EXPECT_TRUE(h.logged("attr_a1: received 5 expected 6\n"));
     EXPECT_TRUE(h.logged("rdesc_for_print: received {\"pool\": 1, \"index\": 2} expected {\"pool\": 1, \"index\": 9}\n"));
@@ -21,8 +18,8 @@ TEST(Compare, AWrongValueIsReportedWithBothValues) {
 
 TEST(Compare, PresenceIsCheckedBothWays) {
     Harness h;
-    send(h, "test_if", "[ {op: create, key_a: 1, l3a_intf_id: 4} ]");
-    send(h, "test_if", "[ {op: get, key_a: 1, l3a_intf_id: NOT_SET, attr_a2: 1, attr_a3: NOT_SET} ]");
+    h.send("test_if", "[ {op: create, key_a: 1, l3a_intf_id: 4} ]");
+    h.send("test_if", "[ {op: get, key_a: 1, l3a_intf_id: NOT_SET, attr_a2: 1, attr_a3: NOT_SET} ]");
     EXPECT_EQ(h.mismatches(), 2u);
     EXPECT_TRUE(h.logged("l3a_intf_id_is_set: received true expected false\n"));
     EXPECT_TRUE(h.logged("dpa_test_if_get, expected attr_a2 to be set\n"));
@@ -30,18 +27,18 @@ TEST(Compare, PresenceIsCheckedBothWays) {
 
 TEST(Compare, RoleReferencesAreComparedWithoutAPresenceTest) {
     Harness h;
-    send(h, "test_if", "[ {op: create, key_a: 1} ]");
-    send(h, "test_if", "[ {op: get, key_a: 1, ax_obj_testax_refhdl: 0, eth_obj_testethport_refhdl: 5} ]");
+    h.send("test_if", "[ {op: create, key_a: 1} ]");
+    h.send("test_if", "[ {op: get, key_a: 1, ax_obj_testax_refhdl: 0, eth_obj_testethport_refhdl: 5} ]");
     EXPECT_EQ(h.mismatches(), 1u);
     EXPECT_TRUE(h.logged("testethport_refhdl: received \"0x0\" expected \"0x5\"\n"));
 }
 
 TEST(Compare, TheStateTextIsProbedForTheNodesExpectations) {
     Harness h; // simplane's text: {"node0": "state=programmed hdl=0x1001 npus=4"}
-    send(h, "test_if", "[ {op: create, key_a: 1} ]");
-    send(h, "test_if", R"([ {op: get, key_a: 1, npd_state: {node0: {state: programmed, hdl: 4097, npus: 4, s: 4}, node1: {state: down}}} ])");
+    h.send("test_if", "[ {op: create, key_a: 1} ]");
+    h.send("test_if", R"([ {op: get, key_a: 1, npd_state: {node0: {state: programmed, hdl: 4097, npus: 4, s: 4}, node1: {state: down}}} ])");
     EXPECT_EQ(h.mismatches(), 0u) << h.all_log(); // 4097 is found as 0x1001, s=4 inside npus=4
-    send(h, "test_if", R"([ {op: get, key_a: 1, npd_state: {node0: {state: down, ready: true, npus: [4]}}} ])");
+    h.send("test_if", R"([ {op: get, key_a: 1, npd_state: {node0: {state: down, ready: true, npus: [4]}}} ])");
     EXPECT_EQ(h.mismatches(), 3u);
     EXPECT_TRUE(h.logged("dpa_test_if_get, expected state=down in {\"node0\": \"state=programmed hdl=0x1001 npus=4\"}\n"));
     EXPECT_TRUE(h.logged("dpa_test_if_get, expected ready=FALSE in ")); // booleans always probe as FALSE
@@ -50,12 +47,12 @@ TEST(Compare, TheStateTextIsProbedForTheNodesExpectations) {
 
 TEST(Compare, ElementsAreComparedByIndexExceptTheWalkedOnlyOne) {
     Harness h;
-    send(h, "nhgroup", "[ {op: create, nhgroup_id: 1, members: [{is_protected: true, forward_class: 1}, {forward_class: 2}]} ]");
-    send(h, "nhgroup", "[ {op: get, nhgroup_id: 1, members: [x, {forward_class: 3, is_protected: true}]} ]");
+    h.send("nhgroup", "[ {op: create, nhgroup_id: 1, members: [{is_protected: true, forward_class: 1}, {forward_class: 2}]} ]");
+    h.send("nhgroup", "[ {op: get, nhgroup_id: 1, members: [x, {forward_class: 3, is_protected: true}]} ]");
     EXPECT_EQ(h.mismatches(), 2u);
     EXPECT_TRUE(h.logged("forward_class: received 2 expected 3\n"));
     EXPECT_TRUE(h.logged("dpa_nhgroup_get, expected is_protected to be set\n"));
-    send(h, "test_if", "[ {op: create, key_a: 1, members: [{npu_op_count: 1}]}, {op: get, key_a: 1, members: [{npu_op_count: 2}]} ]");
+    h.send("test_if", "[ {op: create, key_a: 1, members: [{npu_op_count: 1}]}, {op: get, key_a: 1, members: [{npu_op_count: 2}]} ]");
     EXPECT_EQ(h.mismatches(), 2u);
 }
 

@@ -53,6 +53,10 @@ public:
 
     // Runs one client step written as YAML.
     void send(const std::string &yaml) { json_send_object_client(json(yaml), ctx()); }
+    // Runs records of one type, written as a YAML list; returns the send's result.
+    int64_t send(const char *type_name, const std::string &records) {
+        return engine::send(type(type_name), json(records), ctx());
+    }
 
     uint64_t mismatches() const { return context.session.mismatches(); }
     uint64_t value_errors() const { return context.session.value_errors(); }

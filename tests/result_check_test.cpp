@@ -5,14 +5,11 @@ namespace {
 
 using pc::test::Harness;
 
-void send(Harness &h, const char *type, const std::string &records) {
-    pc::engine::send(h.type(type), h.json(records), h.ctx());
-}
 
 TEST(ResultCheck, TheDontCareStatusAcceptsAnything) {
     Harness h;
     h.context.process.verbose = 1;
-    send(h, "test_if", "[ {op: delete, key_a: 1, rc: 53450}, {op: get, key_a: 1, rc: DONT_CARE} ]");
+    h.send("test_if", "[ {op: delete, key_a: 1, rc: 53450}, {op: get, key_a: 1, rc: DONT_CARE} ]");
     EXPECT_EQ(h.mismatches(), 0u);
     EXPECT_TRUE(h.logged("dpa_test_if_delete is SUCCESS\n"));
     EXPECT_TRUE(h.logged("dpa_test_if_get is SUCCESS\n"));
@@ -21,7 +18,7 @@ TEST(ResultCheck, TheDontCareStatusAcceptsAnything) {
 TEST(ResultCheck, StatusesAreComparedOnTheirClassOnly) {
     Harness h;
     simplane::arm_injection("test_if delete", 0x2002, 2);
-    send(h, "test_if", "[ {op: delete, key_a: 1, rc: 0x1002}, {op: delete, key_a: 1, rc: 0x1003} ]");
+    h.send("test_if", "[ {op: delete, key_a: 1, rc: 0x1002}, {op: delete, key_a: 1, rc: 0x1003} ]");
     EXPECT_EQ(h.mismatches(), 1u);
     EXPECT_TRUE(h.logged("dpa_test_if_delete: ENOENT, received 8194 expected 4099\n"));
 }
@@ -30,7 +27,7 @@ TEST(ResultCheck, AnInjectedErrorIsReissuedUntilItStops) {
     Harness h;
     h.context.process.verbose = 1;
     simplane::arm_injection("test_if create", 12, 2);
-    send(h, "test_if", "[ {op: create, key_a: 1, hdl: if1} ]");
+    h.send("test_if", "[ {op: create, key_a: 1, hdl: if1} ]");
     EXPECT_EQ(h.mismatches(), 0u) << h.all_log();
     EXPECT_EQ(h.records_with_op("create"), 3u);
     EXPECT_EQ(h.count_logged("Calling dpa_test_if_create \n"), 3u);
@@ -47,18 +44,18 @@ TEST(ResultCheck, AnInjectedErrorIsReissuedUntilItStops) {
 TEST(ResultCheck, ARecordExpectingTheInjectedClassIsNotReissued) {
     Harness h;
     simplane::arm_injection("test_if update", 0x40c, 1);
-    send(h, "test_if", "[ {op: update, key_a: 1, rc: ENOMEM} ]");
+    h.send("test_if", "[ {op: update, key_a: 1, rc: ENOMEM} ]");
     EXPECT_EQ(h.mismatches(), 0u);
     EXPECT_EQ(h.records_with_op("update"), 1u);
     simplane::arm_injection("test_if update", 12, 1);
-    send(h, "test_if", "[ {op: update, key_a: 1} ]"); // reissued once, then ENOENT from the store
+    h.send("test_if", "[ {op: update, key_a: 1} ]"); // reissued once, then ENOENT from the store
     EXPECT_EQ(h.records_with_op("update"), 3u);
     EXPECT_TRUE(h.logged("dpa_test_if_update: ENOENT, received 2 expected 0\n"));
 }
 
 TEST(ResultCheck, AGetNamesItsHandleEvenWhenItFails) {
     Harness h;
-    send(h, "test_if", "[ {op: create, key_a: 1, hdl: first}, {op: get, key_a: 5, hdl: missing, rc: ENOENT}, {op: get, key_a: 1, hdl: again} ]");
+    h.send("test_if", "[ {op: create, key_a: 1, hdl: first}, {op: get, key_a: 5, hdl: missing, rc: ENOENT}, {op: get, key_a: 1, hdl: again} ]");
     EXPECT_EQ(h.context.session.handles.at("first"), 0x1001u);
     EXPECT_EQ(h.context.session.handles.at("missing"), 0u);
     EXPECT_EQ(h.context.session.handles.at("again"), 0x1001u);
@@ -67,7 +64,7 @@ TEST(ResultCheck, AGetNamesItsHandleEvenWhenItFails) {
 TEST(ResultCheck, EachDifferingNpuResultIsOneLineAndOneCountBeforeTheStatus) {
     Harness h;
     simplane::arm_npu_results("test_if create", {0, 5, 7}, 1);
-    send(h, "test_if", "[ {op: create, key_a: 1, npu_result: [0, 6, 8], rc: EINVAL} ]");
+    h.send("test_if", "[ {op: create, key_a: 1, npu_result: [0, 6, 8], rc: EINVAL} ]");
     EXPECT_EQ(h.mismatches(), 3u);
     ASSERT_EQ(h.log.size(), 3u);
     EXPECT_EQ(h.log[0], "npu_result: received 5 expected 6\n");
@@ -78,7 +75,7 @@ TEST(ResultCheck, EachDifferingNpuResultIsOneLineAndOneCountBeforeTheStatus) {
 TEST(ResultCheck, TheStatisticsTypeRecordsOnlyCreatesAndDeletes) {
     Harness h;
     h.context.process.object_set = 1;
-    send(h, "l1portstats", "[ {op: create}, {op: update}, {op: get}, {op: get_first}, {op: delete} ]");
+    h.send("l1portstats", "[ {op: create}, {op: update}, {op: get}, {op: get_first}, {op: delete} ]");
     EXPECT_EQ(h.mismatches(), 0u);
     EXPECT_EQ(h.records_with_op("create"), 1u);
     EXPECT_EQ(h.records_with_op("delete"), 1u);
@@ -88,18 +85,18 @@ TEST(ResultCheck, TheStatisticsTypeRecordsOnlyCreatesAndDeletes) {
 TEST(ResultCheck, EndOfDataIsAnOperationOnlyWhereTheTypeHasIt) {
     Harness h;
     h.context.process.verbose = 1;
-    send(h, "scaleacl", "[ {op: eod} ]");
+    h.send("scaleacl", "[ {op: eod} ]");
     EXPECT_EQ(h.records_with_op("eod"), 1u);
     EXPECT_TRUE(h.logged("Calling dpa_scaleacl_eod \n"));
     EXPECT_TRUE(h.logged("dpa_scaleacl_eod is SUCCESS\n"));
-    send(h, "test_if", "[ {op: eod, rc: EINVAL} ]");
+    h.send("test_if", "[ {op: eod, rc: EINVAL} ]");
     EXPECT_EQ(h.records_with_op("eod"), 1u);
     EXPECT_EQ(h.mismatches(), 0u);
 }
 
 TEST(ResultCheck, ASuccessfulCreatePrintsTheObjectWithItsTransactionId) {
     Harness h;
-    send(h, "test_if", "[ {op: create, key_a: 1, trans_id: 42}, {op: create, key_a: 1} ]");
+    h.send("test_if", "[ {op: create, key_a: 1, trans_id: 42}, {op: create, key_a: 1} ]");
     ASSERT_EQ(h.simplane_log.size(), 1u);
     EXPECT_EQ(h.simplane_log[0], "simplane: test_if handle 4097 trans_id 42");
 }

@@ -5,23 +5,19 @@ namespace {
 
 using pc::test::Harness;
 
-int64_t send(Harness &h, const char *type, const std::string &records) {
-    const pc::engine::TypeDesc &t = h.type(type);
-    return pc::engine::send(t, h.json(records), h.ctx());
-}
 
 TEST(Send, NonArraysEmptyArraysAndNonObjectRecordsDoNothing) {
     Harness h;
-    EXPECT_EQ(send(h, "test_if", "{op: create, key_a: 1}"), 0);
-    EXPECT_EQ(send(h, "test_if", "[]"), 0);
-    EXPECT_EQ(send(h, "test_if", "[1, two, [3]]"), 0);
+    EXPECT_EQ(h.send("test_if", "{op: create, key_a: 1}"), 0);
+    EXPECT_EQ(h.send("test_if", "[]"), 0);
+    EXPECT_EQ(h.send("test_if", "[1, two, [3]]"), 0);
     EXPECT_EQ(simplane::stored_count(0), 0u);
     EXPECT_TRUE(h.recorder.empty());
 }
 
 TEST(Send, AnExpectedStatusCarriesOverToLaterRecordsWithoutOne) {
     Harness h;
-    send(h, "test_if", "[ {op: create, key_a: 1, rc: EEXIST}, {op: delete, key_a: 1} ]");
+    h.send("test_if", "[ {op: create, key_a: 1, rc: EEXIST}, {op: delete, key_a: 1} ]");
     EXPECT_EQ(h.mismatches(), 2u);
     EXPECT_TRUE(h.logged("dpa_test_if_create: EOK, received 0 expected 17\n"));
     EXPECT_TRUE(h.logged("dpa_test_if_delete: EOK, received 0 expected 17\n"));
@@ -29,7 +25,7 @@ TEST(Send, AnExpectedStatusCarriesOverToLaterRecordsWithoutOne) {
 
 TEST(Send, AWalkKeepsTheDepthOfAnEarlierWalk) {
     Harness h;
-    send(h, "test_if", "[ {op: walk_by_key, key_a: 1, depth: 3, trans_id: 9}, {op: walk_by_key, key_a: 2} ]");
+    h.send("test_if", "[ {op: walk_by_key, key_a: 1, depth: 3, trans_id: 9}, {op: walk_by_key, key_a: 2} ]");
     ASSERT_EQ(h.simplane_log.size(), 2u);
     EXPECT_EQ(h.simplane_log[0], "simplane: chain walk of test_if depth 3 trans_id 9");
     EXPECT_EQ(h.simplane_log[1], h.simplane_log[0]);
@@ -39,30 +35,30 @@ TEST(Send, AWalkKeepsTheDepthOfAnEarlierWalk) {
 TEST(Send, AReplayInTheFirstRecordRunsAloneAndItsStatusIsNotReturned) {
     Harness h;
     simplane::arm_injection("test_if replay", 0x20c, 1);
-    EXPECT_EQ(send(h, "test_if", "[ {op: replay}, {op: create, key_a: 1} ]"), 0);
+    EXPECT_EQ(h.send("test_if", "[ {op: replay}, {op: create, key_a: 1} ]"), 0);
     EXPECT_EQ(simplane::stored_count(0), 0u);
     EXPECT_EQ(h.records_with_op("replay"), 1u);
     EXPECT_NE(h.recorder.find("\"err\": 12,"), std::string::npos);
     h.recorder.clear();
     // a replay after the first record is an unknown op: built, checked, nothing performed
-    EXPECT_EQ(send(h, "test_if", "[ {op: create, key_a: 1}, {op: replay_start, npu_result: [5]} ]"), 0);
+    EXPECT_EQ(h.send("test_if", "[ {op: create, key_a: 1}, {op: replay_start, npu_result: [5]} ]"), 0);
     EXPECT_EQ(h.records_with_op("replay_start"), 0u);
     EXPECT_TRUE(h.logged("npu_result: received 0 expected 5\n"));
 }
 
 TEST(Send, TheResultIsTheLastPerformedOperationsStatus) {
     Harness h;
-    EXPECT_EQ(send(h, "test_if", "[ {op: create, key_a: 1}, {op: create, key_a: 1, rc: EEXIST}, {op: frobnicate} ]"), 17);
+    EXPECT_EQ(h.send("test_if", "[ {op: create, key_a: 1}, {op: create, key_a: 1, rc: EEXIST}, {op: frobnicate} ]"), 17);
     EXPECT_EQ(h.mismatches(), 0u);
 }
 
 TEST(Send, OnlyASuccessfulGetIsCompared) {
     Harness h;
-    send(h, "test_if", "[ {op: create, key_a: 1, attr_a1: 5} ]");
-    send(h, "test_if", "[ {op: get, key_a: 2, attr_a1: 6, rc: ENOENT} ]");
+    h.send("test_if", "[ {op: create, key_a: 1, attr_a1: 5} ]");
+    h.send("test_if", "[ {op: get, key_a: 2, attr_a1: 6, rc: ENOENT} ]");
     EXPECT_EQ(h.mismatches(), 0u);
     // a get that finds the object is compared even when the record expected it to fail
-    send(h, "test_if", "[ {op: get, key_a: 1, attr_a1: 6, rc: ENOENT} ]");
+    h.send("test_if", "[ {op: get, key_a: 1, attr_a1: 6, rc: ENOENT} ]");
     EXPECT_EQ(h.mismatches(), 2u);
     EXPECT_TRUE(h.logged("attr_a1: received 5 expected 6\n"));
 }
@@ -70,13 +66,13 @@ TEST(Send, OnlyASuccessfulGetIsCompared) {
 TEST(Send, TheObjectSetFlagChoosesWhichOfTheTwinTypesRun) {
     Harness h;
     h.context.process.object_set = 0;
-    EXPECT_EQ(send(h, "l3intf", "[ {op: create, rc: EINVAL} ]"), 0);
-    send(h, "l3if", "[ {op: create} ]");
+    EXPECT_EQ(h.send("l3intf", "[ {op: create, rc: EINVAL} ]"), 0);
+    h.send("l3if", "[ {op: create} ]");
     EXPECT_EQ(simplane::stored_count(h.type("l3intf").number), 0u);
     EXPECT_EQ(simplane::stored_count(h.type("l3if").number), 1u);
     h.context.process.object_set = 1;
-    send(h, "l3intf", "[ {op: create} ]");
-    send(h, "l3if", "[ {op: delete} ]");
+    h.send("l3intf", "[ {op: create} ]");
+    h.send("l3if", "[ {op: delete} ]");
     EXPECT_EQ(simplane::stored_count(h.type("l3intf").number), 1u);
     EXPECT_EQ(simplane::stored_count(h.type("l3if").number), 1u);
     EXPECT_EQ(h.mismatches(), 0u);
@@ -84,12 +80,12 @@ TEST(Send, TheObjectSetFlagChoosesWhichOfTheTwinTypesRun) {
 
 TEST(Send, SizedTypesTakeTheirSizeFromMembersAndTheCountKeyWins) {
     Harness h;
-    send(h, "nhgroup", "[ {op: create, nhgroup_id: 1, members: [{forward_class: 1}, {forward_class: 2}, {forward_class: 3}]} ]");
-    send(h, "nhgroup", "[ {op: create, nhgroup_id: 2, members: [{forward_class: 1}], num_paths: 8} ]");
-    send(h, "nhgroup", "[ {op: create, nhgroup_id: 3} ]");
-    send(h, "nhgroup", "[ {op: create, nhgroup_id: 4, members: {forward_class: 1}} ]");
+    h.send("nhgroup", "[ {op: create, nhgroup_id: 1, members: [{forward_class: 1}, {forward_class: 2}, {forward_class: 3}]} ]");
+    h.send("nhgroup", "[ {op: create, nhgroup_id: 2, members: [{forward_class: 1}], num_paths: 8} ]");
+    h.send("nhgroup", "[ {op: create, nhgroup_id: 3} ]");
+    h.send("nhgroup", "[ {op: create, nhgroup_id: 4, members: {forward_class: 1}} ]");
     // the send of this type sizes from "members" alone
-    send(h, "qosmatchstats", "[ {op: create, members: [{}, {}], num_counters: 5} ]");
+    h.send("qosmatchstats", "[ {op: create, members: [{}, {}], num_counters: 5} ]");
     auto count = [&](const std::string &line) {
         size_t n = 0;
         for (size_t at = h.recorder.find(line); at != std::string::npos; at = h.recorder.find(line, at + 1)) ++n;
@@ -104,16 +100,16 @@ TEST(Send, SizedTypesTakeTheirSizeFromMembersAndTheCountKeyWins) {
 TEST(Send, TheAclStatisticsTypeWaitsAfterAnUpdateWhenAsked) {
     Harness h;
     h.context.process.wait = 1;
-    send(h, "ingaclstats", "[ {op: create}, {op: update} ]");
+    h.send("ingaclstats", "[ {op: create}, {op: update} ]");
     EXPECT_EQ(h.count_logged("WAITING\n"), 1u);
     h.context.process.wait = 0;
-    send(h, "ingaclstats", "[ {op: update} ]");
+    h.send("ingaclstats", "[ {op: update} ]");
     EXPECT_EQ(h.count_logged("WAITING\n"), 1u);
 }
 
 TEST(Send, ARecordWithoutAnOpIsReportedAndSkipped) {
     Harness h;
-    send(h, "test_if", "[ {key_a: 1}, {op: create, key_a: 2} ]");
+    h.send("test_if", "[ {key_a: 1}, {op: create, key_a: 2} ]");
     EXPECT_EQ(h.value_errors(), 1u);
     EXPECT_TRUE(h.logged("test_if: a record needs an \"op\" text"));
     EXPECT_EQ(simplane::stored_count(0), 1u);
@@ -122,7 +118,7 @@ TEST(Send, ARecordWithoutAnOpIsReportedAndSkipped) {
 TEST(Send, ClientAndServerFormsRunTheSameStoreOperations) {
     for (int mode : {1, 0}) {
         Harness h(mode);
-        send(h, "nhgroup", R"([
+        h.send("nhgroup", R"([
             {op: create, nhgroup_id: 5, fec_id: 1}, {op: create, nhgroup_id: 9, fec_id: 2},
             {op: get_first, fec_id: 1}, {op: get_next, nhgroup_id: 5, fec_id: 2},
             {op: get_gt_eq, nhgroup_id: 6, fec_id: 2}, {op: get_next, nhgroup_id: 9, rc: ENOENT},

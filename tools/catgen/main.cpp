@@ -27,24 +27,6 @@ bool write_if_changed(const fs::path &path, const std::string &text) {
     return bool(out);
 }
 
-void print_stats(const catgen::Catalogue &cat) {
-    catgen::Totals s = catgen::totals(cat);
-    fmt::print("types: {}\n", s.types);
-    fmt::print("attributes with an is-set accessor: {}\n", s.attributes);
-    fmt::print("read-only attributes: {}\n", s.read_only);
-    fmt::print("role-reference pairs: {}\n", s.role_pairs);
-    fmt::print("types with role references: {}\n", s.role_types);
-    fmt::print("types with object-set gated reference pairs: {}\n", s.gated_pair_types);
-    fmt::print("direct reference handles: {}\n", s.direct_refhdl);
-    fmt::print("types with an NPU mask: {}\n", s.npu_mask_types);
-    fmt::print("sized types: {}\n", s.sized);
-    fmt::print("eod types: {}\n", s.eod);
-    fmt::print("object-set gated types: {}\n", s.gated_types);
-    fmt::print("key converters: {}\n", s.key_converters);
-    fmt::print("value types: {}\n", s.value_types);
-    fmt::print("attributes per type: {} to {} ({})\n", s.min_attributes, s.max_attributes, s.largest);
-}
-
 int usage() {
     std::fputs("usage: catgen --objects FILE --value-types FILE [--out DIR] [--stats]\n", stderr);
     return 2;
@@ -73,7 +55,7 @@ int main(int argc, char **argv) {
         fmt::print(stderr, "catgen: {} problem{} in the catalogue\n", diag.errors.size(), diag.errors.size() == 1 ? "" : "s");
         return 1;
     }
-    if (stats) print_stats(cat);
+    if (stats) pc::print_totals(catgen::totals(cat));
     if (out.empty()) return 0;
 
     fs::path dir(out);

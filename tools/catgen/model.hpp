@@ -1,6 +1,8 @@
 // The catalogue as the generator sees it: object types, their attributes and value types.
 #pragma once
 
+#include "catalogue_totals.hpp"
+
 #include <cstdint>
 #include <map>
 #include <set>
@@ -111,12 +113,6 @@ struct Diagnostics {
 bool load_catalogue(const std::string &objects_path, const std::string &value_types_path, Catalogue &catalogue,
                     Diagnostics &diagnostics);
 
-struct Totals {
-    size_t types = 0, attributes = 0, read_only = 0, role_pairs = 0, role_types = 0, direct_refhdl = 0,
-           npu_mask_types = 0, sized = 0, eod = 0, gated_types = 0, gated_pair_types = 0, key_converters = 0,
-           value_types = 0, min_attributes = 0, max_attributes = 0;
-    std::string largest;
-};
-Totals totals(const Catalogue &catalogue);
+pc::CatalogueTotals totals(const Catalogue &catalogue);
 
 } // namespace catgen

@@ -197,8 +197,8 @@ void resolve_and_check(Catalogue &cat, Diagnostics &diag) {
     for (auto &vt : cat.value_types) vt.id = id++;
 }
 
-Totals totals(const Catalogue &cat) {
-    Totals s;
+pc::CatalogueTotals totals(const Catalogue &cat) {
+    pc::CatalogueTotals s;
     s.types = cat.types.size();
     s.min_attributes = SIZE_MAX;
     for (const auto &t : cat.types) {

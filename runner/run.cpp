@@ -37,6 +37,7 @@ public:
             current_line_ = step.line;
             context_.session.record_line = 0;
             std::string problem = run_step(step);
+            print_dump_document(step);
             if (!problem.empty()) {
                 error = {result_.path, pc_json_line(problem_at_), pc_json_column(problem_at_), problem};
                 return invalid(error);
@@ -90,6 +91,15 @@ private:
         fmt::print(stderr, "\r\033[K{}: {}% (step {}, {})", result_.path, std::min(percent, 100), result_.steps,
                    plural(mismatches(), "mismatch"));
         progress_shown_ = true;
+    }
+
+    // What the JSON dump converters wrote during the step, printed as one JSON object.
+    void print_dump_document(const Step &step) {
+        std::string &doc = context_.session.dump_document;
+        if (doc.empty()) return;
+        doc.erase(doc.size() - 2, 1); // the last member's comma
+        fmt::print(options_.steps, "{}:{}: step {} dump:\n{{\n{}}}\n", result_.path, step.line, step.number, doc);
+        doc.clear();
     }
 
     void clear_progress() {

@@ -116,6 +116,26 @@ TEST(Converters, BadValuesGiveOneMessageNamingTheAttributeAndTheRunGoesOn) {
     }
 }
 
+TEST(Converters, SignedRangesAndHexBitPatternsHaveExactEdges) {
+    pc::test::Harness h;
+    int8_t c = 0;
+    json_convert_char(h.ctx(), &c, h.json("-128"), "c");
+    EXPECT_EQ(c, -128);
+    json_convert_char(h.ctx(), &c, h.json("\"0xff\""), "c"); // hex is a bit pattern of the width
+    EXPECT_EQ(c, -1);
+    EXPECT_EQ(h.value_errors(), 0u) << h.all_log();
+    json_convert_char(h.ctx(), &c, h.json("128"), "c");
+    json_convert_char(h.ctx(), &c, h.json("\"0x100\""), "c");
+    EXPECT_EQ(h.value_errors(), 2u);
+    int64_t big = 0;
+    json_convert_int64_t(h.ctx(), &big, h.json("-9223372036854775808"), "big");
+    EXPECT_EQ(big, INT64_MIN);
+    uint64_t u = 0;
+    json_convert_uint64_t(h.ctx(), &u, h.json("18446744073709551615"), "u"); // beyond a double's precision
+    EXPECT_EQ(u, UINT64_MAX);
+    EXPECT_EQ(h.value_errors(), 2u) << h.all_log();
+}
+
 TEST(Converters, OverlongStringsAndListsAreCutToFitAndReported) {
     pc::test::Harness h;
     pc_string64_t s;

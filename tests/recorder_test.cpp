@@ -110,6 +110,31 @@ TEST(Recorder, NullObjectsAndTheOffSwitchWriteNothing) {
     EXPECT_FALSE(h.recorder.empty());
 }
 
+TEST(Recorder, EveryInstanceRepeatsTheObjectsValuesWithItsOwnControls) {
+    Harness h;
+    // two instances side by side, as a batch object holds them
+    ofa_client_obj_base_t one = dpa_testethport_ctor();
+    size_t size = one->inst_size;
+    auto *two = static_cast<ofa_client_obj_base_s *>(std::calloc(1, sizeof(ofa_client_obj_base_s) + 2 * size));
+    *two = *one;
+    two->data = two + 1;
+    two->inst_count = 2;
+    std::memcpy(two->data, one->data, size);
+    std::memcpy(static_cast<char *>(two->data) + size, one->data, size);
+    two->cur_inst = 1;
+    dpa_testethport_set_port_id(two, 5); // written into instance 1, the current one
+    ofa_testethport_inst_from_batch(two, 0)->npu_id = 3;
+    ofa_testethport_inst_from_batch(two, 1)->npu_id = 4;
+    recorder_testethport_dump(h.ctx(), "send_object", "create", two, 0);
+    std::string text = mask_timestamps(h.recorder);
+    EXPECT_NE(text.find("      \"npu_id\": 3,\n      \"port_id\": 5,"), std::string::npos) << text;
+    EXPECT_NE(text.find("      \"npu_id\": 4,\n      \"port_id\": 5,"), std::string::npos) << text;
+    EXPECT_NE(text.find("      }\n      {\n"), std::string::npos); // entries follow each other without a comma
+    EXPECT_EQ(two->cur_inst, 1u); // put back as it was
+    std::free(two);
+    dpa_testethport_dtor(one);
+}
+
 TEST(Recorder, NoInstancesLeaveOnlyTheFrame) {
     Harness h;
     Built b;

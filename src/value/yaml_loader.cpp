@@ -29,6 +29,8 @@ struct Reader::Impl {
         size_t generation;
     };
     std::unordered_map<std::string, Anchor> anchors;
+    std::unordered_set<std::string> forgotten; // anchors of earlier steps, for a clear message
+    static constexpr size_t kForgottenMax = 10000;
 
     ~Impl() {
         if (have_event) yaml_event_delete(&event);
@@ -238,12 +240,12 @@ struct NodeBuilder {
         std::string anchor(reinterpret_cast<const char *>(impl.event.data.alias.anchor));
         consume(impl);
         auto it = impl.anchors.find(anchor);
-        if (it == impl.anchors.end()) return fail(at, "unknown anchor '" + anchor + "'");
-        const auto &a = it->second;
-        if (a.arena->generation() != a.generation)
+        if (it == impl.anchors.end() && impl.forgotten.count(anchor))
             return fail(at, "anchor '" + anchor +
                                 "' was defined in an earlier step; steps are read one at a time, so define "
                                 "shared values before 'steps:' or within the step");
+        if (it == impl.anchors.end()) return fail(at, "unknown anchor '" + anchor + "'");
+        const auto &a = it->second;
         alias_nodes += a.nodes;
         if (alias_nodes > limits.max_alias_nodes)
             return fail(at, "aliases expand to more than " + std::to_string(limits.max_alias_nodes) + " values");
@@ -319,8 +321,10 @@ size_t Reader::bytes_read() const { return impl_->parser_ready ? impl_->parser.m
 
 void Reader::forget_anchors_of(const Arena &arena) {
     for (auto it = impl_->anchors.begin(); it != impl_->anchors.end();) {
-        if (it->second.arena == &arena && it->second.generation != arena.generation())
+        if (it->second.arena == &arena && it->second.generation != arena.generation()) {
+            if (impl_->forgotten.size() < Impl::kForgottenMax) impl_->forgotten.insert(it->first);
             it = impl_->anchors.erase(it);
+        }
         else
             ++it;
     }

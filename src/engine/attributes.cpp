@@ -12,24 +12,28 @@ void convert(PROCESS *context, uint16_t value_type, void *out, uint32_t width, J
     kValueTypes[value_type].convert(context, out, value, name);
 }
 
+// Where a key field sits in the packed key record.
+uint32_t key_offset(const TypeDesc &type, uint16_t field) {
+    uint32_t offset = 0;
+    for (uint16_t k = 0; k < field; ++k) offset += type.attrs[k].width;
+    return offset;
+}
+
 // Key fields fill one key record; if any was given it is set whole, then field by field.
 void set_keys(const TypeDesc &type, const RecordMembers &members, PROCESS *context, Obj obj) {
     alignas(8) uint8_t key[kValueBufferMax] = {};
-    uint32_t offsets[64];
-    uint32_t offset = 0;
-    for (uint16_t k = 0; k < type.key_count && k < 64; ++k) offsets[k] = offset, offset += type.attrs[k].width;
     bool any = false;
     for (const Member &m : members) {
         if (m.what != Member::Attribute || m.index >= type.key_count) continue;
         const AttrDesc &a = type.attrs[m.index];
-        kValueTypes[a.value_type].convert(context, key + offsets[m.index], m.value, a.name);
+        kValueTypes[a.value_type].convert(context, key + key_offset(type, m.index), m.value, a.name);
         any = true;
     }
     if (!any) return;
     type.ops->set_key(obj, key);
     for (const Member &m : members)
         if (m.what == Member::Attribute && m.index < type.key_count)
-            type.attrs[m.index].set(obj, 0, key + offsets[m.index]);
+            type.attrs[m.index].set(obj, 0, key + key_offset(type, m.index));
 }
 
 void set_role(const RoleDesc &role, bool key_form, JSON_Value *value, PROCESS *context, Obj obj, uint32_t index) {

@@ -3,17 +3,23 @@
 
 #include <gtest/gtest.h>
 
+#include <cstdio>
+#include <cstdlib>
 #include <fstream>
+#include <unistd.h>
 
 namespace {
 
 pc::runner::FileResult run_text(const std::string &text) {
-    std::string path = testing::TempDir() + "scenario_test.yaml";
+    std::string path = testing::TempDir() + "scenario_XXXXXX.yaml"; // tests may run in parallel
+    close(mkstemps(path.data(), 5));
     std::ofstream(path) << text;
     pc::runner::Options options;
     options.quiet = true;
     options.steps = stderr;
-    return pc::runner::run_file(path, options);
+    pc::runner::FileResult r = pc::runner::run_file(path, options);
+    std::remove(path.c_str());
+    return r;
 }
 
 std::string error_after_file(const pc::runner::FileResult &r) { return r.error.substr(r.error.find(".yaml:") + 6); }

@@ -157,17 +157,23 @@ private:
         return "";
     }
 
-    // Reports record keys the type does not have, where the step goes to an object type.
+    // Reports record keys the type does not have, where the step (or a batch element) goes to an
+    // object type.
     void lint(const JSON_Object *step) {
-        static const char *const specials[] = {"ports", "vlan", "batch_crud", "route", "bundle", "get_then_update_test"};
+        static const char *const specials[] = {"ports", "vlan", "route", "bundle", "get_then_update_test"};
         for (const char *s : specials)
             if (json_object_get_value(step, s)) return;
-        const engine::TypeDesc *type = nullptr;
-        const JSON_Value *records = nullptr;
-        for (size_t i = 0; i < json_object_get_count(step); ++i) {
-            const engine::TypeDesc *t = engine::find_type(json_object_get_name(step, i));
-            if (t && (!type || t->number < type->number)) type = t, records = json_object_get_value_at(step, i);
+        if (const JSON_Array *batch = json_value_get_array(json_object_get_value(step, "batch_crud"))) {
+            for (size_t i = 1; i < json_array_get_count(batch); ++i)
+                if (const JSON_Object *element = json_value_get_object(json_array_get_value(batch, i))) lint_type(element);
+            return;
         }
+        if (!json_object_get_value(step, "batch_crud")) lint_type(step);
+    }
+
+    void lint_type(const JSON_Object *records_by_type) {
+        JSON_Value *records = nullptr;
+        const engine::TypeDesc *type = engine::first_type(records_by_type, records);
         if (!type) return;
         lint_records(*type, records, [this](const JSON_Value *at, const std::string &message) {
             context_.session.stats[PC_STAT_VALUE_ERROR]++;

@@ -106,6 +106,13 @@ TEST(Cli, KeysATypeDoesNotHaveAreReportedWhereTheyAre) {
     EXPECT_TRUE(has(check, "test_if has no 'atr_a1'")) << check.output;
 }
 
+TEST(Cli, ABatchRunsItsEntriesAndChecksEachOne) {
+    Result r = run("run " + scenario("batch.yaml"));
+    EXPECT_EQ(r.status, 0) << r.output;
+    EXPECT_TRUE(has(r, "batch.yaml:9: nhgroup has no 'forward_clas' in its members;")) << r.output;
+    EXPECT_TRUE(has(r, "step 2 send batch_crud: 0 mismatches, 1 value error")) << r.output;
+}
+
 TEST(Cli, InjectedErrorsAreRetriedAndRecorded) {
     std::string rec = testing::TempDir() + "inject.rec";
     Result r = run("run -v --recorder " + rec + " " + scenario("inject.yaml"));

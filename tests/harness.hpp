@@ -6,6 +6,7 @@
 #include "engine.hpp"
 #include "planecheck/dpa_api.h"
 #include "planecheck/planecheck.h"
+#include "planecheck/platform_api.h"
 #include "planecheck/session.hpp"
 #include "planecheck/support.h"
 #include "recorder_sink.hpp"

@@ -14,6 +14,13 @@ int32_t recorder_dump(const TypeDesc &type, PROCESS *context, const char *sectio
 int32_t recorder_dump_replay(const TypeDesc &type, PROCESS *context, const char *section, const char *op,
                              int32_t status);
 
+// Batches: queue one record's operation, and check a queued entry after the batch ran.
+int batch_enqueue(const TypeDesc &type, ofa_batch_list_t list, JSON_Value *value, PROCESS *context);
+int32_t validate_object(const TypeDesc &type, Obj entry, JSON_Value *value, PROCESS *context);
+
+// The earliest catalogue type among a record's keys, and the value under that key; null if none.
+const TypeDesc *first_type(const JSON_Object *record, JSON_Value *&value);
+
 // The result check after an operation: NPU results, status, handle naming, recorder, retry.
 void check_result(const TypeDesc &type, PROCESS *context, Obj obj, int32_t received, int32_t expected,
                   JSON_Object *record, JSON_Value *op);

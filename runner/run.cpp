@@ -12,6 +12,7 @@
 #include <fmt/format.h>
 
 #include <chrono>
+#include <optional>
 #include <cstring>
 #include <sys/stat.h>
 #include <set>
@@ -98,7 +99,7 @@ private:
         std::string &doc = context_.session.dump_document;
         if (doc.empty()) return;
         doc.erase(doc.size() - 2, 1); // the last member's comma
-        fmt::print(options_.steps, "{}:{}: step {} dump:\n{{\n{}}}\n", result_.path, step.line, step.number, doc);
+        fmt::print(options_.steps, "{}:{}: step {} received:\n{{\n{}}}\n", result_.path, step.line, step.number, doc);
         doc.clear();
     }
 
@@ -125,33 +126,44 @@ private:
     std::string run_step(const Step &step) {
         const JSON_Object *o = json_value_get_object(step.value);
         if (!o || json_object_get_count(o) == 0)
-            return fail_at(step.value, "a step is a mapping with one of send:, inject:, npu_result:, expect:");
+            return fail_at(step.value, "a step is a mapping with one of send:, dump:, inject:, npu_result:, expect:");
         const char *kind = nullptr;
-        JSON_Value *body = nullptr;
+        JSON_Value *body = nullptr, *sdk = nullptr;
         for (size_t i = 0; i < json_object_get_count(o); ++i) {
             const char *k = json_object_get_name(o, i);
             if (!std::strcmp(k, "name")) continue;
+            if (!std::strcmp(k, "sdk")) { // the SDK side's answer to the step's send
+                sdk = json_object_get_value_at(o, i);
+                continue;
+            }
             if (kind) return fail_at(json_object_get_value_at(o, i), fmt::format("a step has one kind; '{}' and '{}' are both here", kind, k));
             kind = k;
             body = json_object_get_value_at(o, i);
         }
-        if (!kind) return fail_at(step.value, "the step has no kind (send:, inject:, npu_result: or expect:)");
+        if (!kind) return fail_at(sdk ? sdk : step.value, sdk ? "sdk: answers a send: in the same step, and there is none"
+                                                             : "the step has no kind (send:, dump:, inject:, npu_result: or expect:)");
         std::string k = kind;
-        if (k == "send") return send(step, body);
+        if (sdk && k != "send") return fail_at(sdk, "sdk: answers a send: in the same step, not a " + k + ":");
+        if (k == "send") return send(step, body, sdk);
+        if (k == "dump") return dump(step, body);
         if (k == "inject" || k == "npu_result") return arm(step, k, body);
         if (k == "expect") return expect(step, body);
-        if (k == "sdk" || k == "dump")
-            return fail_at(body, fmt::format("'{}' steps are not supported by this planecheck yet", k));
-        return fail_at(body, fmt::format("unknown step kind '{}' (expected send, inject, npu_result or expect)", k));
+        return fail_at(body, fmt::format("unknown step kind '{}' (expected send, dump, inject, npu_result or expect)", k));
     }
 
-    std::string send(const Step &step, JSON_Value *body) {
+    std::string send(const Step &step, JSON_Value *body, JSON_Value *sdk) {
         const JSON_Object *o = json_value_get_object(body);
         if (!o) return fail_at(body, "send: takes a mapping such as { test_if: [ { op: create, ... } ] }");
+        if (sdk && !json_value_get_object(sdk)) return fail_at(sdk, "sdk: takes a mapping such as { test_if: [ { op: create, rc: 0 } ] }");
+        if (sdk && reader_.config().mode != 1)
+            return fail_at(sdk, "sdk: answers client calls, and this file runs in server mode (config: mode: server)");
         uint64_t before_m = mismatches(), before_v = value_errors();
         lint(o);
+        if (sdk) lint_type(json_value_get_object(sdk));
         if (options_.check_only) return "";
+        if (sdk) answer_from(sdk);
         json_send_object_client(body, &context_.process);
+        simplane::set_sdk_side(nullptr);
         report(step, fmt::format("send {}", json_object_get_name(o, 0) ? json_object_get_name(o, 0) : ""),
                mismatches() - before_m, value_errors() - before_v);
         return "";
@@ -179,6 +191,33 @@ private:
             context_.session.stats[PC_STAT_VALUE_ERROR]++;
             print_log(message + "\n", pc_json_line(at));
         });
+    }
+
+    // While the step's send runs, every client call reaches the SDK side: the received object is
+    // checked or filled from `sdk`, written out, and the records' "rc" is the status answered.
+    void answer_from(JSON_Value *sdk) {
+        simplane::set_sdk_side([this, sdk](uint16_t, dpa_inst_hdr_t *instance) -> std::optional<int32_t> {
+            PROCESS *p = &context_.process;
+            p->received_obj = reinterpret_cast<ofa_client_obj_base_t>(instance);
+            int32_t status = json_receive_object_sdk(sdk, p);
+            p->received_obj = reinterpret_cast<ofa_client_obj_base_t>(instance); // receive left its freed view there
+            json_dump_object_received_sdk(p);
+            return status;
+        });
+    }
+
+    // dump: { test_if: [ { op: get, key_a: 1 } ] } builds objects and checks their keys' round trip.
+    std::string dump(const Step &step, JSON_Value *body) {
+        const JSON_Object *o = json_value_get_object(body);
+        if (!o) return fail_at(body, "dump: takes a mapping such as { test_if: [ { op: get, key_a: 1 } ] }");
+        lint_type(o);
+        if (options_.check_only) return "";
+        uint64_t before_m = mismatches(), before_v = value_errors();
+        int result = json_dump_object_sdk(body, &context_.process);
+        std::string label = fmt::format("dump {}", json_object_get_name(o, 0) ? json_object_get_name(o, 0) : "");
+        if (result == -1) label += " (not run: inactive type or another router type)";
+        report(step, label, mismatches() - before_m, value_errors() - before_v);
+        return "";
     }
 
     // inject: { op: "test_if create", status: ENOMEM, times: 2 }

@@ -113,6 +113,20 @@ TEST(Cli, ABatchRunsItsEntriesAndChecksEachOne) {
     EXPECT_TRUE(has(r, "step 2 send batch_crud: 0 mismatches, 1 value error")) << r.output;
 }
 
+TEST(Cli, TheSdkSideChecksFillsAndAnswers) {
+    std::string rec = testing::TempDir() + "sdk.rec";
+    Result r = run("run --recorder " + rec + " " + std::string(PC_SOURCE_DIR) + "/examples/sdk_side.yaml");
+    EXPECT_EQ(r.status, 0) << r.output;
+    EXPECT_TRUE(has(r, "sdk_side.yaml:10: step 2 received:\n{\n  \"key_a\": 1,\n  \"attr_a2\": 42\n}\n")) << r.output;
+    std::string recorded = read_file(rec);
+    size_t received = 0;
+    for (size_t at = recorded.find("\"receive_call\""); at != std::string::npos; at = recorded.find("\"receive_call\"", at + 1)) ++received;
+    EXPECT_EQ(received, 3u); // create, get and the refused update; the delete had no sdk answer
+    Result server = run("run " + scenario("sdk_server.yaml"));
+    EXPECT_EQ(server.status, 2);
+    EXPECT_TRUE(has(server, "sdk_server.yaml:5:11: sdk: answers client calls, and this file runs in server mode")) << server.output;
+}
+
 TEST(Cli, InjectedErrorsAreRetriedAndRecorded) {
     std::string rec = testing::TempDir() + "inject.rec";
     Result r = run("run -v --recorder " + rec + " " + scenario("inject.yaml"));

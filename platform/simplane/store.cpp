@@ -100,6 +100,7 @@ struct State {
     uint64_t next_handle = 0x1001;
     std::vector<Armed> injections, results;
     LogSink log;
+    SdkSide sdk;
 
     State() { reset_stores(); }
     void reset_stores() {
@@ -306,6 +307,11 @@ int32_t run(Obj obj, uint16_t type, uint8_t op, bool server) {
             return inj->status;
         }
     }
+    if (!server && st.sdk)
+        if (std::optional<int32_t> answer = st.sdk(type, &h)) {
+            bool changes_store = op == DPA_OP_CREATE || op == DPA_OP_UPDATE || op == DPA_OP_DELETE;
+            if (*answer != kEok || !changes_store) return *answer;
+        }
     Store &store = st.stores[type];
     std::string key = key_of(inst, l);
     switch (op) {
@@ -334,7 +340,6 @@ int32_t run(Obj obj, uint16_t type, uint8_t op, bool server) {
     else if (op == DPA_OP_GET_GT_EQ) it = store.lower_bound(key);
     if (it == store.end()) return kEnoent;
     load(it->second, inst, l, h);
-    (void)server;
     return kEok;
 }
 
@@ -377,6 +382,7 @@ void reset() {
     st.reset_stores();
     st.injections.clear();
     st.results.clear();
+    st.sdk = nullptr;
 }
 
 void arm_injection(const std::string &op_text, int32_t status, uint32_t times) {
@@ -395,6 +401,7 @@ size_t armed_count() {
 }
 
 void set_log(LogSink sink) { state().log = std::move(sink); }
+void set_sdk_side(SdkSide side) { state().sdk = std::move(side); }
 size_t stored_count(uint16_t type) { return state().stores[type].size(); }
 
 } // namespace simplane

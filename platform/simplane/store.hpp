@@ -7,6 +7,7 @@
 
 #include <cstdint>
 #include <functional>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -59,6 +60,13 @@ void arm_injection(const std::string &op_text, int32_t status, uint32_t times);
 // The next `times` operations named by `op_text` report these per-NPU results.
 void arm_npu_results(const std::string &op_text, const std::vector<uint32_t> &results, uint32_t times);
 size_t armed_count();
+
+// The SDK side of client calls: given the instance an operation carries, it returns the status
+// the SDK side answers with, or nothing when it has no answer (the store answers then). With an
+// answer of 0 a create, update or delete also reaches the store; a get returns the instance as
+// the SDK side filled it.
+using SdkSide = std::function<std::optional<int32_t>(uint16_t type, dpa_inst_hdr_t *instance)>;
+void set_sdk_side(SdkSide side);
 
 // Lines simplane writes about what it does: level 0 information, 1 errors.
 using LogSink = std::function<void(int level, const std::string &text)>;

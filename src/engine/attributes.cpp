@@ -2,24 +2,21 @@
 #include "common.hpp"
 #include "engine.hpp"
 #include "planecheck/dpa_api.h"
-#include "record_index.hpp"
+#include "attributes.hpp"
 
 namespace pc::engine {
-namespace {
 
 void convert(PROCESS *context, uint16_t value_type, void *out, uint32_t width, JSON_Value *value, const char *name) {
     std::memset(out, 0, width);
     kValueTypes[value_type].convert(context, out, value, name);
 }
 
-// Where a key field sits in the packed key record.
 uint32_t key_offset(const TypeDesc &type, uint16_t field) {
     uint32_t offset = 0;
     for (uint16_t k = 0; k < field; ++k) offset += type.attrs[k].width;
     return offset;
 }
 
-// Key fields fill one key record; if any was given it is set whole, then field by field.
 void set_keys(const TypeDesc &type, const RecordMembers &members, PROCESS *context, Obj obj) {
     alignas(8) uint8_t key[kValueBufferMax] = {};
     bool any = false;
@@ -36,7 +33,7 @@ void set_keys(const TypeDesc &type, const RecordMembers &members, PROCESS *conte
             type.attrs[m.index].set(obj, 0, key + key_offset(type, m.index));
 }
 
-void set_role(const RoleDesc &role, bool key_form, JSON_Value *value, PROCESS *context, Obj obj, uint32_t index) {
+void set_reference(const RoleDesc &role, bool key_form, JSON_Value *value, PROCESS *context, Obj obj, uint32_t index) {
     alignas(8) uint8_t buffer[kValueBufferMax];
     if (key_form) {
         convert(context, role.key_value_type, buffer, role.key_width, value, role.key_name);
@@ -48,15 +45,13 @@ void set_role(const RoleDesc &role, bool key_form, JSON_Value *value, PROCESS *c
     }
 }
 
-// Reference pairs first, then the other attributes, each in catalogue order. A pair that names a
-// flag-gated type is passed over while that type is inactive.
 void set_members(const TypeDesc &type, const RecordMembers &members, PROCESS *context, Obj obj, uint32_t index,
                  bool element) {
     alignas(8) uint8_t buffer[kValueBufferMax];
     for (const Member &m : members) {
         if (m.what == Member::Role) {
             const RoleDesc &role = type.roles[m.index];
-            if (active(role.gate, context)) set_role(role, m.key_form, m.value, context, obj, index);
+            if (active(role.gate, context)) set_reference(role, m.key_form, m.value, context, obj, index);
             continue;
         }
         const AttrDesc &a = type.attrs[m.index];
@@ -75,8 +70,6 @@ void set_elements(const TypeDesc &type, const JSON_Object *record, PROCESS *cont
         set_members(type, members, context, obj, uint32_t(i), true);
     }
 }
-
-} // namespace
 
 int set_attributes(const TypeDesc &type, JSON_Object *record, PROCESS *context, Obj obj) {
     context->received_obj = nullptr;

@@ -2,12 +2,11 @@
 #include "common.hpp"
 #include "engine.hpp"
 #include "planecheck/dpa_api.h"
-#include "record_index.hpp"
+#include "attributes.hpp"
 
 #include <cstdio>
 
 namespace pc::engine {
-namespace {
 
 void compare_role(const RoleDesc &role, bool key_form, JSON_Value *value, PROCESS *context, Obj obj, uint32_t index) {
     alignas(8) uint8_t received[kValueBufferMax], expected[kValueBufferMax];
@@ -24,6 +23,8 @@ void compare_role(const RoleDesc &role, bool key_form, JSON_Value *value, PROCES
         json_cmp(context, received, expected, 8, role.hdl_name, recorder_dump_convert_refhdl);
     }
 }
+
+namespace {
 
 void compare_attribute(const TypeDesc &type, const AttrDesc &a, JSON_Value *value, PROCESS *context, Obj obj,
                        uint32_t index) {

@@ -14,6 +14,11 @@ int32_t recorder_dump(const TypeDesc &type, PROCESS *context, const char *sectio
 int32_t recorder_dump_replay(const TypeDesc &type, PROCESS *context, const char *section, const char *op,
                              int32_t status);
 
+// The SDK side: check or fill a received object, write it out, build objects from records.
+int receive(const TypeDesc &type, JSON_Value *records, PROCESS *context);
+int receive_dump(const TypeDesc &type, PROCESS *context);
+int object_dump(const TypeDesc &type, JSON_Value *value, PROCESS *context);
+
 // Batches: queue one record's operation, and check a queued entry after the batch ran.
 int batch_enqueue(const TypeDesc &type, ofa_batch_list_t list, JSON_Value *value, PROCESS *context);
 int32_t validate_object(const TypeDesc &type, Obj entry, JSON_Value *value, PROCESS *context);

@@ -151,6 +151,9 @@ std::string exports_header(const Catalogue &cat) {
         out += fmt::format("int32_t recorder_{}_dump(PROCESS *context, const char *section, const char *op, ofa_client_obj_base_t obj, int32_t status);\n", n);
         out += fmt::format("int32_t recorder_{}_dump_replay(PROCESS *context, const char *section, const char *op, int32_t status);\n", n);
         out += fmt::format("int json_batch_crud_enq_{}(ofa_batch_list_t list, JSON_Value *value, PROCESS *context);\n", n);
+        out += fmt::format("int json_{}_receive(JSON_Value *value, PROCESS *context);\n", n);
+        out += fmt::format("int json_{}_receive_dump(PROCESS *context);\n", n);
+        out += fmt::format("int json_{}_dump(JSON_Value *value, PROCESS *context);\n", n);
         out += fmt::format("int32_t json_validate_object_{}(ofa_client_obj_base_t entry, JSON_Value *value, PROCESS *context);\n", n);
     }
     out += "\n/* object types that exist only so that their names resolve */\n";

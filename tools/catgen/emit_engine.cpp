@@ -99,6 +99,9 @@ std::string exports(const ObjectType &t) {
     out += fmt::format("extern \"C\" int json_{}_cmp_attributes(JSON_Object *r, PROCESS *c, ofa_client_obj_base_t o) {{ return pc::engine::cmp_attributes({}, r, c, o); }}\n", n, d);
     out += fmt::format("extern \"C\" int32_t recorder_{}_dump(PROCESS *c, const char *s, const char *op, ofa_client_obj_base_t o, int32_t st) {{ return pc::engine::recorder_dump({}, c, s, op, o, st); }}\n", n, d);
     out += fmt::format("extern \"C\" int32_t recorder_{}_dump_replay(PROCESS *c, const char *s, const char *op, int32_t st) {{ return pc::engine::recorder_dump_replay({}, c, s, op, st); }}\n", n, d);
+    out += fmt::format("extern \"C\" int json_{}_receive(JSON_Value *v, PROCESS *c) {{ return pc::engine::receive({}, v, c); }}\n", n, d);
+    out += fmt::format("extern \"C\" int json_{}_receive_dump(PROCESS *c) {{ return pc::engine::receive_dump({}, c); }}\n", n, d);
+    out += fmt::format("extern \"C\" int json_{}_dump(JSON_Value *v, PROCESS *c) {{ return pc::engine::object_dump({}, v, c); }}\n", n, d);
     out += fmt::format("extern \"C\" int json_batch_crud_enq_{}(ofa_batch_list_t l, JSON_Value *v, PROCESS *c) {{ return pc::engine::batch_enqueue({}, l, v, c); }}\n", n, d);
     out += fmt::format("extern \"C\" int32_t json_validate_object_{}(ofa_client_obj_base_t o, JSON_Value *v, PROCESS *c) {{ return pc::engine::validate_object({}, o, v, c); }}\n", n, d);
     return out;

@@ -1,0 +1,224 @@
+// The SDK side: checking and filling objects that arrive there, writing them out, and building
+// objects from records to check their keys' round trip.
+#include "attributes.hpp"
+#include "engine.hpp"
+#include "planecheck/dpa_api.h"
+#include "planecheck/planecheck.h"
+#include "planecheck/platform_api.h"
+
+#include <cstdlib>
+
+namespace pc::engine {
+namespace {
+
+const dpa_inst_hdr_t &received(const PROCESS *context) { return *reinterpret_cast<const dpa_inst_hdr_t *>(context->received_obj); }
+
+// A handle record around the received instance, so that the type's accessors can reach it.
+Obj make_view(const PROCESS *context) {
+    auto *view = static_cast<ofa_client_obj_base_s *>(std::calloc(1, sizeof(ofa_client_obj_base_s)));
+    view->inst_count = 1;
+    view->cur_inst = 0;
+    view->inst_size = received(context).inst_size;
+    view->data = context->received_obj;
+    return view;
+}
+
+// Create and update: references are installed, values checked.
+void check_pass(const TypeDesc &type, const JSON_Object *record, PROCESS *context, Obj view) {
+    alignas(8) uint8_t got[kValueBufferMax], want[kValueBufferMax];
+    auto check = [&](const AttrDesc &a, JSON_Value *value, uint32_t index) {
+        const ValueTypeDesc &vt = kValueTypes[a.value_type];
+        a.get(view, index, got);
+        convert(context, a.value_type, want, a.width, value, a.name);
+        json_cmp(context, got, want, a.width, a.name, vt.recorder_dump);
+    };
+    RecordMembers members(type, record, false);
+    for (const Member &m : members) {
+        if (m.what == Member::Role) {
+            const RoleDesc &role = type.roles[m.index];
+            if (active(role.gate, context)) set_reference(role, m.key_form, m.value, context, view, 0);
+        } else if (type.attrs[m.index].kind != Kind::Element) {
+            check(type.attrs[m.index], m.value, 0);
+        }
+    }
+    const JSON_Array *list = json_value_get_array(json_object_get_value(record, "members"));
+    for (size_t i = 0; list && i < json_array_get_count(list); ++i) {
+        const JSON_Object *element = json_value_get_object(json_array_get_value(list, i));
+        if (!element) continue;
+        RecordMembers em(type, element, true);
+        for (const Member &m : em) {
+            if (m.what == Member::Role) {
+                const RoleDesc &role = type.roles[m.index];
+                if (active(role.gate, context)) compare_role(role, m.key_form, m.value, context, view, uint32_t(i));
+            } else if (type.attrs[m.index].compared) { // the walked-only element is never compared
+                check(type.attrs[m.index], m.value, uint32_t(i));
+            }
+        }
+    }
+}
+
+// Gets: references are checked, values filled with the answer the scenario prescribes.
+void fill_pass(const TypeDesc &type, const JSON_Object *record, PROCESS *context, Obj view) {
+    RecordMembers members(type, record, false);
+    for (const Member &m : members) {
+        if (m.what == Member::Role) {
+            const RoleDesc &role = type.roles[m.index];
+            if (active(role.gate, context)) compare_role(role, m.key_form, m.value, context, view, 0);
+        }
+    }
+    alignas(8) uint8_t value[kValueBufferMax];
+    for (const Member &m : members) {
+        if (m.what != Member::Attribute) continue;
+        const AttrDesc &a = type.attrs[m.index];
+        if (a.kind == Kind::Key || a.kind == Kind::ReadOnly || a.kind == Kind::Element) continue;
+        convert(context, a.value_type, value, a.width, m.value, a.name);
+        a.set(view, 0, value);
+    }
+    set_elements(type, record, context, view);
+}
+
+// The receive table of op names by op code - 1; codes 3 and 7 hold a filler and are never read.
+const char *receive_op(uint8_t code) {
+    static const char *const names[] = {"create", "delete", "create", "update", "get", "get_first", "create", "get_next"};
+    return code >= 1 && code <= 8 && ((0xBBu >> (code - 1)) & 1) ? names[code - 1] : nullptr;
+}
+
+void dump_role(const RoleDesc &role, PROCESS *context, Obj view, uint32_t index, uint8_t *buffer) {
+    if (role.is_set_hdl(view, index)) {
+        role.get_hdl(view, index, buffer);
+        json_dump_convert_refhdl(context, buffer, role.hdl_key);
+    }
+    if (role.is_set_key(view, index)) {
+        role.get_key(view, index, buffer);
+        kValueTypes[role.key_value_type].json_dump(context, buffer, role.key_key);
+    }
+}
+
+void dump_attribute(const AttrDesc &a, PROCESS *context, Obj view, uint32_t index, uint8_t *buffer) {
+    a.get(view, index, buffer);
+    if (a.kind == Kind::DirectRefhdl) recorder_dump_convert_refhdl(context, buffer, a.name); // the one irregularity, kept
+    else kValueTypes[a.value_type].json_dump(context, buffer, a.name);
+}
+
+bool element_flag(const AttrDesc &a, Obj view, uint32_t count) { // one flag per attribute, shared by the elements
+    for (uint32_t i = 0; i < count; ++i)
+        if (a.is_set(view, i)) return true;
+    return false;
+}
+
+} // namespace
+
+int receive(const TypeDesc &type, JSON_Value *records, PROCESS *context) {
+    if (!active(type.gate, context)) return -1;
+    if (received(context).type != type.number) {
+        scen_stats(context, PC_STAT_MISMATCH);
+        _proxy_log(context, 1, "Expected %s received %d\n", type.name, received(context).type);
+        return -1;
+    }
+    Obj view = make_view(context);
+    context->received_obj = view;
+    context->received_type = type.number;
+    int result = 0;
+    const JSON_Array *list = json_value_get_array(records);
+    for (size_t i = 0; list && i < json_array_get_count(list); ++i) {
+        const JSON_Object *record = json_value_get_object(json_array_get_value(list, i));
+        if (!record) continue;
+        const char *op = string_member(record, "op");
+        if (is(op, "create") || is(op, "update")) check_pass(type, record, context, view);
+        if (JSON_Value *rc = json_object_get_value(record, "rc")) result = int(json_value_get_constant(rc));
+        if (starts_with_get(op)) fill_pass(type, record, context, view);
+    }
+    // the slot keeps the freed view on purpose: the runner stores the next received object first
+    std::free(view);
+    return result;
+}
+
+int receive_dump(const TypeDesc &type, PROCESS *context) {
+    Obj view = make_view(context);
+    const dpa_inst_hdr_t &r = received(context);
+    if (const char *op = receive_op(r.op)) recorder_dump(type, context, "receive_call", op, view, 0);
+    alignas(8) uint8_t buffer[kValueBufferMax];
+    for (const RoleDesc &role : type.top_roles()) dump_role(role, context, view, 0, buffer);
+    for (const AttrDesc &a : type.top())
+        if (a.kind != Kind::ReadOnly && a.is_set(view, 0)) dump_attribute(a, context, view, 0, buffer);
+    for (uint32_t i = 0; i < r.elem_count && (type.elements().size() || type.element_roles().size()); ++i) {
+        for (const RoleDesc &role : type.element_roles()) dump_role(role, context, view, i, buffer);
+        for (const AttrDesc &a : type.elements())
+            if (a.compared && element_flag(a, view, r.elem_count)) dump_attribute(a, context, view, i, buffer);
+    }
+    std::free(view);
+    return context->dump_status;
+}
+
+int object_dump(const TypeDesc &type, JSON_Value *value, PROCESS *context) {
+    context->received_obj = nullptr;
+    if (!type.has(kDumpWithoutGate) && !active(type.gate, context)) return -1;
+    if (type.has(kRouterGate) && platform_get_router_type() != 16) return -1;
+    const JSON_Array *list = json_value_get_array(value);
+    const JSON_Object *first = json_value_get_object(json_array_get_value(list, 0));
+    if (JSON_Value *router = json_object_get_value(first, "router"))
+        if (uint64_t(json_value_get_constant(router)) != uint64_t(context->router_type)) return -1;
+    if (!list) return 0;
+    int result = 0;
+    alignas(8) uint8_t key[kValueBufferMax], got[kValueBufferMax], want[kValueBufferMax];
+    for (size_t i = 0; i < json_array_get_count(list); ++i) {
+        JSON_Object *record = json_value_get_object(json_array_get_value(list, i));
+        if (!record) continue;
+        RecordMembers members(type, record, false);
+        std::memset(key, 0, type.key_width);
+        for (const Member &m : members)
+            if (m.what == Member::Attribute && m.index < type.key_count)
+                kValueTypes[type.attrs[m.index].value_type].convert(context, key + key_offset(type, m.index), m.value,
+                                                                     type.attrs[m.index].name);
+        Obj obj = construct(type, record, false);
+        type.ops->set_key(obj, key); // always, also with no key field given
+        for (const Member &m : members)
+            if (m.what == Member::Attribute && m.index < type.key_count) type.attrs[m.index].set(obj, 0, key + key_offset(type, m.index));
+        if (JSON_Value *rc = json_object_get_value(record, "rc")) result = int(json_value_get_constant(rc));
+        const char *op = string_member(record, "op");
+        if (is(op, "create") || is(op, "delete") || is(op, "update")) {
+            set_members(type, members, context, obj, 0, false);
+            set_elements(type, record, context, obj);
+        }
+        if (starts_with_get(op) && !type.has(kDumpWithoutKeyCheck))
+            for (const Member &m : members) { // the key's round trip through the converters and accessors
+                if (m.what != Member::Attribute || m.index >= type.key_count) continue;
+                const AttrDesc &a = type.attrs[m.index];
+                a.get(obj, 0, got);
+                convert(context, a.value_type, want, a.width, m.value, a.name);
+                json_cmp(context, got, want, a.width, a.name, kValueTypes[a.value_type].recorder_dump);
+            }
+        type.ops->dtor(obj);
+    }
+    return result;
+}
+
+} // namespace pc::engine
+
+namespace {
+
+// Hands the step to the type's function; a step with no known type ends the process, deliberately.
+template <class Call> int by_type(JSON_Value *step, PROCESS *context, Call call) {
+    const JSON_Object *object = json_value_get_object(step);
+    if (!object) return 0;
+    JSON_Value *value = nullptr;
+    if (const pc::engine::TypeDesc *type = pc::engine::first_type(object, value)) return call(*type, value);
+    _proxy_log(context, 1, "unknown table %s\n", json_object_get_name(object, 0));
+    std::exit(1);
+}
+
+} // namespace
+
+extern "C" int json_receive_object_sdk(JSON_Value *step, PROCESS *context) {
+    return by_type(step, context, [&](const pc::engine::TypeDesc &t, JSON_Value *v) { return pc::engine::receive(t, v, context); });
+}
+
+extern "C" int json_dump_object_sdk(JSON_Value *step, PROCESS *context) {
+    return by_type(step, context, [&](const pc::engine::TypeDesc &t, JSON_Value *v) { return pc::engine::object_dump(t, v, context); });
+}
+
+extern "C" int json_dump_object_received_sdk(PROCESS *context) {
+    uint16_t number = reinterpret_cast<const dpa_inst_hdr_t *>(context->received_obj)->type;
+    if (number < pc::engine::kTypeCount) pc::engine::receive_dump(*pc::engine::kTypes[number], context);
+    return 0;
+}

@@ -89,16 +89,12 @@ TEST(Batch, OnlyASuccessfulGetIsComparedAfterTheBatch) {
     EXPECT_EQ(h.mismatches(), 1u) << h.all_log(); // the get_next's attr_a1 only
 }
 
-void print_to_stderr(Harness &h) {
-    h.context.session.log = [](int, const std::string &text, uint32_t) { std::fputs(text.c_str(), stderr); };
-}
-
 TEST(BatchDeathTest, BrokenInvariantsEndTheProcessWithTheirAssertion) {
     GTEST_FLAG_SET(death_test_style, "threadsafe");
     EXPECT_DEATH(
         {
             Harness h;
-            print_to_stderr(h);
+            h.log_to_stderr();
             h.send("{batch_crud: []}");
         },
         "first element in batch_crud needs to be: 'batch_params'\n(.|\n)*ofa_json_client_common:[0-9]+: int "

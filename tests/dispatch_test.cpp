@@ -45,23 +45,19 @@ TEST(Dispatch, StubTypesReturnZeroForAnyInput) {
     EXPECT_EQ(json_ofa_mpls_path_encap_receive_dump(nullptr), 0);
 }
 
-void print_to_stderr(Harness &h) {
-    h.context.session.log = [](int, const std::string &text, uint32_t) { std::fputs(text.c_str(), stderr); };
-}
-
 TEST(DispatchDeathTest, AnUnknownTableEndsTheProcessWithStatusOne) {
     GTEST_FLAG_SET(death_test_style, "threadsafe");
     EXPECT_EXIT(
         {
             Harness h;
-            print_to_stderr(h);
+            h.log_to_stderr();
             h.send("{test_iff: [ {op: create} ]}");
         },
         testing::ExitedWithCode(1), "unknown table test_iff\n");
     EXPECT_EXIT(
         {
             Harness h;
-            print_to_stderr(h);
+            h.log_to_stderr();
             h.send("{}");
         },
         testing::ExitedWithCode(1), "unknown table \\(null\\)");

@@ -44,6 +44,11 @@ public:
 
     PROCESS *ctx() { return context.get(); }
 
+    // Death tests read what a dying child wrote to standard error: log there instead.
+    void log_to_stderr() {
+        context.session.log = [](int, const std::string &text, uint32_t) { std::fputs(text.c_str(), stderr); };
+    }
+
     JSON_Value *json(const std::string &yaml) {
         pc::yaml::LoadError error;
         JSON_Value *v = pc::yaml::load_string(yaml, "test.yaml", arena, error);

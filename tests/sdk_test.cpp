@@ -126,16 +126,12 @@ TEST(ObjectDump, GatesFollowTheTypesNamedIrregularities) {
     EXPECT_EQ(json_dump_object_sdk(h.json("{meterprofile: [ {rc: 2} ]}"), h.ctx()), 2);
 }
 
-void print_to_stderr(Harness &h) {
-    h.context.session.log = [](int, const std::string &text, uint32_t) { std::fputs(text.c_str(), stderr); };
-}
-
 TEST(SdkDispatchDeathTest, AnUnknownTableEndsTheProcess) {
     GTEST_FLAG_SET(death_test_style, "threadsafe");
     EXPECT_EXIT(
         {
             Harness h;
-            print_to_stderr(h);
+            h.log_to_stderr();
             json_dump_object_sdk(h.json("{nosuch: [], test_iff: []}"), h.ctx());
         },
         testing::ExitedWithCode(1), "unknown table nosuch\n");

@@ -2,7 +2,7 @@
 #include "catalogue_command.hpp"
 
 #include "catalogue_totals.hpp"
-#include "descriptors.hpp"
+#include "engine.hpp"
 
 #include <fmt/format.h>
 
@@ -12,6 +12,57 @@ namespace pc::runner {
 
 void list_types() {
     for (size_t i = 0; i < engine::kTypeCount; ++i) fmt::print("{}\n", engine::kTypes[i]->name);
+}
+
+namespace {
+
+const char *kind_text(engine::Kind kind) {
+    switch (kind) {
+    case engine::Kind::Key: return "key";
+    case engine::Kind::Array: return "list";
+    case engine::Kind::DirectRefhdl: return "reference by handle";
+    case engine::Kind::DirectRefkey: return "reference by key";
+    case engine::Kind::ReadOnly: return "read-only";
+    case engine::Kind::Element: return "element";
+    default: return "value";
+    }
+}
+
+const char *gate_text(engine::Gate gate) {
+    return gate == engine::Gate::Zero ? "active while object_set is 0" : "active while object_set is not 0";
+}
+
+} // namespace
+
+bool describe_type(const std::string &name) {
+    using namespace pc::engine;
+    const TypeDesc *t = find_type(name.c_str());
+    if (!t) return false;
+    fmt::print("{} (type number {})\n", t->name, t->number);
+    if (t->gate != Gate::None) fmt::print("  {}\n", gate_text(t->gate));
+    if (t->sized()) fmt::print("  sized: its element count comes from \"members\" or \"{}\"\n", t->count_key);
+    fmt::print("  operations: create update delete get get_first get_next get_gt_eq walk_by_key replay{}\n",
+               t->eod ? " eod" : "");
+    fmt::print("  control fields: op rc hdl trans_id depth npu_result create_option get_option retry_mode{}\n",
+               t->npu_mask ? " npu_mask" : "");
+    auto attributes = [&](std::span<const AttrDesc> list, const char *title) {
+        if (list.empty()) return;
+        fmt::print("  {}:\n", title);
+        for (const AttrDesc &a : list)
+            fmt::print("    {:<36} {:<34} {}\n", a.name, kValueTypes[a.value_type].name, kind_text(a.kind));
+    };
+    auto roles = [&](std::span<const RoleDesc> list, const char *title) {
+        if (list.empty()) return;
+        fmt::print("  {}:\n", title);
+        for (const RoleDesc &r : list)
+            fmt::print("    {} / {}{}\n", r.hdl_key, r.key_key, r.gate == Gate::None ? "" : std::string("  (") + gate_text(r.gate) + ")");
+    };
+    attributes(t->keys(), "key");
+    attributes(t->top().subspan(t->key_count), "attributes");
+    roles(t->top_roles(), "reference pairs (handle name / key)");
+    attributes(t->elements(), "in each element of \"members\"");
+    roles(t->element_roles(), "reference pairs in each element of \"members\"");
+    return true;
 }
 
 void print_stats() {

@@ -103,9 +103,12 @@ int main(int argc, char **argv) {
     check->add_option("files", check_options.files, "scenario files")->required()->check(CLI::ExistingFile);
 
     bool list = false, stats = false;
+    std::string describe;
     auto *catalogue = app.add_subcommand("catalogue", "show the object catalogue");
     auto *list_flag = catalogue->add_flag("--list", list, "print the object type names in catalogue order");
-    catalogue->add_flag("--stats", stats, "print the catalogue's totals")->excludes(list_flag);
+    auto *stats_flag = catalogue->add_flag("--stats", stats, "print the catalogue's totals")->excludes(list_flag);
+    catalogue->add_option("--describe", describe, "print what a record of object type TYPE may carry")
+        ->excludes(list_flag)->excludes(stats_flag);
 
     try {
         app.parse(argc, argv);
@@ -115,6 +118,11 @@ int main(int argc, char **argv) {
     }
 
     if (*catalogue) {
+        if (!describe.empty()) {
+            if (pc::runner::describe_type(describe)) return 0;
+            fmt::print(stderr, "planecheck: there is no object type '{}' (planecheck catalogue --list shows them)\n", describe);
+            return 2;
+        }
         if (stats) pc::runner::print_stats();
         else pc::runner::list_types();
         return 0;

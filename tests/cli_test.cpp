@@ -193,6 +193,19 @@ TEST(Cli, ShardsSplitTheFilesWithoutOverlap) {
     EXPECT_EQ(run("run --shard 3/2 " + files).status, 2);
 }
 
+TEST(Cli, ATypeIsDescribedWithEverythingARecordMayCarry) {
+    Result r = run("catalogue --describe nhgroup");
+    EXPECT_EQ(r.status, 0);
+    for (const char *text : {"nhgroup (type number 63)\n", "active while object_set is 0", "\"num_paths\"", "npu_mask\n",
+                             "    nhgroup_id ", "    npu_bmap ", "read-only\n",
+                             "    next_obj_ipllnh_refhdl / next_obj_ipllnh_refkey  (active while object_set is 0)\n",
+                             "  in each element of \"members\":\n", "    forward_class "})
+        EXPECT_TRUE(has(r, text)) << text << "\n" << r.output;
+    Result missing = run("catalogue --describe test_iff");
+    EXPECT_EQ(missing.status, 2);
+    EXPECT_TRUE(has(missing, "there is no object type 'test_iff'"));
+}
+
 TEST(Cli, UsageErrorsExitWithTwo) {
     EXPECT_EQ(run("").status, 2);
     EXPECT_EQ(run("frobnicate").status, 2);

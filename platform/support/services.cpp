@@ -1,5 +1,6 @@
 // Runner services: the logger, the statistics and status texts.
 #include "planecheck/session.hpp"
+#include "planecheck/support.h"
 
 #include <cstdarg>
 #include <cstdio>
@@ -59,6 +60,18 @@ void _proxy_log(PROCESS *context, int level, const char *format, ...) {
     pc_session *s = context ? context->session : nullptr;
     if (s && s->log) s->log(level, text, s->record_line);
     else std::fputs(text.c_str(), stderr);
+}
+
+pc_session *pc_session_new(void) { return new pc_session; }
+void pc_session_free(pc_session *session) { delete session; }
+
+void pc_session_set_log(pc_session *session, pc_log_fn log, void *user) {
+    if (!log) session->log = nullptr;
+    else session->log = [log, user](int level, const std::string &text, uint32_t line) { log(user, level, text.c_str(), line); };
+}
+
+uint64_t pc_session_count(const pc_session *session, int kind) {
+    return session && kind >= 0 && kind < PC_STAT_KINDS ? session->stats[kind] : 0;
 }
 
 void pc_trace_record(PROCESS *context, const JSON_Value *record) {

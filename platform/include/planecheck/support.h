@@ -32,6 +32,17 @@ void json_set_hdl(PROCESS *context, const char *name, uint64_t handle);
  * can name the record's line; null when none is. */
 void pc_trace_record(PROCESS *context, const JSON_Value *record);
 
+/* The runner-owned part of a context, for runners written in C: statistics, handle names, where
+ * log lines go. Attach it with `context.session = pc_session_new();`. */
+typedef void (*pc_log_fn)(void *user, int level, const char *text, uint32_t line);
+struct pc_session *pc_session_new(void);
+void pc_session_free(struct pc_session *session);
+/* Log lines go to `log` (line: the scenario line of the record being worked on, 0 if unknown);
+ * without one they go to standard error. */
+void pc_session_set_log(struct pc_session *session, pc_log_fn log, void *user);
+/* How many events of a kind (PC_STAT_MISMATCH, PC_STAT_VALUE_ERROR) were counted. */
+uint64_t pc_session_count(const struct pc_session *session, int kind);
+
 /* handlers of the special client steps */
 int json_ports_send(JSON_Value *value, PROCESS *context);
 int json_vlan_send(JSON_Value *value, PROCESS *context);

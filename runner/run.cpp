@@ -230,7 +230,9 @@ private:
         if (!problem.empty()) return problem;
         const JSON_Value *times = json_object_get_value(o, "times");
         int64_t n = 1;
-        if (times && (!pc_json_get_int64(times, &n) || n < 1)) return fail_at(times, "times: is a whole number of at least 1");
+        // a bound, because a retry loop re-issues an injected operation for as long as it fails
+        if (times && (!pc_json_get_int64(times, &n) || n < 1 || n > 1000000))
+            return fail_at(times, "times: is a whole number from 1 to 1000000");
         for (size_t i = 0; i < json_object_get_count(o); ++i) {
             std::string key = json_object_get_name(o, i);
             if (key != "op" && key != "times" && key != (kind == "inject" ? "status" : "results"))

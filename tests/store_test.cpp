@@ -52,9 +52,10 @@ TEST(Store, AHugeElementCountIsCutToTheBoundWithAMessage) {
     EXPECT_EQ(h.simplane_log[0].rfind("simplane: nhgroup: element count 4294967295 is above 65536", 0), 0u);
     EXPECT_NE(h.recorder.find("\"num_paths\": 65536,"), std::string::npos);
     h.simplane_log.clear();
-    h.send("nhgroup", "[ {op: create, nhgroup_id: 2, num_paths: 1, members: [ {forward_class: 1}, {forward_class: 2} ]} ]");
-    ASSERT_FALSE(h.simplane_log.empty()); // the second member has no element to go to
-    EXPECT_NE(h.simplane_log[0].find("member 1 is beyond the object's 1 element(s)"), std::string::npos);
+    h.send("nhgroup", "[ {op: create, nhgroup_id: 2, num_paths: 1, members: [ {forward_class: 1}, {forward_class: 2}, {forward_class: 3} ]} ]");
+    ASSERT_FALSE(h.simplane_log.empty()); // the later members have no element to go to: said once
+    EXPECT_NE(h.simplane_log[0].find("member 1 is beyond the object's 1 element(s); it and any later ones are ignored"), std::string::npos);
+    EXPECT_EQ(h.simplane_log.size(), 2u); // that line and the create's print-out
 }
 
 } // namespace

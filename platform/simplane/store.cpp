@@ -245,13 +245,18 @@ uint8_t is_set(Obj obj, uint16_t type, uint16_t slot) {
 }
 
 namespace {
+constexpr uint32_t kWarnedBeyondElements = 1; // in the header's reserved word: said once per object
+
 uint8_t *element(Obj obj, uint16_t type, uint32_t index, const Geometry &g, bool writing) {
     uint8_t *inst = checked(obj, type);
-    uint32_t count = reinterpret_cast<dpa_inst_hdr_t *>(inst)->elem_count;
-    if (index >= count) {
-        if (writing)
+    auto &h = *reinterpret_cast<dpa_inst_hdr_t *>(inst);
+    if (index >= h.elem_count) {
+        if (writing && !(h.reserved & kWarnedBeyondElements)) {
+            h.reserved |= kWarnedBeyondElements;
             log(1, std::string("simplane: ") + layout(type).name + ": member " + std::to_string(index) +
-                       " is beyond the object's " + std::to_string(count) + " element(s); it is ignored");
+                       " is beyond the object's " + std::to_string(h.elem_count) +
+                       " element(s); it and any later ones are ignored");
+        }
         return nullptr;
     }
     return inst + g.elements + g.element_stride * index;

@@ -299,13 +299,14 @@ private:
         std::string what = fmt::format("{} and {} since the last expect", plural(got_m, "mismatch"), plural(got_v, "value error"));
         std::string line = fmt::format("{}:{}: step {} expect: {} ({})", result_.path, step.line, step.number, ok ? "ok" : "FAILED", what);
         if (!ok) result_.add_finding(line);
+        clear_progress();
         if (!ok || !options_.quiet) fmt::print(options_.steps, "{}\n", line);
         return "";
     }
 
     void report(const Step &step, const std::string &label, uint64_t m, uint64_t v) {
         if (options_.quiet && m + v == 0) return;
-        if (options_.steps == stderr) clear_progress();
+        clear_progress(); // the progress line and the step lines share the terminal
         std::string outcome = m + v == 0 ? "ok" : fmt::format("{}, {}", plural(m, "mismatch"), plural(v, "value error"));
         fmt::print(options_.steps, "{}:{}: step {} {}: {}\n", result_.path, step.line, step.number, label, outcome);
     }

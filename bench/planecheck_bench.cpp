@@ -13,6 +13,8 @@
 #include <sys/resource.h>
 
 #include <cstdio>
+#include <cstdlib>
+#include <string>
 #include <unistd.h>
 
 namespace {
@@ -109,4 +111,21 @@ BENCHMARK(BM_StreamedScenarioRun)->Arg(10)->Arg(100)->Arg(1000)->Unit(benchmark:
 
 } // namespace
 
-BENCHMARK_MAIN();
+// `planecheck_bench --write-scenario FILE ROUNDS [PER_STEP]` writes a scale scenario instead of
+// benchmarking: ROUNDS rounds of create, get and delete steps of PER_STEP (1000) records each.
+int main(int argc, char **argv) {
+    if (argc >= 4 && std::string(argv[1]) == "--write-scenario") {
+        size_t rounds = std::strtoull(argv[3], nullptr, 10), per_step = argc > 4 ? std::strtoull(argv[4], nullptr, 10) : 1000;
+        if (!rounds || !per_step || !pc::bench::write_scale_scenario(argv[2], rounds, per_step)) {
+            std::fprintf(stderr, "planecheck_bench: cannot write %s (ROUNDS and PER_STEP are positive numbers)\n", argv[2]);
+            return 2;
+        }
+        std::printf("%s: %zu records in %zu steps\n", argv[2], rounds * per_step * 3, rounds * 3 + 1);
+        return 0;
+    }
+    benchmark::Initialize(&argc, argv);
+    if (benchmark::ReportUnrecognizedArguments(argc, argv)) return 1;
+    benchmark::RunSpecifiedBenchmarks();
+    benchmark::Shutdown();
+    return 0;
+}

@@ -398,13 +398,6 @@ void arm_npu_results(const std::string &op_text, const std::vector<uint32_t> &re
     if (times) state().results.push_back({op_text, 0, results, times});
 }
 
-size_t armed_count() {
-    size_t n = 0;
-    for (const auto *list : {&state().injections, &state().results})
-        for (const auto &a : *list) n += a.remaining;
-    return n;
-}
-
 void set_log(LogSink sink) { state().log = std::move(sink); }
 void set_sdk_side(SdkSide side) { state().sdk = std::move(side); }
 size_t stored_count(uint16_t type) { return state().stores[type].size(); }

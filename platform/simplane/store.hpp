@@ -59,7 +59,6 @@ void reset();
 void arm_injection(const std::string &op_text, int32_t status, uint32_t times);
 // The next `times` operations named by `op_text` report these per-NPU results.
 void arm_npu_results(const std::string &op_text, const std::vector<uint32_t> &results, uint32_t times);
-size_t armed_count();
 
 // The SDK side of client calls: given the instance an operation carries, it returns the status
 // the SDK side answers with, or nothing when it has no answer (the store answers then). With an

@@ -115,11 +115,6 @@ void consume(Reader::Impl &impl) {
 
 } // namespace
 
-json::Position Reader::peek_position(LoadError &error) {
-    if (!peek(*impl_, name_, error)) return {};
-    return position_of(impl_->event.start_mark);
-}
-
 bool Reader::begin_document(bool &empty, LoadError &error) {
     empty = false;
     for (;;) {

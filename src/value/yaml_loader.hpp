@@ -49,8 +49,6 @@ public:
     bool at_sequence_end(bool &end, LoadError &error);
     // Reads one whole node (scalar, sequence, mapping or alias).
     JSON_Value *read_value(Arena &arena, LoadError &error);
-    // Position of the next event (1-based).
-    json::Position peek_position(LoadError &error);
 
     // Anchors defined in values read into `arena` before its latest reset are forgotten.
     void forget_anchors_of(const Arena &arena);

@@ -24,6 +24,18 @@ void compare_role(const RoleDesc &role, bool key_form, JSON_Value *value, PROCES
     }
 }
 
+void write_reference(const RoleDesc &role, PROCESS *context, Obj obj, uint32_t index, uint8_t *buffer, DumpFn handle,
+                     DumpFn ValueTypeDesc::*family) {
+    if (role.is_set_hdl(obj, index)) {
+        role.get_hdl(obj, index, buffer);
+        handle(context, buffer, role.hdl_key);
+    }
+    if (role.is_set_key(obj, index)) {
+        role.get_key(obj, index, buffer);
+        (kValueTypes[role.key_value_type].*family)(context, buffer, role.key_key);
+    }
+}
+
 namespace {
 
 void compare_attribute(const TypeDesc &type, const AttrDesc &a, JSON_Value *value, PROCESS *context, Obj obj,

@@ -1,6 +1,6 @@
 // One recorder record per operation, written line by line through recorder_log. The text is a
 // contract with the tools that read recorder files: every literal here is exact.
-#include "common.hpp"
+#include "attributes.hpp"
 #include "engine.hpp"
 #include "planecheck/dpa_api.h"
 #include "planecheck/platform_api.h"
@@ -19,14 +19,7 @@ void attribute_text(const AttrDesc &a, PROCESS *context, Obj obj, uint32_t index
 
 // References are printed with a null context; the object's own attributes get the context.
 void role_text(const RoleDesc &role, Obj obj, uint32_t index, uint8_t *buffer) {
-    if (role.is_set_hdl(obj, index)) {
-        role.get_hdl(obj, index, buffer);
-        recorder_dump_convert_refhdl(nullptr, buffer, role.hdl_key);
-    }
-    if (role.is_set_key(obj, index)) {
-        role.get_key(obj, index, buffer);
-        kValueTypes[role.key_value_type].recorder_dump(nullptr, buffer, role.key_key);
-    }
+    write_reference(role, nullptr, obj, index, buffer, recorder_dump_convert_refhdl, &ValueTypeDesc::recorder_dump);
 }
 
 bool element_set(const TypeDesc &type, Obj obj, uint32_t j) {

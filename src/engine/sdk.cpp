@@ -84,14 +84,7 @@ const char *receive_op(uint8_t code) {
 }
 
 void dump_role(const RoleDesc &role, PROCESS *context, Obj view, uint32_t index, uint8_t *buffer) {
-    if (role.is_set_hdl(view, index)) {
-        role.get_hdl(view, index, buffer);
-        json_dump_convert_refhdl(context, buffer, role.hdl_key);
-    }
-    if (role.is_set_key(view, index)) {
-        role.get_key(view, index, buffer);
-        kValueTypes[role.key_value_type].json_dump(context, buffer, role.key_key);
-    }
+    write_reference(role, context, view, index, buffer, json_dump_convert_refhdl, &ValueTypeDesc::json_dump);
 }
 
 void dump_attribute(const AttrDesc &a, PROCESS *context, Obj view, uint32_t index, uint8_t *buffer) {

@@ -1,5 +1,6 @@
 // planecheck: runs scenario files against the data-plane object interface.
 #include "catalogue_command.hpp"
+#include "ending.hpp"
 #include "parallel.hpp"
 #include "recorder_sink.hpp"
 #include "report.hpp"
@@ -11,6 +12,7 @@
 #include <cerrno>
 #include <chrono>
 #include <cstring>
+#include <fcntl.h>
 #include <unistd.h>
 
 namespace {
@@ -39,28 +41,63 @@ bool take_shard(RunOptions &o) {
     return true;
 }
 
+// A report file that cannot be written is a usage error found before any file runs: opened
+// without truncating, and removed again when it did not exist.
+bool can_write(const std::string &path, const char *what) {
+    bool existed = access(path.c_str(), F_OK) == 0;
+    int fd = open(path.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0666);
+    if (fd < 0) {
+        fmt::print(stderr, "planecheck: cannot write {} to {}: {}\n", what, path, std::strerror(errno));
+        return false;
+    }
+    close(fd);
+    if (!existed) unlink(path.c_str());
+    return true;
+}
+
+// The recorder is opened before any file runs; with -j the parts are appended to it at the end.
+bool open_recorder(const RunOptions &o, int &parts_fd) {
+    if (o.recorder.empty()) return true;
+    bool ok = o.jobs ? (parts_fd = open(o.recorder.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0666)) >= 0
+                     : pc::recorder::open_file(o.recorder);
+    if (!ok) fmt::print(stderr, "planecheck: cannot write the recorder to {}: {}\n", o.recorder, std::strerror(errno));
+    return ok;
+}
+
+bool close_recorder(const RunOptions &o, int parts_fd, std::string problem) {
+    if (o.recorder.empty()) return true;
+    if (o.jobs) {
+        if (close(parts_fd) != 0 && problem.empty()) problem = fmt::format("cannot write: {}", std::strerror(errno));
+    } else if (!pc::recorder::close()) {
+        problem = fmt::format("cannot write: {}", std::strerror(errno));
+    }
+    if (!problem.empty()) fmt::print(stderr, "planecheck: the recorder {} is incomplete: {}\n", o.recorder, problem);
+    return problem.empty();
+}
+
 int run_files(RunOptions &o) {
     auto start = std::chrono::steady_clock::now();
     if (!take_shard(o)) return 2;
+    pc::runner::ending::install();
     o.file.progress = !o.jobs && !o.file.verbose && isatty(STDERR_FILENO);
     if (o.tap) {
         o.file.quiet = true;
         o.file.steps = stderr; // standard output carries the TAP stream alone
     }
-    if (!o.jobs && !o.recorder.empty() && !pc::recorder::open_file(o.recorder)) {
-        fmt::print(stderr, "planecheck: cannot write the recorder to {}: {}\n", o.recorder, std::strerror(errno));
-        return 2;
-    }
+    int parts_fd = -1;
+    if (!o.junit.empty() && !can_write(o.junit, "the JUnit report")) return 2;
+    if (!open_recorder(o, parts_fd)) return 2;
     std::vector<pc::runner::FileResult> results;
+    std::string recorder_problem;
     if (o.jobs) {
-        results = pc::runner::run_in_processes(o.files, o.file, o.jobs, o.recorder);
+        results = pc::runner::run_in_processes(o.files, o.file, o.jobs, parts_fd, recorder_problem);
     } else {
         for (const auto &file : o.files) {
             results.push_back(pc::runner::run_file(file, o.file));
             if (results.back().invalid) fmt::print(stderr, "{}\n", results.back().error);
         }
-        pc::recorder::close();
     }
+    bool recorded = close_recorder(o, parts_fd, recorder_problem);
     double seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
     pc::runner::Totals totals = pc::runner::add_up(results);
     if (!o.junit.empty() && !pc::runner::write_junit(o.junit, results, seconds)) {
@@ -74,6 +111,7 @@ int run_files(RunOptions &o) {
     } else {
         fmt::print("{}\n", line);
     }
+    if (!recorded) return 2;
     return totals.invalid ? 2 : totals.failed_files ? 1 : 0;
 }
 

@@ -1,15 +1,15 @@
 #include "parallel.hpp"
 
+#include "ending.hpp"
 #include "recorder_sink.hpp"
 
 #include <fmt/format.h>
 
 #include <cerrno>
+#include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <fcntl.h>
-#include <fstream>
 #include <sstream>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -17,122 +17,199 @@
 namespace pc::runner {
 namespace {
 
-struct Child {
-    pid_t pid = -1;
-    std::string output, result, recorder; // temporary files
-    bool done = false;
-    int status = 0;
+// A temporary file, already unlinked: only its descriptor names it, so nothing is left behind.
+struct TempFile {
+    int fd = -1;
+    TempFile() = default;
+    TempFile(const TempFile &) = delete;
+    TempFile &operator=(const TempFile &) = delete;
+    ~TempFile() { reset(); }
+    void reset() {
+        if (fd >= 0) ::close(fd);
+        fd = -1;
+    }
 };
 
-std::string temp_file(const char *what) {
-    std::string path = fmt::format("{}/planecheck-{}-{}-XXXXXX", std::getenv("TMPDIR") ? std::getenv("TMPDIR") : "/tmp", getpid(), what);
-    int fd = mkstemp(path.data());
-    if (fd >= 0) close(fd);
-    return path;
+struct Child {
+    pid_t pid = -1;
+    TempFile output, result, recorder;
+    bool done = false;
+    int status = 0;
+    std::string not_run; // why the file could not be run, when it could not
+};
+
+std::string temp_dir() {
+    const char *dir = std::getenv("TMPDIR");
+    return dir && *dir ? dir : "/tmp";
 }
 
-// One line per field, then the findings: a format only this file writes and reads.
-void save(const FileResult &r, const std::string &path) {
-    std::ofstream out(path);
-    out << r.steps << ' ' << r.failed_steps << ' ' << r.mismatches << ' ' << r.value_errors << ' ' << r.expected << ' '
-        << r.invalid << '\n' << r.error << '\n' << r.findings.size() << '\n';
-    for (const auto &f : r.findings) out << f << '\n';
+bool make_temp(TempFile &file, const char *what, std::string &problem) {
+    std::string path = fmt::format("{}/planecheck-{}-{}-XXXXXX", temp_dir(), getpid(), what);
+    file.fd = mkstemp(path.data());
+    if (file.fd < 0) {
+        problem = fmt::format("cannot create a temporary file in {}: {}", temp_dir(), std::strerror(errno));
+        return false;
+    }
+    ::unlink(path.c_str());
+    return true;
 }
 
-FileResult load(const std::string &file, const std::string &path) {
-    FileResult r;
-    r.path = file;
-    std::ifstream in(path);
+bool write_all(int fd, const std::string &text) {
+    for (size_t done = 0; done < text.size();) {
+        ssize_t n = ::write(fd, text.data() + done, text.size() - done);
+        if (n < 0 && errno == EINTR) continue;
+        if (n <= 0) return false;
+        done += size_t(n);
+    }
+    return true;
+}
+
+// The whole content of a temporary file; false (errno set) when it cannot be read.
+bool read_all(int fd, std::string &text) {
+    text.clear();
+    char buffer[1 << 16];
+    for (off_t at = 0;;) {
+        ssize_t n = ::pread(fd, buffer, sizeof buffer, at);
+        if (n < 0 && errno == EINTR) continue;
+        if (n < 0) return false;
+        if (n == 0) return true;
+        text.append(buffer, size_t(n));
+        at += n;
+    }
+}
+
+// One line per field, then the findings: a format only this file writes and reads. The last
+// line marks the results as complete.
+std::string saved(const FileResult &r) {
+    std::string out = fmt::format("{} {} {} {} {} {}\n{}\n{}\n", r.steps, r.failed_steps, r.mismatches, r.value_errors,
+                                  r.expected, int(r.invalid), r.error, r.findings.size());
+    for (const auto &f : r.findings) out += f + "\n";
+    return out + "end\n";
+}
+
+bool load(const std::string &text, FileResult &r) {
+    std::istringstream in(text);
     size_t findings = 0;
-    if (!(in >> r.steps >> r.failed_steps >> r.mismatches >> r.value_errors >> r.expected >> r.invalid)) return r;
+    int invalid = 0;
+    if (!(in >> r.steps >> r.failed_steps >> r.mismatches >> r.value_errors >> r.expected >> invalid)) return false;
+    r.invalid = invalid != 0;
     in.ignore();
     std::getline(in, r.error);
-    in >> findings;
+    if (!(in >> findings)) return false;
     in.ignore();
-    for (std::string line; findings-- && std::getline(in, line);) r.findings.push_back(line);
+    for (std::string line; findings--;) {
+        if (!std::getline(in, line)) return false;
+        r.findings.push_back(line);
+    }
+    std::string end;
+    return std::getline(in, end) && end == "end";
+}
+
+[[noreturn]] void run_child(const std::string &file, const Options &options, Child &c) {
+    dup2(c.output.fd, STDOUT_FILENO);
+    dup2(c.output.fd, STDERR_FILENO);
+    std::setvbuf(stdout, nullptr, _IOLBF, 0); // step lines and log lines share the file: keep their order
+    if (c.recorder.fd >= 0) pc::recorder::to_descriptor(dup(c.recorder.fd));
+    FileResult r = run_file(file, options);
+    if (c.recorder.fd >= 0 && !pc::recorder::close())
+        r.add_finding(fmt::format("{}: cannot write its recorder part: {}", file, std::strerror(errno))), ++r.failed_steps;
+    std::fflush(nullptr);
+    // results that cannot be written are missing for the parent, which fails the file for it
+    _exit(write_all(c.result.fd, saved(r)) ? 0 : 3);
+}
+
+// A file that did not run, or whose run cannot be told, fails with the reason.
+FileResult failed(const std::string &file, const std::string &reason) {
+    FileResult r;
+    r.path = file;
+    r.failed_steps = 1;
+    r.add_finding(fmt::format("{}: {}", file, reason));
+    fmt::print(stderr, "{}\n", r.findings.back());
     return r;
 }
 
-[[noreturn]] void run_child(const std::string &file, const Options &options, const Child &c) {
-    int fd = open(c.output.c_str(), O_WRONLY | O_TRUNC);
-    dup2(fd, STDOUT_FILENO);
-    dup2(fd, STDERR_FILENO);
-    close(fd);
-    if (!c.recorder.empty()) pc::recorder::open_file(c.recorder);
-    FileResult r = run_file(file, options);
-    pc::recorder::close();
-    save(r, c.result);
-    std::fflush(nullptr);
-    _exit(0);
-}
-
-void print_file(const std::string &path) {
-    std::ifstream in(path, std::ios::binary);
-    std::stringstream s;
-    s << in.rdbuf();
-    std::fputs(s.str().c_str(), stderr);
+void print_output(const std::string &file, const Child &c) {
+    std::string text;
+    if (read_all(c.output.fd, text)) std::fputs(text.c_str(), stderr);
+    else fmt::print(stderr, "{}: its output cannot be read back: {}\n", file, std::strerror(errno));
 }
 
 FileResult finish(const std::string &file, Child &c) {
-    FileResult r;
-    if (WIFEXITED(c.status) && WEXITSTATUS(c.status) == 0) {
-        r = load(file, c.result);
-    } else {
-        r.path = file;
-        r.failed_steps = 1;
+    if (!c.not_run.empty()) return failed(file, "not run: " + c.not_run);
+    print_output(file, c);
+    if (!WIFEXITED(c.status) || WEXITSTATUS(c.status) != 0) {
         std::string how = WIFEXITED(c.status) ? fmt::format("exit status {}", WEXITSTATUS(c.status))
                                               : fmt::format("signal {} ({})", WTERMSIG(c.status), strsignal(WTERMSIG(c.status)));
-        r.add_finding(fmt::format("{}: the run ended early with {}", file, how));
-        fmt::print(stderr, "{}\n", r.findings.back());
+        return failed(file, "the run ended early with " + how);
     }
-    std::remove(c.output.c_str());
-    std::remove(c.result.c_str());
+    FileResult r;
+    r.path = file;
+    std::string text;
+    if (!read_all(c.result.fd, text)) return failed(file, fmt::format("its results cannot be read: {}", std::strerror(errno)));
+    if (!load(text, r)) return failed(file, "its results cannot be read: they are incomplete");
+    c.output.reset();
+    c.result.reset();
     return r;
 }
 
-void join_recorder(const std::string &recorder, std::vector<Child> &children) {
-    std::ofstream out(recorder, std::ios::binary | std::ios::trunc);
+bool start(Child &c, const std::string &file, const Options &options, bool recording) {
+    if (!make_temp(c.output, "output", c.not_run) || !make_temp(c.result, "result", c.not_run) ||
+        (recording && !make_temp(c.recorder, "recorder", c.not_run)))
+        return false;
+    std::fflush(nullptr);
+    c.pid = fork();
+    if (c.pid == 0) run_child(file, options, c);
+    if (c.pid < 0) c.not_run = fmt::format("cannot start a process: {}", std::strerror(errno));
+    return c.pid > 0;
+}
+
+// Appends each file's recorder part, in the order of the files; parts may be empty.
+bool join_recorder(int recorder_fd, std::vector<Child> &children, std::string &problem) {
     for (auto &c : children) {
-        std::ifstream part(c.recorder, std::ios::binary);
-        out << part.rdbuf();
-        std::remove(c.recorder.c_str());
+        if (c.recorder.fd < 0) continue;
+        std::string part;
+        if (!read_all(c.recorder.fd, part)) {
+            problem = fmt::format("a file's part cannot be read back: {}", std::strerror(errno));
+            return false;
+        }
+        if (!write_all(recorder_fd, part)) {
+            problem = fmt::format("cannot write: {}", std::strerror(errno));
+            return false;
+        }
+        c.recorder.reset();
     }
+    return true;
 }
 
 } // namespace
 
 std::vector<FileResult> run_in_processes(const std::vector<std::string> &files, const Options &options, unsigned jobs,
-                                         const std::string &recorder) {
-    std::fflush(nullptr);
+                                         int recorder_fd, std::string &recorder_problem) {
     std::vector<Child> children(files.size());
     std::vector<FileResult> results(files.size());
     size_t next = 0, printed = 0, running = 0;
-    while (printed < files.size()) {
-        while (running < std::max(jobs, 1u) && next < files.size()) {
+    bool forwarded = false;
+    while (printed < next || (next < files.size() && !ending::stop_signal())) {
+        while (running < std::max(jobs, 1u) && next < files.size() && !ending::stop_signal()) {
             Child &c = children[next];
-            c.output = temp_file("output");
-            c.result = temp_file("result");
-            if (!recorder.empty()) c.recorder = temp_file("recorder");
-            c.pid = fork();
-            if (c.pid == 0) run_child(files[next], options, c);
-            if (c.pid < 0) {
-                c.done = true;
-                c.status = 127 << 8;
-            } else {
-                ++running;
-            }
+            if (start(c, files[next], options, recorder_fd >= 0)) ++running;
+            else c.done = true;
             ++next;
         }
+        if (ending::stop_signal() && !forwarded) { // the running files stop at their next safe point
+            for (auto &c : children)
+                if (c.pid > 0 && !c.done) kill(c.pid, SIGTERM);
+            forwarded = true;
+        }
         int status = 0;
-        pid_t pid = wait(&status);
+        pid_t pid = running ? wait(&status) : -1;
         for (auto &c : children)
             if (pid > 0 && c.pid == pid) c.done = true, c.status = status, --running;
-        for (; printed < next && children[printed].done; ++printed) { // keep the files' order
-            print_file(children[printed].output);
+        for (; printed < next && children[printed].done; ++printed) // keep the files' order
             results[printed] = finish(files[printed], children[printed]);
-        }
     }
-    if (!recorder.empty()) join_recorder(recorder, children);
+    if (recorder_fd >= 0) join_recorder(recorder_fd, children, recorder_problem);
+    ending::stop_if_requested();
     return results;
 }
 

@@ -10,8 +10,10 @@
 namespace pc::runner {
 
 // Results in the order of `files`; each file's output is printed, in that order, as it completes.
-// With a recorder path, each file records into its own part, joined in file order at the end.
+// A file that cannot be started, or whose results cannot be read back, fails with the reason.
+// With a recorder descriptor, each file records into its own part, appended to it in file order at
+// the end; `recorder_problem` tells why that failed, when it did.
 std::vector<FileResult> run_in_processes(const std::vector<std::string> &files, const Options &options,
-                                         unsigned jobs, const std::string &recorder);
+                                         unsigned jobs, int recorder_fd, std::string &recorder_problem);
 
 } // namespace pc::runner

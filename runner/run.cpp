@@ -1,5 +1,6 @@
 #include "run.hpp"
 
+#include "ending.hpp"
 #include "record_lint.hpp"
 #include "report.hpp"
 
@@ -25,6 +26,8 @@ public:
     FileRun(const std::string &path, const Options &options) : options_(options) { result_.path = path; }
 
     FileResult run() {
+        active_ = this;
+        ending::set_pending_output(write_pending_of_active);
         yaml::LoadError error;
         if (!reader_.open(result_.path, error) || !reader_.read_header(error)) return invalid(error);
         if (!options_.check_only) set_up(reader_.config());
@@ -33,12 +36,14 @@ public:
             bool done = false;
             if (!reader_.next_step(step, done, error)) return invalid(error);
             if (done) break;
+            ending::stop_if_requested();
             ++result_.steps;
             show_progress();
             current_line_ = step.line;
+            current_step_ = step;
             context_.session.record_line = 0;
             std::string problem = run_step(step);
-            print_dump_document(step);
+            print_dump_document();
             if (!problem.empty()) {
                 error = {result_.path, pc_json_line(problem_at_), pc_json_column(problem_at_), problem};
                 return invalid(error);
@@ -95,12 +100,20 @@ private:
     }
 
     // What the JSON dump converters wrote during the step, printed as one JSON object.
-    void print_dump_document(const Step &step) {
+    void print_dump_document() {
         std::string &doc = context_.session.dump_document;
         if (doc.empty()) return;
         doc.erase(doc.size() - 2, 1); // the last member's comma
-        fmt::print(options_.steps, "{}:{}: step {} received:\n{{\n{}}}\n", result_.path, step.line, step.number, doc);
+        fmt::print(options_.steps, "{}:{}: step {} received:\n{{\n{}}}\n", result_.path, current_step_.line,
+                   current_step_.number, doc);
         doc.clear();
+    }
+
+    // At an end of the process in the middle of a step: what the step has received so far.
+    static void write_pending_of_active() {
+        if (!active_) return;
+        active_->clear_progress();
+        active_->print_dump_document();
     }
 
     void clear_progress() {
@@ -312,6 +325,8 @@ private:
     }
 
     void finish() {
+        ending::set_pending_output(nullptr);
+        active_ = nullptr;
         result_.mismatches = mismatches();
         result_.value_errors = value_errors();
         clear_progress();
@@ -321,8 +336,10 @@ private:
     uint64_t mismatches() const { return context_.session.mismatches(); }
     uint64_t value_errors() const { return context_.session.value_errors(); }
 
+    static inline FileRun *active_ = nullptr; // the file being run, for the end-of-process handlers
     const Options &options_;
     FileResult result_;
+    Step current_step_;
     ScenarioReader reader_;
     pc::support::Context context_;
     uint32_t current_line_ = 0;

@@ -2,22 +2,56 @@
 
 #include "planecheck/support.h"
 
+#include <cerrno>
 #include <cstdarg>
-#include <memory>
+#include <cstring>
+#include <fcntl.h>
+#include <unistd.h>
 
 namespace pc::recorder {
 namespace {
 
+constexpr size_t kWriteSize = 1 << 20;
+// Every record ends with this line; no line inside a record is the same.
+constexpr std::string_view kRecordEnd = "},\n";
+
 struct Sink {
-    FILE *file = nullptr;
-    std::unique_ptr<char[]> file_buffer;
+    int fd = -1;
+    std::string record;  // the record being composed
+    std::string pending; // complete records not written yet
+    int write_error = 0; // the first errno a write met
     std::string *buffer = nullptr;
     std::string *capture = nullptr;
+    void (*record_end_hook)() = nullptr;
 };
 
+// Never destroyed: exit handlers and signal handlers flush it after static destructors ran.
 Sink &sink() {
-    static Sink s;
-    return s;
+    static Sink *s = new Sink;
+    return *s;
+}
+
+bool write_all(int fd, const char *data, size_t size, int &error) {
+    while (size) {
+        ssize_t n = ::write(fd, data, size);
+        if (n < 0 && errno == EINTR) continue;
+        if (n <= 0) {
+            if (!error) error = n < 0 ? errno : EIO;
+            return false;
+        }
+        data += n;
+        size -= size_t(n);
+    }
+    return true;
+}
+
+void append(Sink &s, const char *text, size_t size) {
+    s.record.append(text, size);
+    if (std::string_view(text, size) != kRecordEnd) return;
+    s.pending += s.record;
+    s.record.clear();
+    if (s.pending.size() >= kWriteSize) flush();
+    if (s.record_end_hook) s.record_end_hook();
 }
 
 } // namespace
@@ -26,13 +60,18 @@ void discard() { close(); }
 
 bool open_file(const std::string &path) {
     close();
-    FILE *f = std::fopen(path.c_str(), "w");
-    if (!f) return false;
-    auto &s = sink();
-    s.file = f;
-    s.file_buffer = std::make_unique<char[]>(1 << 20);
-    std::setvbuf(f, s.file_buffer.get(), _IOFBF, 1 << 20);
+    int fd = ::open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0666);
+    if (fd < 0) return false;
+    to_descriptor(fd);
     return true;
+}
+
+void to_descriptor(int fd) {
+    close();
+    auto &s = sink();
+    s.fd = fd;
+    s.write_error = 0;
+    s.pending.reserve(kWriteSize + kWriteSize / 4);
 }
 
 void to_string(std::string *buffer) {
@@ -40,20 +79,37 @@ void to_string(std::string *buffer) {
     sink().buffer = buffer;
 }
 
-void flush() {
-    if (sink().file) std::fflush(sink().file);
-}
-
-void close() {
+bool flush() {
     auto &s = sink();
-    if (s.file) std::fclose(s.file);
-    s.file = nullptr;
-    s.file_buffer.reset();
-    s.buffer = nullptr;
+    if (s.fd < 0 || s.pending.empty()) return s.write_error == 0;
+    write_all(s.fd, s.pending.data(), s.pending.size(), s.write_error);
+    s.pending.clear();
+    errno = s.write_error;
+    return s.write_error == 0;
 }
 
-bool enabled() { return sink().file || sink().buffer; }
+bool close() {
+    auto &s = sink();
+    bool ok = true;
+    if (s.fd >= 0) {
+        // a record still open at a normal close is written as it stands: nothing is held back
+        s.pending += s.record;
+        ok = flush();
+        int error = s.write_error;
+        if (::close(s.fd) != 0 && ok) ok = false, error = errno;
+        errno = error;
+    }
+    s.fd = -1;
+    s.record.clear();
+    s.pending.clear();
+    s.buffer = nullptr;
+    return ok;
+}
+
+bool enabled() { return sink().fd >= 0 || sink().buffer; }
 bool active() { return enabled() || sink().capture; }
+
+void on_record_end(void (*hook)()) { sink().record_end_hook = hook; }
 
 void write_field(const char *name, const std::string &value_text) {
     auto &s = sink();
@@ -72,25 +128,24 @@ Capture::~Capture() { sink().capture = previous_; }
 
 extern "C" void recorder_log(const char *format, ...) {
     auto &s = pc::recorder::sink();
-    if (!s.file && !s.buffer) return;
+    if (s.fd < 0 && !s.buffer) return;
     va_list args;
     va_start(args, format);
-    if (s.file) {
-        std::vfprintf(s.file, format, args);
-    } else {
-        char text[1024];
-        int n = std::vsnprintf(text, sizeof text, format, args);
-        if (n >= int(sizeof text)) {
-            va_end(args);
-            va_start(args, format);
-            std::string big(size_t(n) + 1, '\0');
-            std::vsnprintf(big.data(), big.size(), format, args);
-            s.buffer->append(big.data(), size_t(n));
-        } else if (n > 0) {
-            s.buffer->append(text, size_t(n));
-        }
-    }
+    char text[1024];
+    int n = std::vsnprintf(text, sizeof text, format, args);
     va_end(args);
+    if (n < 0) return;
+    std::string big;
+    const char *out = text;
+    if (n >= int(sizeof text)) {
+        big.resize(size_t(n) + 1);
+        va_start(args, format);
+        std::vsnprintf(big.data(), big.size(), format, args);
+        va_end(args);
+        out = big.data();
+    }
+    if (s.buffer) s.buffer->append(out, size_t(n));
+    else pc::recorder::append(s, out, size_t(n));
 }
 
 extern "C" int recorder_is_enabled(void) { return pc::recorder::enabled(); }

@@ -108,4 +108,18 @@ TEST(Attributes, APairNamingAnInactiveGatedTypeIsIgnoredEvenWhenPresent) {
     EXPECT_EQ(h.value_errors(), 1u); // only the active pass read the bad key
 }
 
+TEST(Attributes, AnUngatedTypeHandlesEachPairByItsOwnTargetsGate) {
+    Harness h;
+    for (int flag : {0, 1}) {
+        h.context.process.object_set = flag;
+        ofa_client_obj_base_t obj = dpa_pbrsbf_ctor();
+        json_pbrsbf_set_attributes(h.record("{op: create, policy_id: 1, out_intf_obj_l3if_refhdl: 7, vrf_obj_ipvrf_refhdl: 8}"),
+                                   h.ctx(), obj);
+        EXPECT_EQ(ofa_pbrsbf_is_set_out_intf_obj_l3if_refhdl(obj), flag == 0) << flag; // l3if: active while zero
+        EXPECT_EQ(ofa_pbrsbf_is_set_vrf_obj_ipvrf_refhdl(obj), flag != 0) << flag;     // ipvrf: active while nonzero
+        dpa_pbrsbf_dtor(obj);
+    }
+    EXPECT_EQ(h.value_errors(), 0u) << h.all_log();
+}
+
 } // namespace

@@ -87,6 +87,63 @@ TEST(Converters, TextFormsAreReadInEveryDocumentedWay) {
     EXPECT_EQ(h.value_errors(), 0u) << h.all_log();
 }
 
+// The spellings users type for a MAC address, a boolean, a 12-byte id and an enum value: each
+// accepted spelling must give the very bytes of the canonical one; near misses are refused.
+TEST(Converters, EverydaySpellingsGiveTheSameNativeValue) {
+    pc::test::Harness h;
+    auto native = [&](auto convert, const std::string &yaml, size_t width) {
+        alignas(8) uint8_t out[64] = {};
+        convert(h.ctx(), out, h.json(yaml), "v");
+        return std::string(reinterpret_cast<char *>(out), width);
+    };
+    const std::string mac = native(json_convert_mac, "\"00:11:22:aa:bb:cc\"", 6);
+    EXPECT_EQ(mac, std::string("\x00\x11\x22\xaa\xbb\xcc", 6));
+    for (const char *spelling : {"\"00-11-22-AA-BB-CC\"", "\"0011.22aa.bbcc\"", "\"0011.22AA.BBCC\"", "\"001122aabbcc\"", "001122aabbcc"})
+        EXPECT_EQ(native(json_convert_mac, spelling, 6), mac) << spelling;
+
+    for (const char *yes : {"yes", "\"yes\"", "Yes", "YES", "on", "\"On\"", "ON", "true", "\"true\"", "1"})
+        EXPECT_EQ(native(json_convert_bool, yes, 1), std::string(1, '\1')) << yes;
+    for (const char *no : {"no", "\"no\"", "No", "NO", "off", "Off", "OFF", "false", "0"})
+        EXPECT_EQ(native(json_convert_bool, no, 1), std::string(1, '\0')) << no;
+
+    const std::string id = native(json_convert_id, "\"0x0102030405060708090a0b0c\"", 12);
+    EXPECT_EQ(native(json_convert_id, "\"0102030405060708090a0b0c\"", 12), id);
+    EXPECT_EQ(native(json_convert_id, "0102030405060708090A0B0C", 12), id);
+    EXPECT_EQ(native(json_convert_id, "\"42\"", 12), native(json_convert_id, "42", 12)); // short bare digits stay decimal
+
+    const std::string down = native(json_convert_dpa_bfdoff_local_state_en, "down", 4);
+    for (const char *spelling : {"DOWN", "Down", "\"DOWN\"", "dpa_bfdoff_local_state_down", "DPA_BFDOFF_LOCAL_STATE_DOWN"})
+        EXPECT_EQ(native(json_convert_dpa_bfdoff_local_state_en, spelling, 4), down) << spelling;
+    EXPECT_NE(down, native(json_convert_dpa_bfdoff_local_state_en, "UP", 4));
+    EXPECT_EQ(h.value_errors(), 0u) << h.all_log();
+
+    struct Refused {
+        const char *yaml;
+        int (*convert)(PROCESS *, void *, JSON_Value *, const char *);
+        const char *message;
+    };
+    const Refused refused[] = {
+        {"\"00:11-22:33:44:55\"", json_convert_mac, "v: expected a MAC address like"}, // one separator throughout
+        {"\"001.122.33.4455\"", json_convert_mac, "v: expected a MAC address like"},
+        {"\"00112233445\"", json_convert_mac, "v: expected a MAC address like"},
+        {"\"0011.2233.445g\"", json_convert_mac, "v: expected a MAC address like"},
+        {"001122334455", json_convert_mac, "v: expected a MAC address like \"00:11:22:33:44:55\", \"0011.2233.4455\" or \"001122334455\", "
+                                           "got the number 1122334455 (quote a MAC address"},
+        {"yEs", json_convert_bool, "v: expected true or false, got the string \"yEs\""},
+        {"y", json_convert_bool, "v: expected true or false, got the string \"y\""},
+        {"\"0102030405060708090a0b0\"", json_convert_id, "v: expected a number, got"}, // 23 digits: neither form
+        {"\"0x0102030405060708090a0b0c0d\"", json_convert_id, "v: expected a number, \"0x\" and up to 24 hex digits, or exactly 24"},
+        {"DOWNWARD", json_convert_dpa_bfdoff_local_state_en, "v: unknown value 'DOWNWARD'"},
+    };
+    alignas(8) uint8_t out[64];
+    for (const Refused &r : refused) {
+        h.log.clear();
+        r.convert(h.ctx(), out, h.json(r.yaml), "v");
+        ASSERT_EQ(h.log.size(), 1u) << r.yaml << "\n" << h.all_log();
+        EXPECT_EQ(h.log[0].rfind(r.message, 0), 0u) << h.log[0];
+    }
+}
+
 TEST(Converters, BadValuesGiveOneMessageNamingTheAttributeAndTheRunGoesOn) {
     pc::test::Harness h;
     struct Case {

@@ -57,6 +57,53 @@ bool parse_integer_text(const std::string &s, int64_t &value, bool &negative, ui
     return true;
 }
 
+bool is_hex_digits(const std::string &s) { return !s.empty() && s.find_first_not_of("0123456789abcdefABCDEF") == std::string::npos; }
+
+int hex_value(char c) { return std::isdigit(static_cast<unsigned char>(c)) ? c - '0' : std::tolower(c) - 'a' + 10; }
+
+bool equal_ignoring_case(const char *a, const std::string &b) {
+    size_t i = 0;
+    for (; a[i] && i < b.size(); ++i)
+        if (std::tolower(static_cast<unsigned char>(a[i])) != std::tolower(static_cast<unsigned char>(b[i]))) return false;
+    return !a[i] && i == b.size();
+}
+
+// The boolean words of YAML 1.1 as libyaml users write them. The loader resolves plain scalars
+// by the YAML 1.2 core schema, so `yes` arrives as text, quoted or not, and is read here.
+int boolean_word(const char *s) {
+    static const char *const yes[] = {"true", "True", "TRUE", "yes", "Yes", "YES", "on", "On", "ON", "1"};
+    static const char *const no[] = {"false", "False", "FALSE", "no", "No", "NO", "off", "Off", "OFF", "0"};
+    for (const char *w : yes)
+        if (!std::strcmp(s, w)) return 1;
+    for (const char *w : no)
+        if (!std::strcmp(s, w)) return 0;
+    return -1;
+}
+
+// A MAC address in the three usual spellings: six pairs joined by ':' or by '-' (one separator
+// throughout), three dotted groups of four ("0011.2233.4455"), or twelve bare hex digits.
+bool parse_mac(const std::string &s, uint8_t out[6]) {
+    std::string digits;
+    if (s.size() == 17) {
+        char sep = s[2];
+        if (sep != ':' && sep != '-') return false;
+        for (size_t i = 0; i < s.size(); ++i) {
+            if (i % 3 != 2) digits += s[i];
+            else if (s[i] != sep) return false;
+        }
+    } else if (s.size() == 14) {
+        for (size_t i = 0; i < s.size(); ++i) {
+            if (i % 5 != 4) digits += s[i];
+            else if (s[i] != '.') return false;
+        }
+    } else if (s.size() == 12) {
+        digits = s;
+    }
+    if (digits.size() != 12 || !is_hex_digits(digits)) return false;
+    for (int i = 0; i < 6; ++i) out[i] = uint8_t(hex_value(digits[2 * i]) << 4 | hex_value(digits[2 * i + 1]));
+    return true;
+}
+
 struct Converter {
     PROCESS *context;
     bool ok = true;
@@ -149,10 +196,7 @@ struct Converter {
         if (json_value_get_type(v) == JSONBoolean) b = json_value_get_boolean(v);
         else if (json_value_get_type(v) == JSONNumber && (json_value_get_number(v) == 0 || json_value_get_number(v) == 1))
             b = int(json_value_get_number(v));
-        else if (const char *s = json_value_get_string(v)) {
-            if (!std::strcmp(s, "true") || !std::strcmp(s, "1")) b = 1;
-            if (!std::strcmp(s, "false") || !std::strcmp(s, "0")) b = 0;
-        }
+        else if (const char *s = json_value_get_string(v)) b = boolean_word(s);
         if (b < 0) return error(v, name, "expected true or false, got " + describe(v));
         *static_cast<uint8_t *>(out) = uint8_t(b);
     }
@@ -220,29 +264,31 @@ struct Converter {
 
     void mac(const JSON_Value *v, void *out, const std::string &name) {
         const char *s = json_value_get_string(v);
-        unsigned b[6];
-        char sep[5], end;
-        if (!s || std::sscanf(s, "%2x%c%2x%c%2x%c%2x%c%2x%c%2x%c", &b[0], &sep[0], &b[1], &sep[1], &b[2], &sep[2], &b[3],
-                              &sep[3], &b[4], &sep[4], &b[5], &end) != 11 ||
-            std::strlen(s) != 17)
-            return error(v, name, "expected a MAC address like \"00:11:22:33:44:55\", got " + describe(v));
-        for (char c : sep)
-            if (c != ':' && c != '-') return error(v, name, "expected a MAC address like \"00:11:22:33:44:55\", got " + describe(v));
-        for (int i = 0; i < 6; ++i) static_cast<uint8_t *>(out)[i] = uint8_t(b[i]);
+        uint8_t b[6];
+        if (!s || !parse_mac(s, b)) {
+            // twelve unquoted digits reach here as a number: say how to write them
+            const char *hint = json_value_get_type(v) == JSONNumber ? " (quote a MAC address written without separators)" : "";
+            return error(v, name, "expected a MAC address like \"00:11:22:33:44:55\", \"0011.2233.4455\" or \"001122334455\", got " +
+                                      describe(v) + hint);
+        }
+        std::memcpy(out, b, 6);
     }
 
-    // Bytes are a little-endian number: written as a number, or as hex text of up to 2*width digits.
+    // Bytes are a little-endian number: written as a number, as "0x" and up to 2*width hex digits,
+    // or as exactly 2*width bare hex digits (the whole value, most significant byte first). A
+    // shorter bare digit string stays a decimal number, so "42" is forty-two.
     void bytes(const ValueForm &f, const JSON_Value *v, void *out, const std::string &name) {
         auto *p = static_cast<uint8_t *>(out);
         const char *s = json_value_get_string(v);
-        if (s && (s[0] == '0' && (s[1] == 'x' || s[1] == 'X'))) {
-            std::string digits(s + 2);
-            if (digits.empty() || digits.size() > 2 * f.width || digits.find_first_not_of("0123456789abcdefABCDEF") != std::string::npos)
-                return error(v, name, "expected a number or up to " + std::to_string(2 * f.width) + " hex digits, got " + describe(v));
+        bool prefixed = s && s[0] == '0' && (s[1] == 'x' || s[1] == 'X');
+        if (prefixed || (s && std::strlen(s) == 2 * f.width && is_hex_digits(s))) {
+            std::string digits(prefixed ? s + 2 : s);
+            if (digits.size() > 2 * f.width || !is_hex_digits(digits))
+                return error(v, name, "expected a number, \"0x\" and up to " + std::to_string(2 * f.width) + " hex digits, or exactly " +
+                                          std::to_string(2 * f.width) + " bare hex digits, got " + describe(v));
             for (size_t i = 0; i < digits.size(); ++i) {
                 size_t from_right = digits.size() - 1 - i;
-                int d = std::isdigit(static_cast<unsigned char>(digits[i])) ? digits[i] - '0' : std::tolower(digits[i]) - 'a' + 10;
-                p[from_right / 2] |= uint8_t(d << (4 * (from_right % 2)));
+                p[from_right / 2] |= uint8_t(hex_value(digits[i]) << (4 * (from_right % 2)));
             }
             return;
         }
@@ -264,11 +310,10 @@ struct Converter {
 
     void enumeration(const ValueForm &f, const JSON_Value *v, void *out, const std::string &name) {
         if (const char *s = json_value_get_string(v)) {
+            // value names are lower case in the catalogue, so ignoring case is never ambiguous
             std::string prefix = f.constant_prefix ? f.constant_prefix : "";
             for (uint32_t i = 0; i < f.value_count; ++i) {
-                std::string c = prefix + f.values[i].name;
-                for (char &ch : c) ch = char(std::toupper(static_cast<unsigned char>(ch)));
-                if (!std::strcmp(s, f.values[i].name) || c == s) {
+                if (equal_ignoring_case(s, f.values[i].name) || equal_ignoring_case(s, prefix + f.values[i].name)) {
                     int32_t value = int32_t(f.values[i].value);
                     std::memcpy(out, &value, 4);
                     return;

@@ -5,7 +5,7 @@ JOBS ?= $(shell nproc)
 DEPS := cmake ninja-build g++ pkg-config libyaml-dev libfmt-dev libcli11-dev \
         libgtest-dev libgmock-dev libbenchmark-dev
 
-.PHONY: all deps configure build run test bench asan clean
+.PHONY: all deps configure build run test bench bench-limit asan clean
 
 all: build
 
@@ -36,6 +36,13 @@ test: build
 
 bench: build
 	build/bench/planecheck_bench
+
+# planecheck beside libyaml's bare parse of the same files; sizes and rounds are arguments, such
+# as `make bench-limit BENCH_LIMIT_ARGS="--scale 1000000 --runs 3"`.
+BENCH_LIMIT_ARGS ?=
+bench-limit: build
+	build/bench/pc_bench_limit --dir build/bench-limit --planecheck build/planecheck \
+	  --parser build/bench/pc_libyaml_parse $(BENCH_LIMIT_ARGS)
 
 asan: deps
 	@cmake --preset asan >/dev/null

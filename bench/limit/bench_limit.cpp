@@ -1,0 +1,311 @@
+// `make bench-limit`: planecheck side by side with the physical limit of a YAML-driven run,
+// libyaml's bare event parse of the same file. Writes the scale and the realistic scenario in
+// YAML, JSON and JSON Lines with a fixed seed, runs every command once per round, the rounds
+// interleaved so that a busy machine slows all of them alike, and prints the medians.
+#include "scenario_forms.hpp"
+
+#include <sys/resource.h>
+#include <sys/wait.h>
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <chrono>
+#include <cstdlib>
+#include <cstring>
+#include <string>
+#include <vector>
+
+namespace {
+
+using pc::bench::Node;
+using pc::bench::ScenarioWriter;
+
+// Deterministic on every platform, unlike the standard distributions.
+struct Random {
+    uint64_t state = 0x9e3779b97f4a7c15ull;
+    uint64_t next() {
+        state ^= state << 13;
+        state ^= state >> 7;
+        state ^= state << 17;
+        return state;
+    }
+    uint64_t below(uint64_t n) { return next() % n; }
+};
+
+Node record(const char *op) { return Node().add("op", Node::word(op)); }
+
+// Rounds of three steps of 1000 test_if records: creates with attributes, gets comparing them,
+// deletes; the store is empty after each round. Server mode.
+bool write_scale(const std::string &base, size_t records) {
+    ScenarioWriter out(base, "scale", Node().add("mode", Node::word("server")), true);
+    const size_t per_step = 1000, rounds = std::max<size_t>(1, records / (3 * per_step));
+    for (size_t s = 0; s < rounds && out.ok(); ++s)
+        for (const char *op : {"create", "get", "delete"}) {
+            std::vector<Node> list;
+            for (size_t r = 0; r < per_step; ++r) {
+                size_t key = s * per_step + r;
+                Node n = record(op).add("key_a", Node::bare(key));
+                if (std::strcmp(op, "delete"))
+                    n.add("attr_a1", Node::bare(key * 3)).add("attr_a2", Node::bare(7)).add("perf_test_enabled", Node::flag(true))
+                        .add("rdesc_id_test1", Node().add("pool", Node::bare(1)).add("index", Node::bare(key % 65536)));
+                list.push_back(std::move(n));
+            }
+            out.add(pc::bench::step("send", "test_if", std::move(list)));
+        }
+    return out.close();
+}
+
+std::string hex(uint64_t n) {
+    char text[24];
+    std::snprintf(text, sizeof text, "0x%llx", static_cast<unsigned long long>(n));
+    return text;
+}
+
+std::string ip4(uint64_t n) {
+    return "10." + std::to_string((n >> 16) & 255) + "." + std::to_string((n >> 8) & 255) + "." + std::to_string(n & 255);
+}
+
+// What a hand-written functional scenario looks like, at length: one record per step, written in
+// block style; gets compare 8 to 10 attributes; test_if, nhgroup with members, ipnh, scaleacl.
+// Client mode. Twelve records per object group.
+bool write_realistic(const std::string &base, size_t records) {
+    ScenarioWriter out(base, "realistic", Node().add("mode", Node::word("client")), false);
+    Random random;
+    auto one = [&](const char *type, Node r) { out.add(pc::bench::step("send", type, {std::move(r)})); };
+    for (size_t i = 0; i * 12 < records && out.ok(); ++i) {
+        uint64_t a = random.below(1u << 20), b = random.below(64);
+        auto test_if = [&](const char *op) {
+            return record(op).add("key_a", Node::bare(i)).add("attr_a1", Node::bare(a)).add("attr_a2", Node::bare(b))
+                .add("attr_a3", Node::bare(a + 1)).add("sh_key_b", Node::bare(b * 2)).add("perf_test_enabled", Node::flag(b & 1))
+                .add("tcam_hdl", Node::bare(a * 7)).add("ipc_time", Node::bare(a + b))
+                .add("rdesc_id_test1", Node().add("pool", Node::bare(1)).add("index", Node::bare(b)));
+        };
+        auto nhgroup = [&](const char *op) {
+            std::vector<Node> members;
+            for (uint64_t m = 0; m < 2 + (b & 1); ++m)
+                members.push_back(Node().add("is_protected", Node::flag(m == 0)).add("forward_class", Node::bare(m + 1))
+                                      .add("l3if_refkey", Node::bare(a + m)));
+            return record(op).add("nhgroup_id", Node::bare(i)).add("fec_id", Node::quoted(hex(a))).add("num_primary_paths", Node::bare(2))
+                .add("app_id", Node::bare(b)).add("obj_id", Node::bare(a * 3)).add("is_drop", Node::flag(false))
+                .add("members", Node::list(std::move(members)));
+        };
+        auto scaleacl = [&](const char *op) {
+            return record(op).add("acl_id", Node::bare(i / 1000)).add("seq_num", Node::bare(i % 1000))
+                .add("acl_name", Node::word("acl-" + std::to_string(i))).add("is_ingress", Node::flag(true))
+                .add("src_prefix", Node::word(ip4(a))).add("src_prefix_len", Node::bare(24)).add("dst_prefix", Node::word(ip4(a + b)))
+                .add("protocol", Node::bare(6)).add("dst_port_lo", Node::bare(b)).add("dst_port_hi", Node::bare(b + 100))
+                .add("dscp", Node::bare(b % 64)).add("action", Node::word("deny"));
+        };
+        auto ipnh = [&](const char *op) {
+            return record(op).add("intf", Node::quoted(hex(i))).add("nh_addr", Node::word(ip4(a))).add("proto", Node::bare(1))
+                .add("mpls_proto", Node::bare(0)).add("alloc_sz", Node::bare(3)).add("encap_id", Node::quoted(hex(b)))
+                .add("is_bvi", Node::flag(false)).add("l3a_mac_addr", Node::quoted("00:11:22:33:44:55"));
+        };
+        one("test_if", test_if("create"));
+        one("test_if", test_if("get"));
+        one("nhgroup", nhgroup("create"));
+        one("nhgroup", nhgroup("get"));
+        one("scaleacl", scaleacl("create"));
+        one("scaleacl", scaleacl("get"));
+        one("ipnh", ipnh("create")); // inactive while object_set is 0: read and dispatched, not sent
+        one("ipnh", ipnh("get"));
+        one("scaleacl", record("delete").add("acl_id", Node::bare(i / 1000)).add("seq_num", Node::bare(i % 1000)));
+        one("nhgroup", record("delete").add("nhgroup_id", Node::bare(i)));
+        one("test_if", record("delete").add("key_a", Node::bare(i)));
+        one("ipnh", record("delete").add("intf", Node::quoted(hex(i))).add("nh_addr", Node::word(ip4(a)))
+                        .add("proto", Node::bare(1)).add("mpls_proto", Node::bare(0)));
+    }
+    return out.close();
+}
+
+// Creates and deletes of the first catalogue type (test_if) or the last (mpa), four attributes
+// each: what differs between the two files is only where the type stands in the catalogue.
+bool write_dispatch(const std::string &base, bool last, size_t records) {
+    ScenarioWriter out(base, last ? "last type" : "first type", Node().add("mode", Node::word("server")), true);
+    const size_t per_step = 500;
+    for (size_t s = 0; s * 2 * per_step < records && out.ok(); ++s)
+        for (const char *op : {"create", "delete"}) {
+            std::vector<Node> list;
+            for (size_t r = 0; r < per_step; ++r) {
+                Node n = record(op);
+                if (last) n.add("slot", Node::bare(r % 256)).add("bay", Node::bare(r / 256));
+                else n.add("key_a", Node::bare(r));
+                if (!std::strcmp(op, "create")) {
+                    if (last) n.add("mpa_type", Node::bare(r)).add("num_ports", Node::bare(8));
+                    else n.add("attr_a1", Node::bare(r)).add("attr_a2", Node::bare(8));
+                }
+                list.push_back(std::move(n));
+            }
+            out.add(pc::bench::step("send", last ? "mpa" : "test_if", std::move(list)));
+        }
+    return out.close();
+}
+
+struct Sample {
+    double seconds = 0;
+    double rss_mib = 0;
+    bool ok = false;
+};
+
+Sample run(const std::vector<std::string> &argv) {
+    auto start = std::chrono::steady_clock::now();
+    pid_t pid = fork();
+    if (pid == 0) {
+        int null = open("/dev/null", O_WRONLY);
+        dup2(null, 1);
+        std::vector<char *> args;
+        for (const std::string &a : argv) args.push_back(const_cast<char *>(a.c_str()));
+        args.push_back(nullptr);
+        execv(args[0], args.data());
+        _exit(127);
+    }
+    int status = 0;
+    rusage usage{};
+    if (pid < 0 || wait4(pid, &status, 0, &usage) != pid) return {};
+    double seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+    return {seconds, double(usage.ru_maxrss) / 1024.0, WIFEXITED(status) && WEXITSTATUS(status) == 0};
+}
+
+struct Command {
+    std::string label;
+    std::vector<std::string> argv;
+    std::vector<Sample> samples;
+    double median_seconds() const {
+        std::vector<double> t;
+        for (const Sample &s : samples) t.push_back(s.seconds);
+        std::sort(t.begin(), t.end());
+        return t.empty() ? 0 : t[t.size() / 2];
+    }
+    double peak_rss() const {
+        double m = 0;
+        for (const Sample &s : samples) m = std::max(m, s.rss_mib);
+        return m;
+    }
+    bool all_ok() const {
+        return std::all_of(samples.begin(), samples.end(), [](const Sample &s) { return s.ok; });
+    }
+};
+
+struct Row {
+    std::string scenario, form, recorder;
+    size_t limit, command; // indexes into the command list
+    size_t records;
+    double target;       // the ratio the row must stay within (0: none)
+    bool strictly_below; // < rather than <=
+};
+
+struct Settings {
+    size_t scale_records = 300000, realistic_records = 60000, dispatch_records = 100000;
+    int runs = 5;
+    std::string dir = "build/bench-limit", planecheck = "build/planecheck", parser = "build/bench/pc_libyaml_parse";
+};
+
+bool parse(int argc, char **argv, Settings &s) {
+    for (int i = 1; i + 1 < argc; i += 2) {
+        std::string k = argv[i], v = argv[i + 1];
+        size_t n = std::strtoull(v.c_str(), nullptr, 10);
+        if (k == "--scale") s.scale_records = n;
+        else if (k == "--realistic") s.realistic_records = n;
+        else if (k == "--dispatch") s.dispatch_records = n;
+        else if (k == "--runs") s.runs = int(n);
+        else if (k == "--dir") s.dir = v;
+        else if (k == "--planecheck") s.planecheck = v;
+        else if (k == "--parser") s.parser = v;
+        else return false;
+        if (k != "--dir" && k != "--planecheck" && k != "--parser" && n == 0) return false;
+    }
+    return argc % 2 == 1;
+}
+
+std::string mib(double v) {
+    char t[32];
+    std::snprintf(t, sizeof t, "%.1f", v);
+    return t;
+}
+
+} // namespace
+
+int main(int argc, char **argv) {
+    Settings s;
+    if (!parse(argc, argv, s)) {
+        std::fprintf(stderr, "usage: pc_bench_limit [--scale RECORDS] [--realistic RECORDS] [--dispatch RECORDS] [--runs N]\n"
+                             "                      [--dir DIR] [--planecheck PATH] [--parser PATH]\n");
+        return 2;
+    }
+    std::system(("mkdir -p '" + s.dir + "'").c_str());
+    const std::string scale = s.dir + "/scale", real = s.dir + "/realistic", first = s.dir + "/first_type",
+                      last = s.dir + "/last_type", recording = s.dir + "/recorder.out";
+    std::fprintf(stderr, "bench-limit: writing the scenarios into %s\n", s.dir.c_str());
+    if (!write_scale(scale, s.scale_records) || !write_realistic(real, s.realistic_records) ||
+        !write_dispatch(first, false, s.dispatch_records) || !write_dispatch(last, true, s.dispatch_records)) {
+        std::fprintf(stderr, "bench-limit: cannot write the scenarios into %s\n", s.dir.c_str());
+        return 1;
+    }
+    const size_t scale_n = std::max<size_t>(1, s.scale_records / 3000) * 3000;
+    const size_t real_n = (s.realistic_records + 11) / 12 * 12;
+    const size_t dispatch_n = (s.dispatch_records + 999) / 1000 * 1000;
+
+    std::vector<Command> commands;
+    auto add = [&](std::string label, std::vector<std::string> argv) {
+        commands.push_back({std::move(label), std::move(argv), {}});
+        return commands.size() - 1;
+    };
+    auto pc = [&](const std::string &file, bool recorder) {
+        std::vector<std::string> a = {s.planecheck, "run", "-q", file};
+        if (recorder) a.insert(a.begin() + 3, {"--recorder", recording});
+        return a;
+    };
+    size_t scale_limit = add("libyaml scale", {s.parser, scale + ".yaml"});
+    size_t scale_off = add("scale yaml", pc(scale + ".yaml", false));
+    size_t scale_rec = add("scale yaml rec", pc(scale + ".yaml", true));
+    size_t scale_json = add("scale json", pc(scale + ".json", false));
+    size_t scale_jsonl = add("scale jsonl", pc(scale + ".jsonl", false));
+    size_t scale_jsonl_rec = add("scale jsonl rec", pc(scale + ".jsonl", true));
+    size_t real_limit = add("libyaml realistic", {s.parser, real + ".yaml"});
+    size_t real_off = add("realistic yaml", pc(real + ".yaml", false));
+    size_t real_rec = add("realistic yaml rec", pc(real + ".yaml", true));
+    size_t real_jsonl = add("realistic jsonl", pc(real + ".jsonl", false));
+    size_t first_run = add("first type", pc(first + ".yaml", false));
+    size_t last_run = add("last type", pc(last + ".yaml", false));
+
+    for (int r = 0; r < s.runs; ++r) {
+        std::fprintf(stderr, "bench-limit: round %d of %d\n", r + 1, s.runs);
+        for (Command &c : commands) c.samples.push_back(run(c.argv));
+    }
+    std::remove(recording.c_str());
+
+    const std::vector<Row> rows = {
+        {"scale (server)", "YAML", "off", scale_limit, scale_off, scale_n, 1.3, false},
+        {"scale (server)", "YAML", "file", scale_limit, scale_rec, scale_n, 1.6, false},
+        {"scale (server)", "JSON", "off", scale_limit, scale_json, scale_n, 0, false},
+        {"scale (server)", "JSON Lines", "off", scale_limit, scale_jsonl, scale_n, 1.0, true},
+        {"scale (server)", "JSON Lines", "file", scale_limit, scale_jsonl_rec, scale_n, 0, false},
+        {"realistic (client)", "YAML", "off", real_limit, real_off, real_n, 1.3, false},
+        {"realistic (client)", "YAML", "file", real_limit, real_rec, real_n, 1.6, false},
+        {"realistic (client)", "JSON Lines", "off", real_limit, real_jsonl, real_n, 1.0, true},
+        {"last type / first type", "YAML", "off", first_run, last_run, dispatch_n, 1.2, false},
+    };
+    bool failed_run = false, missed = false;
+    std::printf("\nmedians of %d interleaved runs; limit = libyaml's bare event parse of the YAML form "
+                "(for the last row: the run of the first type)\n\n", s.runs);
+    std::printf("| scenario | form | recorder | records | limit s | planecheck s | ratio | target | records/s | peak RSS MiB |\n");
+    std::printf("|---|---|---|---:|---:|---:|---:|---|---:|---:|\n");
+    for (const Row &row : rows) {
+        const Command &limit = commands[row.limit], &c = commands[row.command];
+        double ratio = c.median_seconds() / limit.median_seconds();
+        bool holds = !row.target || (row.strictly_below ? ratio < row.target : ratio <= row.target);
+        missed |= !holds;
+        std::string target = row.target ? std::string(row.strictly_below ? "< " : "<= ") + mib(row.target) + (holds ? " holds" : " MISSED") : "";
+        std::printf("| %s | %s | %s | %zu | %.3f | %.3f | %.2f | %s | %.0f | %s |\n", row.scenario.c_str(), row.form.c_str(),
+                    row.recorder.c_str(), row.records, limit.median_seconds(), c.median_seconds(), ratio, target.c_str(),
+                    double(row.records) / c.median_seconds(), mib(c.peak_rss()).c_str());
+    }
+    for (const Command &c : commands)
+        if (!c.all_ok()) {
+            std::fprintf(stderr, "bench-limit: '%s' did not pass (run it by hand to see why)\n", c.label.c_str());
+            failed_run = true;
+        }
+    if (missed) std::printf("\nsome targets were missed (see README, Performance)\n");
+    return failed_run ? 1 : 0;
+}

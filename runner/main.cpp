@@ -1,8 +1,10 @@
 // planecheck: runs scenario files against the data-plane object interface.
 #include "catalogue_command.hpp"
+#include "diff.hpp"
 #include "ending.hpp"
 #include "parallel.hpp"
 #include "recorder_sink.hpp"
+#include "replay.hpp"
 #include "report.hpp"
 #include "run.hpp"
 
@@ -115,6 +117,30 @@ int run_files(RunOptions &o) {
     return totals.invalid ? 2 : totals.failed_files ? 1 : 0;
 }
 
+// Writes the scenario a recording replays to; runs it unless it was asked for as a file.
+int replay_recording(const std::string &recording, const std::string &scenario, const pc::recording::ReplayOptions &options,
+                     RunOptions &run) {
+    std::string path = scenario.empty() ? pc::runner::temporary_scenario_path() : scenario;
+    if (path.empty()) {
+        fmt::print(stderr, "planecheck: cannot make a temporary file for the replayed scenario: {}\n", std::strerror(errno));
+        return 2;
+    }
+    pc::recording::ReplaySummary summary;
+    bool written = pc::runner::write_replayed_scenario(recording, path, options, summary);
+    if (!scenario.empty()) {
+        if (written) fmt::print("planecheck replay: {} operations of {} records written to {}\n", summary.operations, summary.records, path);
+        return !written ? 2 : summary.problems ? 1 : 0;
+    }
+    int status = 2;
+    if (written) {
+        run.files = {path};
+        status = run_files(run);
+    }
+    if (status == 0) std::remove(path.c_str());
+    else if (written) fmt::print(stderr, "planecheck replay: the replayed scenario is kept in {}\n", path);
+    return status == 0 && summary.problems ? 1 : status;
+}
+
 } // namespace
 
 int main(int argc, char **argv) {
@@ -148,6 +174,30 @@ int main(int argc, char **argv) {
     catalogue->add_option("--describe", describe, "print what a record of object type TYPE may carry")
         ->excludes(list_flag)->excludes(stats_flag);
 
+    std::string diff_a, diff_b;
+    std::vector<std::string> ignore;
+    bool diff_json = false;
+    auto *diff = app.add_subcommand("diff", "compare two recorder files record by record (exit 0 equal, 1 different, 2 unreadable)");
+    diff->add_option("a", diff_a, "the first recording")->required();
+    diff->add_option("b", diff_b, "the second recording")->required();
+    diff->add_option("--ignore", ignore, "leave the field FIELD out of the comparison (repeatable)")->take_last()->allow_extra_args(false);
+    diff->add_flag("--json", diff_json, "print the differences as one JSON document");
+
+    RunOptions replay_options;
+    std::string recording, write_scenario, replay_mode;
+    int replay_object_set = -1;
+    auto *replay = app.add_subcommand("replay", "run the operations of a recording again, or write them as a scenario");
+    replay->add_option("recording", recording, "the recorder file")->required()->check(CLI::ExistingFile);
+    replay->add_option("--write-scenario", write_scenario, "write the equivalent scenario to FILE instead of running it");
+    replay->add_option("--mode", replay_mode, "client or server (default client)")->check(CLI::IsMember({"client", "server"}));
+    replay->add_option("--object-set", replay_object_set, "the object set to run with (default: what the recording shows)")
+        ->check(CLI::Range(0, 1));
+    replay->add_flag("-v,--verbose", replay_options.file.verbose, "write information lines (calls, handles, successes)");
+    replay->add_flag("-q,--quiet", replay_options.file.quiet, "print only the steps that did not pass");
+    replay->add_option("--recorder", replay_options.recorder, "write the operation recorder of the replay to FILE");
+    replay->add_option("--junit", replay_options.junit, "write a JUnit XML report to FILE");
+    replay->add_flag("--tap", replay_options.tap, "print a TAP stream on standard output");
+
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError &e) {
@@ -164,6 +214,13 @@ int main(int argc, char **argv) {
         if (stats) pc::runner::print_stats();
         else pc::runner::list_types();
         return 0;
+    }
+    if (*diff) return pc::runner::diff_command(diff_a, diff_b, ignore, diff_json);
+    if (*replay) {
+        pc::recording::ReplayOptions options;
+        if (!replay_mode.empty()) options.mode = replay_mode == "client" ? 1 : 0;
+        if (replay_object_set >= 0) options.object_set = replay_object_set;
+        return replay_recording(recording, write_scenario, options, replay_options);
     }
     return run_files(*check ? check_options : run_options);
 }

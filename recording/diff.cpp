@@ -1,0 +1,322 @@
+#include "diff.hpp"
+
+#include "descriptors.hpp"
+#include "engine.hpp"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <cstring>
+#include <deque>
+#include <unordered_map>
+#include <unordered_set>
+
+namespace pc::recording {
+namespace {
+
+struct FlatField {
+    std::string name;
+    const Field *field;
+};
+
+// A record with what the comparison needs ready: its identity and its fields in order.
+struct Item {
+    Record record;
+    std::string identity; // section, type, op and key fields: what makes two records the same operation
+    std::string op;
+    std::vector<FlatField> fields;
+};
+
+const std::string &op_of(const Record &r) {
+    static const std::string none;
+    if (r.entries.empty()) return none;
+    const Field *op = r.entries[0].find("op");
+    return op ? op->value : none;
+}
+
+std::string unquoted(const std::string &text) {
+    return text.size() >= 2 && text.front() == '"' && text.back() == '"' ? text.substr(1, text.size() - 2) : text;
+}
+
+void flatten(Item &item, const std::unordered_set<std::string> &ignore) {
+    item.fields.clear();
+    const bool several = item.record.entries.size() > 1;
+    for (size_t e = 0; e < item.record.entries.size(); ++e) {
+        const Entry &entry = item.record.entries[e];
+        std::string prefix = several ? fmt::format("[{}].", e) : "";
+        auto add = [&](const std::string &name, const Field &f) {
+            if (f.name == "recorder_timestamp" || ignore.count(f.name)) return;
+            item.fields.push_back({prefix + name, &f});
+        };
+        for (size_t i = 0; i <= entry.fields.size(); ++i) {
+            if (i == entry.members_at)
+                for (size_t m = 0; m < entry.members.size(); ++m)
+                    for (const Field &f : entry.members[m].fields) add(fmt::format("members[{}].{}", m, f.name), f);
+            if (i < entry.fields.size()) add(entry.fields[i].name, entry.fields[i]);
+        }
+    }
+}
+
+void identify(Item &item) {
+    const Record &r = item.record;
+    item.op = unquoted(op_of(r));
+    item.identity = r.section + '\0' + r.type + '\0' + item.op;
+    const engine::TypeDesc *type = engine::find_type(r.type.c_str());
+    if (!type || r.entries.empty()) return;
+    for (const engine::AttrDesc &k : type->keys())
+        if (const Field *f = r.entries[0].find(k.name)) item.identity += '\0' + f->value;
+}
+
+// Handle values: "handle 0x1a2b" in "hdl", "0x1a2b" in references. 0 when the text is none.
+uint64_t handle_value(const Field &f) {
+    bool is_handle = f.name == "hdl" || (f.name.size() > 7 && f.name.compare(f.name.size() - 7, 7, "_refhdl") == 0);
+    if (!is_handle) return 0;
+    std::string text = unquoted(f.value);
+    if (text.rfind("handle ", 0) == 0) text = text.substr(7);
+    if (text.rfind("0x", 0) != 0) return 0;
+    char *end = nullptr;
+    uint64_t v = std::strtoull(text.c_str() + 2, &end, 16);
+    return end && *end == '\0' ? v : 0;
+}
+
+class Differ {
+public:
+    Differ(const std::string &a, const std::string &b, const DiffOptions &options, const DifferenceSink &difference,
+           const ProblemSink &problem)
+        : options_(options), ignore_(options.ignore.begin(), options.ignore.end()), difference_(difference),
+          problem_(problem), a_name_(a), b_name_(b) {}
+
+    DiffSummary run() {
+        std::string error;
+        bool ok_a = a_.open(a_name_, error);
+        if (!ok_a) problem({a_name_, 0, error});
+        bool ok_b = b_.open(b_name_, error);
+        if (!ok_b) problem({b_name_, 0, error});
+        if (!ok_a || !ok_b) return summary_;
+        a_.on_problem([this](const Problem &p) { problem(p); });
+        b_.on_problem([this](const Problem &p) { problem(p); });
+        align();
+        summary_.records_a = a_.records_seen();
+        summary_.records_b = b_.records_seen();
+        return summary_;
+    }
+
+private:
+    void problem(const Problem &p) {
+        ++summary_.problems;
+        if (problem_) problem_(p);
+    }
+
+    // Keeps up to `n` records read ahead on a side.
+    void fill(Reader &reader, std::deque<Item> &queue, bool &done, size_t n) {
+        while (!done && queue.size() < n) {
+            Item item;
+            if (!reader.next(item.record)) {
+                done = true;
+                break;
+            }
+            identify(item);
+            flatten(item, ignore_);
+            queue.push_back(std::move(item));
+        }
+    }
+
+    // Where a record missing from the other side would stand there.
+    static std::pair<uint64_t, uint32_t> position(const std::deque<Item> &queue, const Reader &reader) {
+        if (!queue.empty()) return {queue.front().record.number, queue.front().record.line};
+        return {reader.records_seen() + 1, reader.line() + 1};
+    }
+
+    void only_in(bool in_a, const Item &item) {
+        Difference d;
+        d.kind = in_a ? Difference::OnlyInA : Difference::OnlyInB;
+        auto other = in_a ? position(qb_, b_) : position(qa_, a_);
+        (in_a ? d.number_a : d.number_b) = item.record.number;
+        (in_a ? d.line_a : d.line_b) = item.record.line;
+        (in_a ? d.number_b : d.number_a) = other.first;
+        (in_a ? d.line_b : d.line_a) = other.second;
+        d.section = item.record.section;
+        d.type = item.record.type;
+        d.op = item.op;
+        ++(in_a ? summary_.only_a : summary_.only_b);
+        if (difference_) difference_(d);
+    }
+
+    static long find(const std::deque<Item> &queue, const std::string &identity) {
+        for (size_t i = 1; i < queue.size(); ++i)
+            if (queue[i].identity == identity) return long(i);
+        return -1;
+    }
+
+    void align() {
+        bool done_a = false, done_b = false;
+        for (;;) {
+            fill(a_, qa_, done_a, 1);
+            fill(b_, qb_, done_b, 1);
+            if (qa_.empty() && qb_.empty()) return;
+            if (qa_.empty() || qb_.empty()) {
+                bool in_a = qb_.empty();
+                Item item = std::move(in_a ? qa_.front() : qb_.front());
+                (in_a ? qa_ : qb_).pop_front();
+                only_in(in_a, item);
+                continue;
+            }
+            if (qa_.front().identity != qb_.front().identity) {
+                fill(a_, qa_, done_a, options_.window);
+                fill(b_, qb_, done_b, options_.window);
+                long j = find(qb_, qa_.front().identity), i = find(qa_, qb_.front().identity);
+                if (j > 0 && (i < 0 || j <= i)) {
+                    for (long k = 0; k < j; ++k) pop_only(false);
+                    continue;
+                }
+                if (i > 0) {
+                    for (long k = 0; k < i; ++k) pop_only(true);
+                    continue;
+                }
+                if (qa_.front().record.section != qb_.front().record.section || qa_.front().record.type != qb_.front().record.type) {
+                    pop_only(true);
+                    pop_only(false);
+                    continue;
+                }
+            }
+            compare(qa_.front(), qb_.front());
+            qa_.pop_front();
+            qb_.pop_front();
+        }
+    }
+
+    void pop_only(bool in_a) {
+        std::deque<Item> &q = in_a ? qa_ : qb_;
+        Item item = std::move(q.front());
+        q.pop_front();
+        only_in(in_a, item);
+    }
+
+    // Handles correspond when they first meet at the same place; afterwards they must agree.
+    bool same_handle(uint64_t a, uint64_t b) {
+        auto ia = a_to_b_.find(a);
+        if (ia != a_to_b_.end()) return ia->second == b;
+        if (b_to_a_.count(b)) return false;
+        a_to_b_.emplace(a, b);
+        b_to_a_.emplace(b, a);
+        return true;
+    }
+
+    bool same_value(const Field &a, const Field &b) {
+        if (a.value == b.value) {
+            if (uint64_t h = handle_value(a)) return same_handle(h, h);
+            return true;
+        }
+        uint64_t ha = handle_value(a), hb = handle_value(b);
+        return ha && hb && same_handle(ha, hb);
+    }
+
+    void changed(const Item &a, const Item &b, const std::string &name, const Field *fa, const Field *fb) {
+        Difference d;
+        d.number_a = a.record.number;
+        d.number_b = b.record.number;
+        d.line_a = a.record.line;
+        d.line_b = b.record.line;
+        d.section = a.record.section;
+        d.type = a.record.type;
+        d.op = a.op == b.op ? a.op : a.op + "|" + b.op;
+        d.field = name;
+        if (fa) d.value_a = fa->value, d.field_line_a = fa->line;
+        if (fb) d.value_b = fb->value, d.field_line_b = fb->line;
+        if (difference_) difference_(d);
+    }
+
+    void compare(const Item &a, const Item &b) {
+        bool differs = false;
+        std::vector<bool> used(b.fields.size(), false);
+        for (size_t i = 0; i < a.fields.size(); ++i) {
+            const FlatField &fa = a.fields[i];
+            // the fields are nearly always in the same order: look at the same place first
+            size_t at = i < b.fields.size() && !used[i] && b.fields[i].name == fa.name ? i : b.fields.size();
+            for (size_t k = 0; at == b.fields.size() && k < b.fields.size(); ++k)
+                if (!used[k] && b.fields[k].name == fa.name) at = k;
+            if (at == b.fields.size()) {
+                changed(a, b, fa.name, fa.field, nullptr);
+                differs = true;
+                continue;
+            }
+            used[at] = true;
+            if (!same_value(*fa.field, *b.fields[at].field)) {
+                changed(a, b, fa.name, fa.field, b.fields[at].field);
+                differs = true;
+            }
+        }
+        for (size_t k = 0; k < b.fields.size(); ++k)
+            if (!used[k]) {
+                changed(a, b, b.fields[k].name, nullptr, b.fields[k].field);
+                differs = true;
+            }
+        if (differs) ++summary_.changed;
+        forget_deleted(a, b);
+    }
+
+    // A deleted object's handle may be given out again: its pairing ends with the delete, which
+    // also keeps the map as small as the set of live objects.
+    void forget_deleted(const Item &a, const Item &b) {
+        if (a.op != "delete" || a.record.entries.empty() || b.record.entries.empty()) return;
+        const Field *ha = a.record.entries[0].find("hdl");
+        const Field *hb = b.record.entries[0].find("hdl");
+        if (ha) a_to_b_.erase(handle_value(*ha));
+        if (hb) b_to_a_.erase(handle_value(*hb));
+    }
+
+    const DiffOptions &options_;
+    std::unordered_set<std::string> ignore_;
+    const DifferenceSink &difference_;
+    const ProblemSink &problem_;
+    std::string a_name_, b_name_;
+    Reader a_, b_;
+    std::deque<Item> qa_, qb_;
+    std::unordered_map<uint64_t, uint64_t> a_to_b_, b_to_a_;
+    DiffSummary summary_;
+};
+
+std::string json_string(const std::string &s) {
+    std::string out = "\"";
+    for (char c : s) {
+        if (c == '"' || c == '\\') out += '\\', out += c;
+        else if (static_cast<unsigned char>(c) < 0x20) out += fmt::format("\\u{:04x}", unsigned(c));
+        else out += c;
+    }
+    return out + '"';
+}
+
+} // namespace
+
+DiffSummary diff_recordings(const std::string &a, const std::string &b, const DiffOptions &options,
+                            const DifferenceSink &difference, const ProblemSink &problem) {
+    return Differ(a, b, options, difference, problem).run();
+}
+
+std::string difference_text(const Difference &d, const std::string &a, const std::string &b) {
+    std::string where = fmt::format("{}:{} (record {}) / {}:{} (record {})", a, d.line_a, d.number_a, b, d.line_b, d.number_b);
+    std::string what = fmt::format("{} {} {}", d.section, d.type, d.op);
+    switch (d.kind) {
+    case Difference::OnlyInA: return fmt::format("{}: {}: only in {}", where, what, a);
+    case Difference::OnlyInB: return fmt::format("{}: {}: only in {}", where, what, b);
+    case Difference::Changed: break;
+    }
+    auto shown = [](const std::string &v) { return v.empty() ? std::string("(absent)") : v; };
+    return fmt::format("{}: {}: {}: {} | {}", where, what, d.field, shown(d.value_a), shown(d.value_b));
+}
+
+std::string difference_json(const Difference &d) {
+    static const char *const kinds[] = {"changed", "only_in_a", "only_in_b"};
+    std::string out = fmt::format(R"({{"kind": "{}", "a": {{"record": {}, "line": {}}}, "b": {{"record": {}, "line": {}}}, )"
+                                  R"("section": {}, "type": {}, "op": {})",
+                                  kinds[d.kind], d.number_a, d.line_a, d.number_b, d.line_b, json_string(d.section),
+                                  json_string(d.type), json_string(d.op));
+    if (d.kind == Difference::Changed) {
+        out += fmt::format(R"(, "field": {})", json_string(d.field));
+        out += d.value_a.empty() ? R"(, "value_a": null)" : fmt::format(R"(, "value_a": {})", json_string(d.value_a));
+        out += d.value_b.empty() ? R"(, "value_b": null)" : fmt::format(R"(, "value_b": {})", json_string(d.value_b));
+    }
+    return out + "}";
+}
+
+} // namespace pc::recording

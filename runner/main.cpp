@@ -1,5 +1,6 @@
 // planecheck: runs scenario files against the data-plane object interface.
 #include "catalogue_command.hpp"
+#include "ci_env.hpp"
 #include "diff.hpp"
 #include "ending.hpp"
 #include "parallel.hpp"
@@ -13,6 +14,7 @@
 
 #include <cerrno>
 #include <chrono>
+#include <cstdlib>
 #include <cstring>
 #include <fcntl.h>
 #include <unistd.h>
@@ -77,8 +79,28 @@ bool close_recorder(const RunOptions &o, int parts_fd, std::string problem) {
     return problem.empty();
 }
 
+// Without --shard and --junit, a CI executor's environment may say which shard to run and where
+// the JUnit report goes.
+bool take_ci_environment(RunOptions &o) {
+    pc::runner::CiEnvironment env = pc::runner::read_ci_environment(std::getenv);
+    if (o.junit.empty()) o.junit = env.junit;
+    if (!o.shard.empty()) return true;
+    if (!env.error.empty()) {
+        fmt::print(stderr, "planecheck: {}\n", env.error);
+        return false;
+    }
+    if (env.shard.empty()) return true;
+    o.shard = env.shard;
+    if (!env.status_file.empty() && !pc::runner::touch(env.status_file)) {
+        fmt::print(stderr, "planecheck: cannot touch TEST_SHARD_STATUS_FILE {}: {}\n", env.status_file, std::strerror(errno));
+        return false;
+    }
+    return true;
+}
+
 int run_files(RunOptions &o) {
     auto start = std::chrono::steady_clock::now();
+    if (!o.file.check_only && !take_ci_environment(o)) return 2;
     if (!take_shard(o)) return 2;
     pc::runner::ending::install();
     o.file.progress = !o.jobs && !o.file.verbose && isatty(STDERR_FILENO);
@@ -159,7 +181,8 @@ int main(int argc, char **argv) {
                     "and the others run)")->check(CLI::Range(1u, 256u));
     run->add_option("--junit", run_options.junit, "write a JUnit XML report to FILE: one test case per scenario file");
     run->add_flag("--tap", run_options.tap, "print a TAP stream on standard output: one test point per scenario file");
-    run->add_option("--shard", run_options.shard, "run shard I of N of the files (I/N, such as 2/4), for CI fan-out");
+    run->add_option("--shard", run_options.shard, "run shard I of N of the files (I/N, such as 2/4), for CI fan-out; without it, TEST_SHARD_INDEX and "
+                    "TEST_TOTAL_SHARDS (or GTEST_SHARD_INDEX and GTEST_TOTAL_SHARDS) choose the shard, counting from 0");
 
     RunOptions check_options;
     check_options.file.check_only = true;

@@ -3,6 +3,7 @@
 
 #include <gtest/gtest.h>
 
+#include <cstdio>
 #include <fstream>
 #include <sstream>
 #include <string>
@@ -14,6 +15,11 @@ using Result = pc::test::Outcome;
 // Runs planecheck; `with_stderr` folds standard error into the output.
 Result run(const std::string &args, bool with_stderr = true) {
     return pc::test::run_command(std::string(PC_PLANECHECK) + " " + args + (with_stderr ? " 2>&1" : " 2>/dev/null"));
+}
+
+// Runs planecheck with variables set in its environment, standard error folded in.
+Result run_with(const std::string &environment, const std::string &args) {
+    return pc::test::run_command(environment + " " + PC_PLANECHECK + " " + args + " 2>&1");
 }
 
 std::string scenario(const char *name) { return std::string(PC_SCENARIOS) + "/" + name; }
@@ -191,6 +197,42 @@ TEST(Cli, ShardsSplitTheFilesWithoutOverlap) {
     EXPECT_TRUE(has(first, "FAILED: 2 files, 6 steps,")) << first.output; // mismatch.yaml and crud_client.yaml
     EXPECT_TRUE(has(second, "PASSED: 1 file, 3 steps,")) << second.output;
     EXPECT_EQ(run("run --shard 3/2 " + files).status, 2);
+}
+
+// CI executors pass the shard through the environment, counting from 0.
+TEST(Cli, ExecutorShardVariablesChooseTheSameFilesAsShard) {
+    std::string files = scenario("mismatch.yaml") + " " + scenario("inject.yaml") + " " + scenario("crud_client.yaml");
+    std::string status = ::testing::TempDir() + "pc_shard_status", xml = ::testing::TempDir() + "pc_shard.xml";
+    std::remove(status.c_str());
+    std::remove(xml.c_str());
+    Result by_option = run("run --shard 2/2 " + files);
+    Result bazel = run_with("TEST_SHARD_INDEX=1 TEST_TOTAL_SHARDS=2 TEST_SHARD_STATUS_FILE=" + status + " XML_OUTPUT_FILE=" + xml,
+                            "run " + files);
+    EXPECT_EQ(bazel.output, by_option.output);
+    EXPECT_TRUE(has(bazel, "PASSED: 1 file, 3 steps,")) << bazel.output;
+    EXPECT_TRUE(std::ifstream(status).good()) << "the shard status file was not touched";
+    EXPECT_NE(read_file(xml).find("inject.yaml"), std::string::npos) << "no JUnit report in XML_OUTPUT_FILE";
+
+    Result gtest = run_with("GTEST_SHARD_INDEX=0 GTEST_TOTAL_SHARDS=2", "run -q " + files);
+    EXPECT_TRUE(has(gtest, "FAILED: 2 files, 6 steps,")) << gtest.output;
+    // --shard wins over the environment, even a malformed one
+    Result option_wins = run_with("TEST_SHARD_INDEX=x TEST_TOTAL_SHARDS=2", "run -q --shard 2/2 " + files);
+    EXPECT_TRUE(has(option_wins, "PASSED: 1 file, 3 steps,")) << option_wins.output;
+}
+
+TEST(Cli, UnusableShardVariablesAreUsageErrorsNamingTheVariable) {
+    std::string file = scenario("inject.yaml");
+    struct Case { const char *env, *message; };
+    for (Case c : {Case{"TEST_SHARD_INDEX=2 TEST_TOTAL_SHARDS=2", "TEST_SHARD_INDEX=2 is not a shard index from 0 to 1"},
+                   Case{"TEST_SHARD_INDEX=0", "TEST_SHARD_INDEX is set without TEST_TOTAL_SHARDS"},
+                   Case{"GTEST_SHARD_INDEX=0 GTEST_TOTAL_SHARDS=0", "GTEST_TOTAL_SHARDS=0 is not a number of shards"},
+                   Case{"TEST_SHARD_INDEX=-1 TEST_TOTAL_SHARDS=2", "TEST_SHARD_INDEX=-1 is not a shard index"},
+                   Case{"TEST_SHARD_INDEX=0 TEST_TOTAL_SHARDS=1 TEST_SHARD_STATUS_FILE=/nonexistent/dir/status",
+                        "cannot touch TEST_SHARD_STATUS_FILE /nonexistent/dir/status"}}) {
+        Result r = run_with(c.env, "run " + file);
+        EXPECT_EQ(r.status, 2) << c.env;
+        EXPECT_TRUE(has(r, c.message)) << c.env << "\n" << r.output;
+    }
 }
 
 TEST(Cli, ATypeIsDescribedWithEverythingARecordMayCarry) {

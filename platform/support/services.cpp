@@ -50,6 +50,10 @@ void report_value_error(PROCESS *context, const JSON_Value *value, const std::st
 
 extern "C" {
 
+void pc_report_value_error(PROCESS *context, const JSON_Value *value, const char *text) {
+    pc::support::report_value_error(context, value, text);
+}
+
 void _proxy_log(PROCESS *context, int level, const char *format, ...) {
     char buffer[1024];
     va_list args;

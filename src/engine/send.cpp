@@ -2,8 +2,9 @@
 #include "common.hpp"
 #include "engine.hpp"
 #include "planecheck/dpa_api.h"
-#include "planecheck/session.hpp"
+#include "planecheck/support.h"
 
+#include <string>
 #include <unistd.h>
 
 namespace pc::engine {
@@ -69,8 +70,8 @@ int64_t send(const TypeDesc &type, JSON_Value *value, PROCESS *context) {
         JSON_Value *op_value = json_object_get_value(record, "op");
         const char *op = json_value_get_string(op_value);
         if (!op) {
-            pc::support::report_value_error(context, json_object_get_wrapping_value(record),
-                                            std::string(type.name) + ": a record needs an \"op\" text; this one is skipped");
+            pc_report_value_error(context, json_object_get_wrapping_value(record),
+                                  (std::string(type.name) + ": a record needs an \"op\" text; this one is skipped").c_str());
             continue;
         }
         Obj obj = construct(type, record, type.has(kSendCountsMembersOnly));

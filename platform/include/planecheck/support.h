@@ -28,6 +28,10 @@ int64_t json_value_get_constant(const JSON_Value *value);
 /* Keeps a returned object handle under a name for later refhdl conversions. */
 void json_set_hdl(PROCESS *context, const char *name, uint64_t handle);
 
+/* Reports a scenario value that cannot be used: one log line at the value's own line, counted as
+ * a value error. */
+void pc_report_value_error(PROCESS *context, const JSON_Value *value, const char *text);
+
 /* Tells the runner services which operation record is being worked on, so that its log lines
  * can name the record's line; null when none is. */
 void pc_trace_record(PROCESS *context, const JSON_Value *record);

@@ -1,0 +1,107 @@
+// The C interface of the value loader and the scenario reader.
+#include "planecheck/loader.h"
+
+#include "arena.hpp"
+#include "scenario.hpp"
+#include "yaml_loader.hpp"
+
+#include <cstdio>
+#include <cstring>
+#include <new>
+
+struct pc_document {
+    pc::Arena arena;
+    JSON_Value *root = nullptr;
+};
+
+struct pc_scenario {
+    pc::runner::ScenarioReader reader;
+    pc_scenario_config config{};
+};
+
+namespace {
+
+void fill(pc_load_error *out, const pc::yaml::LoadError &error) {
+    if (!out) return;
+    out->line = error.line;
+    out->column = error.column;
+    std::snprintf(out->text, sizeof out->text, "%s", error.text().c_str());
+}
+
+pc_document *keep_root(pc_document *document, JSON_Value *root, pc_load_error *out, const pc::yaml::LoadError &error) {
+    if (!root) {
+        fill(out, error);
+        delete document;
+        return nullptr;
+    }
+    document->root = root;
+    return document;
+}
+
+} // namespace
+
+extern "C" {
+
+pc_document *pc_load_file(const char *path, pc_load_error *error) {
+    auto *document = new (std::nothrow) pc_document;
+    if (!document) return nullptr;
+    pc::yaml::LoadError e;
+    return keep_root(document, pc::yaml::load_file(path ? path : "", document->arena, e), error, e);
+}
+
+pc_document *pc_load_string(const char *text, const char *name, pc_load_error *error) {
+    auto *document = new (std::nothrow) pc_document;
+    if (!document) return nullptr;
+    pc::yaml::LoadError e;
+    return keep_root(document, pc::yaml::load_string(text ? text : "", name ? name : "<string>", document->arena, e), error, e);
+}
+
+JSON_Value *pc_document_root(const pc_document *document) { return document ? document->root : nullptr; }
+
+void pc_document_free(pc_document *document) { delete document; }
+
+pc_scenario *pc_scenario_open(const char *path, pc_load_error *error) {
+    auto *scenario = new (std::nothrow) pc_scenario;
+    if (!scenario) return nullptr;
+    pc::yaml::LoadError e;
+    if (!scenario->reader.open(path ? path : "", e) || !scenario->reader.read_header(e)) {
+        fill(error, e);
+        delete scenario;
+        return nullptr;
+    }
+    const pc::runner::Config &c = scenario->reader.config();
+    scenario->config = {c.mode, c.object_set, c.router_type, c.npus, c.node.c_str(), c.verbose, c.wait, c.recorder_off};
+    return scenario;
+}
+
+const char *pc_scenario_name(const pc_scenario *scenario) { return scenario->reader.name().c_str(); }
+
+const pc_scenario_config *pc_scenario_get_config(const pc_scenario *scenario) { return &scenario->config; }
+
+int pc_scenario_next(pc_scenario *scenario, pc_step *step, pc_load_error *error) {
+    pc::runner::Step s;
+    bool done = false;
+    pc::yaml::LoadError e;
+    if (!scenario->reader.next_step(s, done, e)) {
+        fill(error, e);
+        return -1;
+    }
+    if (done) return 0;
+    *step = pc_step{nullptr, nullptr, nullptr, s.value, s.line, s.number};
+    // the kind is the step's key other than its name and the SDK side's answer
+    if (const JSON_Object *o = json_value_get_object(s.value)) {
+        for (size_t i = 0; i < json_object_get_count(o); ++i) {
+            const char *key = json_object_get_name(o, i);
+            if (!std::strcmp(key, "sdk")) step->sdk = json_object_get_value_at(o, i);
+            else if (std::strcmp(key, "name") && !step->kind) {
+                step->kind = key;
+                step->value = json_object_get_value_at(o, i);
+            }
+        }
+    }
+    return 1;
+}
+
+void pc_scenario_free(pc_scenario *scenario) { delete scenario; }
+
+} // extern "C"

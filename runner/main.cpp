@@ -42,6 +42,8 @@ bool take_shard(RunOptions &o) {
 int run_files(RunOptions &o) {
     auto start = std::chrono::steady_clock::now();
     if (!take_shard(o)) return 2;
+    // a report must survive a file that the library ends: each file then runs in a process of its own
+    if ((o.tap || !o.junit.empty()) && !o.jobs) o.jobs = 1;
     o.file.progress = !o.jobs && !o.file.verbose && isatty(STDERR_FILENO);
     if (o.tap) {
         o.file.quiet = true;
@@ -95,6 +97,8 @@ int main(int argc, char **argv) {
                     "and the others run)")->check(CLI::Range(1u, 256u));
     run->add_option("--junit", run_options.junit, "write a JUnit XML report to FILE: one test case per scenario file");
     run->add_flag("--tap", run_options.tap, "print a TAP stream on standard output: one test point per scenario file");
+    run->add_flag("--strict", run_options.file.strict,
+                  "refuse (exit 2) a file that planecheck check fails, and fail a step that ran nothing (an inactive type)");
     run->add_option("--shard", run_options.shard, "run shard I of N of the files (I/N, such as 2/4), for CI fan-out");
 
     RunOptions check_options;

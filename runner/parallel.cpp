@@ -11,6 +11,8 @@
 #include <fcntl.h>
 #include <fstream>
 #include <sstream>
+#include <new>
+#include <sys/mman.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -22,7 +24,13 @@ struct Child {
     std::string output, result, recorder; // temporary files
     bool done = false;
     int status = 0;
+    Trail *trail = nullptr; // shared with the child: where its run stood when it ended
 };
+
+Trail *shared_trail() {
+    void *p = mmap(nullptr, sizeof(Trail), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0);
+    return p == MAP_FAILED ? nullptr : new (p) Trail;
+}
 
 std::string temp_file(const char *what) {
     std::string path = fmt::format("{}/planecheck-{}-{}-XXXXXX", std::getenv("TMPDIR") ? std::getenv("TMPDIR") : "/tmp", getpid(), what);
@@ -35,7 +43,7 @@ std::string temp_file(const char *what) {
 void save(const FileResult &r, const std::string &path) {
     std::ofstream out(path);
     out << r.steps << ' ' << r.failed_steps << ' ' << r.mismatches << ' ' << r.value_errors << ' ' << r.expected << ' '
-        << r.invalid << '\n' << r.error << '\n' << r.findings.size() << '\n';
+        << r.invalid << ' ' << r.not_run << ' ' << r.problems << ' ' << r.warnings << '\n' << r.error << '\n' << r.findings.size() << '\n';
     for (const auto &f : r.findings) out << f << '\n';
 }
 
@@ -44,7 +52,7 @@ FileResult load(const std::string &file, const std::string &path) {
     r.path = file;
     std::ifstream in(path);
     size_t findings = 0;
-    if (!(in >> r.steps >> r.failed_steps >> r.mismatches >> r.value_errors >> r.expected >> r.invalid)) return r;
+    if (!(in >> r.steps >> r.failed_steps >> r.mismatches >> r.value_errors >> r.expected >> r.invalid >> r.not_run >> r.problems >> r.warnings)) return r;
     in.ignore();
     std::getline(in, r.error);
     in >> findings;
@@ -59,32 +67,37 @@ FileResult load(const std::string &file, const std::string &path) {
     dup2(fd, STDERR_FILENO);
     close(fd);
     if (!c.recorder.empty()) pc::recorder::open_file(c.recorder);
-    FileResult r = run_file(file, options);
+    Options traced = options;
+    traced.trail = c.trail;
+    FileResult r = run_file(file, traced);
     pc::recorder::close();
     save(r, c.result);
     std::fflush(nullptr);
     _exit(0);
 }
 
-void print_file(const std::string &path) {
+// Prints a child's output; returns its last line.
+std::string print_file(const std::string &path) {
     std::ifstream in(path, std::ios::binary);
     std::stringstream s;
     s << in.rdbuf();
-    std::fputs(s.str().c_str(), stderr);
+    std::string text = s.str();
+    std::fputs(text.c_str(), stderr);
+    while (!text.empty() && text.back() == '\n') text.pop_back();
+    return text.substr(text.find_last_of('\n') + 1);
 }
 
-FileResult finish(const std::string &file, Child &c) {
+FileResult finish(const std::string &file, Child &c, const std::string &last_line) {
     FileResult r;
     if (WIFEXITED(c.status) && WEXITSTATUS(c.status) == 0) {
         r = load(file, c.result);
     } else {
-        r.path = file;
-        r.failed_steps = 1;
         std::string how = WIFEXITED(c.status) ? fmt::format("exit status {}", WEXITSTATUS(c.status))
                                               : fmt::format("signal {} ({})", WTERMSIG(c.status), strsignal(WTERMSIG(c.status)));
-        r.add_finding(fmt::format("{}: the run ended early with {}", file, how));
-        fmt::print(stderr, "{}\n", r.findings.back());
+        r = ended_early(file, c.trail ? *c.trail : Trail{}, how, last_line);
+        fmt::print(stderr, "{}\n", r.findings.front());
     }
+    if (c.trail) munmap(c.trail, sizeof(Trail));
     std::remove(c.output.c_str());
     std::remove(c.result.c_str());
     return r;
@@ -113,6 +126,7 @@ std::vector<FileResult> run_in_processes(const std::vector<std::string> &files, 
             c.output = temp_file("output");
             c.result = temp_file("result");
             if (!recorder.empty()) c.recorder = temp_file("recorder");
+            c.trail = shared_trail();
             c.pid = fork();
             if (c.pid == 0) run_child(files[next], options, c);
             if (c.pid < 0) {
@@ -128,8 +142,8 @@ std::vector<FileResult> run_in_processes(const std::vector<std::string> &files, 
         for (auto &c : children)
             if (pid > 0 && c.pid == pid) c.done = true, c.status = status, --running;
         for (; printed < next && children[printed].done; ++printed) { // keep the files' order
-            print_file(children[printed].output);
-            results[printed] = finish(files[printed], children[printed]);
+            std::string last_line = print_file(children[printed].output);
+            results[printed] = finish(files[printed], children[printed], last_line);
         }
     }
     if (!recorder.empty()) join_recorder(recorder, children);

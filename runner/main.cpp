@@ -103,6 +103,8 @@ int run_files(RunOptions &o) {
     if (!o.file.check_only && !take_ci_environment(o)) return 2;
     if (!take_shard(o)) return 2;
     pc::runner::ending::install();
+    // a report must survive a file that the library ends: each file then runs in a process of its own
+    if ((o.tap || !o.junit.empty()) && !o.jobs) o.jobs = 1;
     o.file.progress = !o.jobs && !o.file.verbose && isatty(STDERR_FILENO);
     if (o.tap) {
         o.file.quiet = true;
@@ -181,6 +183,8 @@ int main(int argc, char **argv) {
                     "and the others run)")->check(CLI::Range(1u, 256u));
     run->add_option("--junit", run_options.junit, "write a JUnit XML report to FILE: one test case per scenario file");
     run->add_flag("--tap", run_options.tap, "print a TAP stream on standard output: one test point per scenario file");
+    run->add_flag("--strict", run_options.file.strict,
+                  "refuse (exit 2) a file that planecheck check fails, and fail a step that ran nothing (an inactive type)");
     run->add_option("--shard", run_options.shard, "run shard I of N of the files (I/N, such as 2/4), for CI fan-out; without it, TEST_SHARD_INDEX and "
                     "TEST_TOTAL_SHARDS (or GTEST_SHARD_INDEX and GTEST_TOTAL_SHARDS) choose the shard, counting from 0");
 

@@ -10,7 +10,9 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <new>
 #include <sstream>
+#include <sys/mman.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -36,7 +38,13 @@ struct Child {
     bool done = false;
     int status = 0;
     std::string not_run; // why the file could not be run, when it could not
+    Trail *trail = nullptr; // shared with the child: where its run stood when it ended
 };
+
+Trail *shared_trail() {
+    void *p = mmap(nullptr, sizeof(Trail), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0);
+    return p == MAP_FAILED ? nullptr : new (p) Trail;
+}
 
 std::string temp_dir() {
     const char *dir = std::getenv("TMPDIR");
@@ -81,8 +89,8 @@ bool read_all(int fd, std::string &text) {
 // One line per field, then the findings: a format only this file writes and reads. The last
 // line marks the results as complete.
 std::string saved(const FileResult &r) {
-    std::string out = fmt::format("{} {} {} {} {} {}\n{}\n{}\n", r.steps, r.failed_steps, r.mismatches, r.value_errors,
-                                  r.expected, int(r.invalid), r.error, r.findings.size());
+    std::string out = fmt::format("{} {} {} {} {} {} {} {} {}\n{}\n{}\n", r.steps, r.failed_steps, r.mismatches, r.value_errors,
+                                  r.expected, int(r.invalid), r.not_run, r.problems, r.warnings, r.error, r.findings.size());
     for (const auto &f : r.findings) out += f + "\n";
     return out + "end\n";
 }
@@ -91,7 +99,8 @@ bool load(const std::string &text, FileResult &r) {
     std::istringstream in(text);
     size_t findings = 0;
     int invalid = 0;
-    if (!(in >> r.steps >> r.failed_steps >> r.mismatches >> r.value_errors >> r.expected >> invalid)) return false;
+    if (!(in >> r.steps >> r.failed_steps >> r.mismatches >> r.value_errors >> r.expected >> invalid >> r.not_run >> r.problems >> r.warnings))
+        return false;
     r.invalid = invalid != 0;
     in.ignore();
     std::getline(in, r.error);
@@ -110,7 +119,9 @@ bool load(const std::string &text, FileResult &r) {
     dup2(c.output.fd, STDERR_FILENO);
     std::setvbuf(stdout, nullptr, _IOLBF, 0); // step lines and log lines share the file: keep their order
     if (c.recorder.fd >= 0) pc::recorder::to_descriptor(dup(c.recorder.fd));
-    FileResult r = run_file(file, options);
+    Options traced = options;
+    traced.trail = c.trail;
+    FileResult r = run_file(file, traced);
     if (c.recorder.fd >= 0 && !pc::recorder::close())
         r.add_finding(fmt::format("{}: cannot write its recorder part: {}", file, std::strerror(errno))), ++r.failed_steps;
     std::fflush(nullptr);
@@ -128,20 +139,35 @@ FileResult failed(const std::string &file, const std::string &reason) {
     return r;
 }
 
-void print_output(const std::string &file, const Child &c) {
+// Prints a child's output; returns its last line.
+std::string print_output(const std::string &file, const Child &c) {
     std::string text;
-    if (read_all(c.output.fd, text)) std::fputs(text.c_str(), stderr);
-    else fmt::print(stderr, "{}: its output cannot be read back: {}\n", file, std::strerror(errno));
+    if (!read_all(c.output.fd, text)) {
+        fmt::print(stderr, "{}: its output cannot be read back: {}\n", file, std::strerror(errno));
+        return {};
+    }
+    std::fputs(text.c_str(), stderr);
+    while (!text.empty() && text.back() == '\n') text.pop_back();
+    return text.substr(text.find_last_of('\n') + 1);
+}
+
+void release_trail(Child &c) {
+    if (c.trail) munmap(c.trail, sizeof(Trail));
+    c.trail = nullptr;
 }
 
 FileResult finish(const std::string &file, Child &c) {
-    if (!c.not_run.empty()) return failed(file, "not run: " + c.not_run);
-    print_output(file, c);
+    if (!c.not_run.empty()) return release_trail(c), failed(file, "not run: " + c.not_run);
+    std::string last_line = print_output(file, c);
     if (!WIFEXITED(c.status) || WEXITSTATUS(c.status) != 0) {
         std::string how = WIFEXITED(c.status) ? fmt::format("exit status {}", WEXITSTATUS(c.status))
                                               : fmt::format("signal {} ({})", WTERMSIG(c.status), strsignal(WTERMSIG(c.status)));
-        return failed(file, "the run ended early with " + how);
+        FileResult r = ended_early(file, c.trail ? *c.trail : Trail{}, how, last_line);
+        fmt::print(stderr, "{}\n", r.findings.front());
+        release_trail(c);
+        return r;
     }
+    release_trail(c);
     FileResult r;
     r.path = file;
     std::string text;
@@ -156,6 +182,7 @@ bool start(Child &c, const std::string &file, const Options &options, bool recor
     if (!make_temp(c.output, "output", c.not_run) || !make_temp(c.result, "result", c.not_run) ||
         (recording && !make_temp(c.recorder, "recorder", c.not_run)))
         return false;
+    c.trail = shared_trail();
     std::fflush(nullptr);
     c.pid = fork();
     if (c.pid == 0) run_child(file, options, c);

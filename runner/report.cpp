@@ -23,11 +23,30 @@ std::string xml(const std::string &s) {
     return out;
 }
 
+std::string steps(size_t n, size_t not_run) {
+    return plural(n, "step") + (not_run ? fmt::format(" ({} not run)", not_run) : "");
+}
+
 std::string counts(const FileResult &r) {
-    return fmt::format("{}, {}, {}", plural(r.steps, "step"), plural(r.mismatches, "mismatch"), plural(r.value_errors, "value error"));
+    std::string out = fmt::format("{}, {}, {}", steps(r.steps, r.not_run), plural(r.mismatches, "mismatch"), plural(r.value_errors, "value error"));
+    if (r.ended) out += fmt::format(", ended early at {}", r.ended_at);
+    return out;
+}
+
+// Why a file failed, in one line.
+std::string failure_message(const FileResult &r) {
+    if (r.invalid) return r.error;
+    if (r.ended) return r.findings.empty() ? counts(r) : r.findings.front() + (r.last_error.empty() ? "" : ": " + r.last_error);
+    return counts(r);
 }
 
 } // namespace
+
+std::string without_location(const std::string &path, const std::string &line) {
+    if (line.rfind(path + ":", 0) != 0) return line;
+    size_t text = line.find(": ", path.size());
+    return text == std::string::npos ? line : line.substr(text + 2);
+}
 
 std::string plural(uint64_t n, const char *word) {
     std::string w = word;
@@ -45,6 +64,10 @@ Totals add_up(const std::vector<FileResult> &results) {
         t.expected += r.expected;
         t.invalid |= r.invalid;
         t.failed_files += !r.passed();
+        t.not_run += r.not_run;
+        t.problems += r.problems;
+        t.warnings += r.warnings;
+        if (r.ended) t.ended.push_back(r.last_error.empty() ? r.ended_at : r.ended_at + ": " + without_location(r.path, r.last_error));
     }
     return t;
 }
@@ -52,9 +75,16 @@ Totals add_up(const std::vector<FileResult> &results) {
 std::string summary(const Totals &t, bool check_only) {
     const char *verdict = t.invalid ? "INVALID" : t.failed_files ? "FAILED" : check_only ? "VALID" : "PASSED";
     std::string detail = check_only ? plural(t.steps, "step")
-                                    : fmt::format("{}, {}, {}{}", plural(t.steps, "step"), plural(t.mismatches, "mismatch"),
+                                    : fmt::format("{}, {}, {}{}", steps(t.steps, t.not_run), plural(t.mismatches, "mismatch"),
                                                   plural(t.value_errors, "value error"),
                                                   t.expected ? fmt::format(" ({} expected)", t.expected) : "");
+    if (t.problems) detail += ", " + plural(t.problems, "problem");
+    if (t.warnings) detail += ", " + plural(t.warnings, "warning");
+    if (!t.ended.empty()) {
+        detail += fmt::format(", {} ended early (", plural(t.ended.size(), "file"));
+        for (size_t i = 0; i < t.ended.size(); ++i) detail += (i ? "; " : "") + t.ended[i];
+        detail += ")";
+    }
     return fmt::format("planecheck: {}: {}, {}", verdict, plural(t.files, "file"), detail);
 }
 
@@ -70,7 +100,7 @@ bool write_junit(const std::string &path, const std::vector<FileResult> &results
         if (!r.passed()) {
             std::string body;
             for (const auto &f : r.findings) body += f + "\n";
-            out << fmt::format("      <failure message=\"{}\">{}</failure>\n", xml(r.invalid ? r.error : counts(r)), xml(body));
+            out << fmt::format("      <failure message=\"{}\">{}</failure>\n", xml(failure_message(r)), xml(body));
         }
         out << fmt::format("      <system-out>{}</system-out>\n", xml(counts(r)));
         out << "    </testcase>\n";

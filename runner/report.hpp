@@ -9,13 +9,17 @@
 namespace pc::runner {
 
 struct Totals {
-    size_t files = 0, steps = 0, failed_files = 0;
-    uint64_t mismatches = 0, value_errors = 0, expected = 0;
+    size_t files = 0, steps = 0, failed_files = 0, not_run = 0;
+    uint64_t mismatches = 0, value_errors = 0, expected = 0, problems = 0, warnings = 0;
     bool invalid = false;
+    std::vector<std::string> ended; // "FILE:LINE: last error line" of each file the library ended
 };
 
 // "1 mismatch", "2 mismatches"
 std::string plural(uint64_t n, const char *word);
+
+// "FILE:4: unknown table x" -> "unknown table x", for a line about the file at `path`
+std::string without_location(const std::string &path, const std::string &line);
 
 Totals add_up(const std::vector<FileResult> &results);
 std::string summary(const Totals &t, bool check_only);

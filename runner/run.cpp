@@ -1,5 +1,6 @@
 #include "run.hpp"
 
+#include "check.hpp"
 #include "ending.hpp"
 #include "record_lint.hpp"
 #include "report.hpp"
@@ -13,10 +14,11 @@
 #include <fmt/format.h>
 
 #include <chrono>
-#include <optional>
+#include <cstdlib>
 #include <cstring>
-#include <sys/stat.h>
+#include <optional>
 #include <set>
+#include <sys/stat.h>
 
 namespace pc::runner {
 namespace {
@@ -26,11 +28,12 @@ public:
     FileRun(const std::string &path, const Options &options) : options_(options) { result_.path = path; }
 
     FileResult run() {
-        active_ = this;
-        ending::set_pending_output(write_pending_of_active);
+        ending::set_pending_output(write_pending_of_running);
         yaml::LoadError error;
         if (!reader_.open(result_.path, error) || !reader_.read_header(error)) return invalid(error);
-        if (!options_.check_only) set_up(reader_.config());
+        if (options_.check_only) check_.emplace(reader_.config().object_set);
+        else set_up(reader_.config());
+        EndWatch watch(this);
         for (;;) {
             Step step;
             bool done = false;
@@ -40,10 +43,13 @@ public:
             ++result_.steps;
             show_progress();
             current_line_ = step.line;
-            current_step_ = step;
+            current_step_ = &step;
             context_.session.record_line = 0;
+            if (options_.trail) start_trail(step);
             std::string problem = run_step(step);
-            print_dump_document();
+            print_dump_document(step);
+            if (options_.trail) end_trail();
+            current_step_ = nullptr;
             if (!problem.empty()) {
                 error = {result_.path, pc_json_line(problem_at_), pc_json_column(problem_at_), problem};
                 return invalid(error);
@@ -51,6 +57,57 @@ public:
         }
         finish();
         return result_;
+    }
+
+    // While a file runs, a library that ends the process still gets the running step's line written.
+    struct EndWatch {
+        explicit EndWatch(FileRun *run) {
+            static bool registered = (on_exit(&FileRun::ended, nullptr), true);
+            (void)registered;
+            running_ = run;
+        }
+        ~EndWatch() { running_ = nullptr; }
+        EndWatch(const EndWatch &) = delete;
+        EndWatch &operator=(const EndWatch &) = delete;
+    };
+    static inline FileRun *running_ = nullptr;
+
+    // At an end of the process in the middle of a step: what the step has received so far.
+    static void write_pending_of_running() {
+        FileRun *run = running_;
+        if (!run || !run->current_step_) return;
+        run->clear_progress();
+        run->print_dump_document(*run->current_step_);
+    }
+
+    static void ended(int status, void *) {
+        FileRun *run = running_;
+        if (!run || !run->current_step_) return;
+        run->clear_progress();
+        fmt::print(run->options_.steps, "{}:{}: step {} {}: the library ended the run with exit status {} ({} before it){}\n",
+                   run->result_.path, run->current_step_->line, run->current_step_->number, run->label_, status,
+                   plural(run->result_.steps - 1, "step") + " ran", run->last_error_.empty() ? "" : ": " + without_location(run->result_.path, run->last_error_));
+        std::fflush(run->options_.steps);
+    }
+
+    void start_trail(const Step &step) {
+        Trail &t = *options_.trail;
+        t.step = step.number;
+        t.line = step.line;
+        t.label[0] = '\0';
+    }
+
+    void end_trail() {
+        Trail &t = *options_.trail;
+        t.steps_ran = result_.steps;
+        t.step = 0;
+        t.mismatches = mismatches();
+        t.value_errors = value_errors();
+    }
+
+    void set_label(const std::string &label) {
+        label_ = label;
+        if (options_.trail) std::snprintf(options_.trail->label, sizeof options_.trail->label, "%s", label.c_str());
     }
 
 private:
@@ -79,6 +136,19 @@ private:
         p.verbose = verbose();
         std::snprintf(p.node_name, sizeof p.node_name, "%s", c.node.c_str());
         context_.session.log = [this](int level, const std::string &text, uint32_t line) { print_log(text, line, level); };
+        context_.session.on_record = [this](const JSON_Value *record) { check_handle_read(record); };
+    }
+
+    // The library lets an update or delete go without a handle when its hdl: names none; a name
+    // no earlier record stored is almost always a misspelling, so it is a value error here.
+    void check_handle_read(const JSON_Value *record) {
+        const auto &handles = context_.session.handles;
+        const JSON_Value *hdl = unstored_handle(json_value_get_object(record), [&](const char *name) { return handles.count(name) != 0; });
+        if (!hdl) return;
+        pc::support::report_value_error(&context_.process, hdl,
+                                        fmt::format("hdl: unknown handle name '{}' (no earlier record stored a handle under it with "
+                                                    "\"hdl\"); the operation runs without a handle",
+                                                    json_value_get_string(hdl)));
     }
 
     bool verbose() const { return options_.verbose || reader_.config().verbose; }
@@ -100,20 +170,12 @@ private:
     }
 
     // What the JSON dump converters wrote during the step, printed as one JSON object.
-    void print_dump_document() {
+    void print_dump_document(const Step &step) {
         std::string &doc = context_.session.dump_document;
         if (doc.empty()) return;
         doc.erase(doc.size() - 2, 1); // the last member's comma
-        fmt::print(options_.steps, "{}:{}: step {} received:\n{{\n{}}}\n", result_.path, current_step_.line,
-                   current_step_.number, doc);
+        fmt::print(options_.steps, "{}:{}: step {} received:\n{{\n{}}}\n", result_.path, step.line, step.number, doc);
         doc.clear();
-    }
-
-    // At an end of the process in the middle of a step: what the step has received so far.
-    static void write_pending_of_active() {
-        if (!active_) return;
-        active_->clear_progress();
-        active_->print_dump_document();
     }
 
     void clear_progress() {
@@ -127,7 +189,10 @@ private:
         std::string out = fmt::format("{}:{}: {}", result_.path, line ? line : current_line_, text);
         clear_progress();
         std::fputs(out.c_str(), stderr);
-        if (level == 1) result_.add_finding(out.substr(0, out.size() - (out.back() == '\n')));
+        if (level != 1) return;
+        last_error_ = out.substr(0, out.size() - (out.back() == '\n'));
+        result_.add_finding(last_error_);
+        if (options_.trail) std::snprintf(options_.trail->last_error, sizeof options_.trail->last_error, "%s", last_error_.c_str());
     }
 
     std::string fail_at(const JSON_Value *at, std::string message) {
@@ -170,16 +235,55 @@ private:
         if (sdk && !json_value_get_object(sdk)) return fail_at(sdk, "sdk: takes a mapping such as { test_if: [ { op: create, rc: 0 } ] }");
         if (sdk && reader_.config().mode != 1)
             return fail_at(sdk, "sdk: answers client calls, and this file runs in server mode (config: mode: server)");
+        if (options_.check_only) {
+            check_->send(body, sdk);
+            print_findings();
+            return "";
+        }
         uint64_t before_m = mismatches(), before_v = value_errors();
         lint(o);
         if (sdk) lint_type(json_value_get_object(sdk));
-        if (options_.check_only) return "";
         if (sdk) answer_from(sdk);
+        set_label(fmt::format("send {}", json_object_get_name(o, 0) ? json_object_get_name(o, 0) : ""));
         json_send_object_client(body, &context_.process);
         simplane::set_sdk_side(nullptr);
-        report(step, fmt::format("send {}", json_object_get_name(o, 0) ? json_object_get_name(o, 0) : ""),
-               mismatches() - before_m, value_errors() - before_v);
+        if (const engine::TypeDesc *type = inactive_send_type(o)) return not_run(step, type->name);
+        report(step, label_, mismatches() - before_m, value_errors() - before_v);
         return "";
+    }
+
+    // The type a send step goes to, when the object-set flag makes it do nothing.
+    const engine::TypeDesc *inactive_send_type(const JSON_Object *step) const {
+        static const char *const specials[] = {"ports", "vlan", "batch_crud", "route", "bundle", "get_then_update_test"};
+        for (const char *s : specials)
+            if (json_object_get_value(step, s)) return nullptr;
+        JSON_Value *records = nullptr;
+        const engine::TypeDesc *type = engine::first_type(step, records);
+        return type && !active_under(type->gate, context_.process.object_set) ? type : nullptr;
+    }
+
+    std::string not_run(const Step &step, const char *type) {
+        ++result_.not_run;
+        std::string line = fmt::format("{}:{}: step {} {} {}: {}: nothing ran", result_.path, step.line, step.number,
+                                       label_.substr(0, label_.find(' ')), type, inactive_text(context_.process.object_set));
+        if (options_.strict) {
+            ++result_.failed_steps;
+            result_.add_finding(line + " (--strict)");
+        }
+        if (!options_.quiet || options_.strict) {
+            clear_progress();
+            fmt::print(options_.steps, "{}\n", line);
+        }
+        return "";
+    }
+
+    void print_findings() {
+        for (const CheckFinding &f : check_->take()) {
+            std::string line = fmt::format("{}:{}:{}: {}{}", result_.path, f.line, f.column, f.warning ? "warning: " : "", f.message);
+            ++(f.warning ? result_.warnings : result_.problems);
+            std::fputs((line + "\n").c_str(), stderr);
+            result_.add_finding(line);
+        }
     }
 
     // Reports record keys the type does not have, where the step (or a batch element) goes to an
@@ -223,12 +327,24 @@ private:
     std::string dump(const Step &step, JSON_Value *body) {
         const JSON_Object *o = json_value_get_object(body);
         if (!o) return fail_at(body, "dump: takes a mapping such as { test_if: [ { op: get, key_a: 1 } ] }");
+        if (options_.check_only) {
+            check_->dump(body);
+            print_findings();
+            return "";
+        }
         lint_type(o);
-        if (options_.check_only) return "";
         uint64_t before_m = mismatches(), before_v = value_errors();
+        set_label(fmt::format("dump {}", json_object_get_name(o, 0) ? json_object_get_name(o, 0) : ""));
         int result = json_dump_object_sdk(body, &context_.process);
-        std::string label = fmt::format("dump {}", json_object_get_name(o, 0) ? json_object_get_name(o, 0) : "");
-        if (result == -1) label += " (not run: inactive type or another router type)";
+        JSON_Value *records = nullptr;
+        const engine::TypeDesc *type = engine::first_type(o, records);
+        if (result == -1 && type && !type->has(engine::kDumpWithoutGate) && !active_under(type->gate, context_.process.object_set))
+            return not_run(step, type->name);
+        std::string label = label_;
+        if (result == -1) {
+            label += " (not run: another router type)";
+            ++result_.not_run;
+        }
         report(step, label, mismatches() - before_m, value_errors() - before_v);
         return "";
     }
@@ -326,7 +442,6 @@ private:
 
     void finish() {
         ending::set_pending_output(nullptr);
-        active_ = nullptr;
         result_.mismatches = mismatches();
         result_.value_errors = value_errors();
         clear_progress();
@@ -336,10 +451,11 @@ private:
     uint64_t mismatches() const { return context_.session.mismatches(); }
     uint64_t value_errors() const { return context_.session.value_errors(); }
 
-    static inline FileRun *active_ = nullptr; // the file being run, for the end-of-process handlers
     const Options &options_;
     FileResult result_;
-    Step current_step_;
+    std::optional<StepCheck> check_;
+    const Step *current_step_ = nullptr;
+    std::string label_, last_error_;
     ScenarioReader reader_;
     pc::support::Context context_;
     uint32_t current_line_ = 0;
@@ -352,6 +468,43 @@ private:
 
 } // namespace
 
-FileResult run_file(const std::string &path, const Options &options) { return FileRun(path, options).run(); }
+FileResult run_file(const std::string &path, const Options &options) {
+    if (options.strict && !options.check_only) {
+        Options check = options;
+        check.check_only = true;
+        check.trail = nullptr;
+        FileResult checked = FileRun(path, check).run();
+        if (!checked.passed()) {
+            FileResult refused = checked;
+            refused.invalid = true;
+            if (!checked.invalid)
+                refused.error = fmt::format("{}: --strict refuses the file: the check found {} (listed above; planecheck check shows them)",
+                                            path, plural(checked.problems, "problem"));
+            refused.add_finding(refused.error);
+            return refused;
+        }
+    }
+    return FileRun(path, options).run();
+}
+
+FileResult ended_early(const std::string &path, const Trail &trail, const std::string &how, const std::string &last_output_line) {
+    FileResult r;
+    r.path = path;
+    r.ended = true;
+    r.failed_steps = 1;
+    r.steps = trail.steps_ran;
+    r.mismatches = trail.mismatches;
+    r.value_errors = trail.value_errors;
+    // an assertion report goes straight to standard error, so it is the child's last line
+    r.last_error = trail.last_error[0] && how.rfind("exit", 0) == 0 ? trail.last_error : last_output_line;
+    if (r.last_error.empty()) r.last_error = trail.last_error;
+    r.ended_at = trail.step ? fmt::format("{}:{}", path, trail.line) : path;
+    std::string where = trail.step ? fmt::format(" in step {} ({}) at line {}, after {} ran", trail.step,
+                                                 trail.label[0] ? trail.label : "a step", trail.line, plural(trail.steps_ran, "step"))
+                                   : "";
+    r.add_finding(fmt::format("{}: the run ended early with {}{}", path, how, where));
+    if (!r.last_error.empty()) r.add_finding(r.last_error);
+    return r;
+}
 
 } // namespace pc::runner

@@ -79,7 +79,9 @@ uint64_t pc_session_count(const pc_session *session, int kind) {
 }
 
 void pc_trace_record(PROCESS *context, const JSON_Value *record) {
-    if (context && context->session) context->session->record_line = record ? pc_json_line(record) : 0;
+    if (!context || !context->session) return;
+    context->session->record_line = record ? pc_json_line(record) : 0;
+    if (record && context->session->on_record) context->session->on_record(record);
 }
 
 void scen_stats(PROCESS *context, int kind) {

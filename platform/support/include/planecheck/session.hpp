@@ -17,6 +17,8 @@ struct pc_session {
     std::unordered_map<std::string, uint64_t> handles;
     std::string dump_document; // what json_dump_convert_<type> writes
     uint32_t record_line = 0;  // line of the operation record being worked on, 0 when none
+    // told of each operation record before the library works on it (a runner's own checks)
+    std::function<void(const JSON_Value *record)> on_record;
 
     uint64_t mismatches() const { return stats[PC_STAT_MISMATCH]; }
     uint64_t value_errors() const { return stats[PC_STAT_VALUE_ERROR]; }

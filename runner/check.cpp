@@ -1,0 +1,405 @@
+#include "check.hpp"
+
+#include "engine.hpp"
+#include "record_lint.hpp"
+#include "planecheck/support.h"
+#include "value_forms.hpp"
+
+#include <fmt/format.h>
+
+#include <array>
+#include <cstring>
+#include <memory>
+#include <string_view>
+#include <unordered_map>
+#include <utility>
+
+namespace pc::runner {
+namespace {
+
+using engine::AttrDesc;
+using engine::Kind;
+using engine::RoleDesc;
+using engine::TypeDesc;
+
+// The client send dispatch tests these keys before any object type, in this order.
+constexpr std::array<const char *, 6> kSpecialKeys = {"ports", "vlan", "batch_crud", "route", "bundle", "get_then_update_test"};
+// Ops a batch entry may carry: the batch list refuses every other operation code.
+constexpr std::array<const char *, 8> kBatchOps = {"create", "delete", "eod", "update", "get", "get_first", "get_gt_eq", "get_next"};
+constexpr std::array<const char *, 8> kSendOps = {"create", "update", "delete", "get", "get_first", "get_next", "get_gt_eq", "walk_by_key"};
+constexpr std::array<const char *, 3> kReplayOps = {"replay", "replay_start", "replay_end"};
+
+template <size_t N> bool one_of(const char *s, const std::array<const char *, N> &list) {
+    for (const char *item : list)
+        if (s && !std::strcmp(s, item)) return true;
+    return false;
+}
+
+const char *kind_of(const JSON_Value *v) {
+    switch (json_value_get_type(v)) {
+    case JSONObject: return "mapping";
+    case JSONArray: return "list";
+    case JSONString: return "text";
+    case JSONNumber: return "number";
+    case JSONBoolean: return "true/false";
+    default: return "null";
+    }
+}
+
+const char *op_of(const JSON_Object *record) { return json_value_get_string(json_object_get_value(record, "op")); }
+
+
+uint16_t value_type_named(const char *name) {
+    static const auto index = [] {
+        std::unordered_map<std::string_view, uint16_t> m;
+        for (size_t i = 0; i < engine::kValueTypeCount; ++i) m.emplace(engine::kValueTypes[i].name, uint16_t(i));
+        return m;
+    }();
+    auto it = index.find(name);
+    return it == index.end() ? UINT16_MAX : it->second;
+}
+
+// What a record key of a type is: an attribute, or one side of a reference pair.
+struct KeyInfo {
+    const AttrDesc *attr = nullptr;
+    const RoleDesc *role = nullptr;
+    bool handle_side = false;
+};
+
+struct TypeKeys {
+    std::unordered_map<std::string_view, KeyInfo> top, element;
+};
+
+const TypeKeys &keys_of(const TypeDesc &t) {
+    static std::vector<std::unique_ptr<TypeKeys>> cache(engine::kTypeCount);
+    auto &slot = cache[t.number];
+    if (slot) return *slot;
+    slot = std::make_unique<TypeKeys>();
+    for (const auto &a : t.top()) slot->top[a.name].attr = &a;
+    for (const auto &a : t.elements()) slot->element[a.name].attr = &a;
+    auto add_roles = [](auto &map, std::span<const RoleDesc> roles) {
+        for (const auto &r : roles) {
+            map[r.hdl_key] = {nullptr, &r, true};
+            map[r.key_key] = {nullptr, &r, false};
+        }
+    };
+    add_roles(slot->top, t.top_roles());
+    add_roles(slot->element, t.element_roles());
+    return *slot;
+}
+
+// Control fields whose values go through a converter, with the value type they are read as.
+const char *control_value_type(std::string_view key) {
+    if (key == "rc") return "rc";
+    if (key == "trans_id" || key == "depth") return "uint";
+    if (key == "npu_mask") return "32hex";
+    if (key == "create_option" || key == "get_option" || key == "retry_mode") return "int";
+    if (key == "expect_did_not_run") return "bool";
+    return nullptr;
+}
+
+std::string enum_values(const support::ValueForm &form) {
+    std::string out;
+    for (uint32_t i = 0; i < form.value_count && i < 8; ++i)
+        out += fmt::format("{}{} {}", i ? ", " : "", form.values[i].name, form.values[i].value);
+    if (form.value_count > 8) out += ", ...";
+    return out;
+}
+
+} // namespace
+
+bool handle_number(const char *text) {
+    if (!text || !*text || *text == '-') return false;
+    char *end = nullptr;
+    std::strtoull(text, &end, 0);
+    return *end == '\0';
+}
+
+const JSON_Value *unstored_handle(const JSON_Object *record, const std::function<bool(const char *)> &stored) {
+    const char *op = op_of(record);
+    if (!op || (std::strcmp(op, "update") && std::strcmp(op, "delete"))) return nullptr;
+    const JSON_Value *hdl = json_object_get_value(record, "hdl");
+    const char *name = json_value_get_string(hdl);
+    return name && !handle_number(name) && !stored(name) ? hdl : nullptr;
+}
+
+bool active_under(engine::Gate gate, int32_t object_set) {
+    return gate == engine::Gate::None || (gate == engine::Gate::Nonzero) == (object_set != 0);
+}
+
+std::string inactive_text(int32_t object_set) { return fmt::format("inactive while object_set is {}", object_set); }
+
+StepCheck::StepCheck(int32_t object_set) : object_set_(object_set) {
+    scratch_.session.log = [this](int level, const std::string &text, uint32_t) {
+        if (level == 1 && converting_) add(converting_, text.substr(0, text.find_last_not_of('\n') + 1));
+    };
+}
+
+std::vector<CheckFinding> StepCheck::take() { return std::exchange(findings_, {}); }
+
+void StepCheck::add(const JSON_Value *at, std::string message, bool warning) {
+    findings_.push_back({pc_json_line(at), pc_json_column(at), std::move(message), warning});
+}
+
+void StepCheck::send(const JSON_Value *body, const JSON_Value *sdk) {
+    const JSON_Object *o = json_value_get_object(body);
+    if (!o) return;
+    bool special = false;
+    for (const char *key : kSpecialKeys)
+        if (const JSON_Value *v = json_object_get_value(o, key)) {
+            passed_over(o, key);
+            if (!std::strcmp(key, "batch_crud")) batch(v);
+            special = true;
+            break;
+        }
+    if (!special) {
+        JSON_Value *list = nullptr;
+        const TypeDesc *type = engine::first_type(o, list);
+        if (!type) {
+            const char *name = json_object_get_name(o, 0);
+            add(name ? json_object_get_value_at(o, 0) : body,
+                fmt::format("unknown table {}: run ends the process here (exit status 1)", name ? name : "(the mapping is empty)"));
+        } else {
+            passed_over(o, type->name);
+            if (type_active(*type, list, false)) records(*type, list, Use::Sent);
+        }
+    }
+    if (const JSON_Object *answer = json_value_get_object(sdk)) {
+        JSON_Value *list = nullptr;
+        const TypeDesc *type = engine::first_type(answer, list);
+        if (!type) {
+            const char *name = json_object_get_name(answer, 0);
+            add(name ? json_object_get_value_at(answer, 0) : sdk,
+                fmt::format("unknown table {} in sdk: the SDK side ends the process here (exit status 1)", name ? name : "(the mapping is empty)"));
+        } else {
+            passed_over(answer, type->name);
+            if (type_active(*type, list, false)) records(*type, list, Use::Received);
+        }
+    }
+}
+
+void StepCheck::dump(const JSON_Value *body) {
+    const JSON_Object *o = json_value_get_object(body);
+    if (!o) return;
+    JSON_Value *list = nullptr;
+    const TypeDesc *type = engine::first_type(o, list);
+    if (!type) {
+        const char *name = json_object_get_name(o, 0);
+        add(name ? json_object_get_value_at(o, 0) : body,
+            fmt::format("unknown table {}: the dump ends the process here (exit status 1)", name ? name : "(the mapping is empty)"));
+        return;
+    }
+    passed_over(o, type->name);
+    if (type_active(*type, list, true)) records(*type, list, Use::Dumped);
+}
+
+// Steps of an inactive type do nothing at all: the type's send, receive and dump return at once.
+bool StepCheck::type_active(const TypeDesc &type, const JSON_Value *at, bool dump) {
+    if (dump && type.has(engine::kDumpWithoutGate)) return true;
+    if (active_under(type.gate, object_set_)) return true;
+    add(at, fmt::format("{} is {}: the step does nothing (config: object_set chooses the active types)", type.name,
+                        inactive_text(object_set_)));
+    return false;
+}
+
+void StepCheck::batch(const JSON_Value *batch_value) {
+    const JSON_Array *list = json_value_get_array(batch_value);
+    if (!list) {
+        add(batch_value, fmt::format("batch_crud takes a list ([ {{ batch_params: ... }}, {{ test_if: [...] }} ]); this {} is passed over without a word",
+                               kind_of(batch_value)));
+        return;
+    }
+    size_t n = json_array_get_count(list);
+    if (n == 0) {
+        add(batch_value, "an empty batch_crud list ends the process: the batch's entry count check fails (assertion)");
+        return;
+    }
+    const JSON_Value *first = json_array_get_value(list, 0);
+    const JSON_Value *params = json_object_get_value(json_value_get_object(first), "batch_params");
+    if (!params) {
+        add(first, "the first element of batch_crud must be { batch_params: { ... } }; without it the run counts a mismatch, "
+                   "and this element is never queued");
+    } else if (const JSON_Object *p = json_value_get_object(params)) {
+        for (size_t i = 0; i < json_object_get_count(p); ++i) {
+            std::string_view key = json_object_get_name(p, i);
+            JSON_Value *v = json_object_get_value_at(p, i);
+            if (key == "batch_rc_expect") value(value_type_named("rc"), v, "rc");
+            else if (key == "continue_on_error") value(value_type_named("bool"), v, "continue_on_error");
+            else add(v, fmt::format("batch_params has no '{}' (batch_rc_expect, continue_on_error); the key is ignored", key));
+        }
+    }
+    for (size_t i = 1; i < n; ++i) {
+        const JSON_Value *element = json_array_get_value(list, i);
+        JSON_Value *records_value = nullptr;
+        const TypeDesc *type = engine::first_type(json_value_get_object(element), records_value);
+        if (!type) {
+            add(element, fmt::format("batch element {} names no object type: nothing is queued for it, and the process ends "
+                                     "(the batch's entry count check fails)", i));
+            continue;
+        }
+        passed_over(json_value_get_object(element), type->name);
+        records(*type, records_value, Use::Batch);
+    }
+}
+
+void StepCheck::records(const TypeDesc &type, const JSON_Value *value, Use use) {
+    const JSON_Array *list = json_value_get_array(value);
+    if (!list) {
+        add(value, fmt::format("{} takes a list of operation records, such as [ {{ op: create, ... }} ]; this {} is passed over without a word",
+                               type.name, kind_of(value)));
+        return;
+    }
+    lint_records(type, value, [this](const JSON_Value *at, const std::string &message) { add(at, message); });
+    size_t n = json_array_get_count(list);
+    if (use == Use::Batch && n > 1)
+        add(json_array_get_value(list, 1), fmt::format("a batch element queues its first record only; the {} after it {} passed over",
+                                                       n - 1 == 1 ? "record" : fmt::format("{} records", n - 1), n - 1 == 1 ? "is" : "are"));
+    for (size_t i = 0; i < (use == Use::Batch ? std::min<size_t>(n, 1) : n); ++i) {
+        const JSON_Value *v = json_array_get_value(list, i);
+        const JSON_Object *record = json_value_get_object(v);
+        if (!record) {
+            add(v, fmt::format("an operation record is a mapping such as {{ op: create, ... }}; this {} is passed over without a word", kind_of(v)));
+            continue;
+        }
+        values(type, record, false);
+        if (use == Use::Received || use == Use::Dumped) continue;
+        if (use == Use::Batch) queued_op(v);
+        else sent_op(type, v, i);
+        handles(record);
+        if (use == Use::Sent && i == 0 && one_of(op_of(record), kReplayOps) && n > 1) {
+            add(json_array_get_value(list, 1), fmt::format("the records after a first {} record are never run", op_of(record)));
+            break;
+        }
+    }
+}
+
+// Which branch of the send handles the record's op; a record no branch handles is built and
+// checked, but no operation runs.
+void StepCheck::sent_op(const TypeDesc &type, const JSON_Value *value, size_t index) {
+    const JSON_Value *op_value = json_object_get_value(json_value_get_object(value), "op");
+    const char *op = json_value_get_string(op_value);
+    if (!op) {
+        add(op_value ? op_value : value, "the record has no op: text (create, update, delete, get, ...)");
+        return;
+    }
+    if (one_of(op, kSendOps) || (!std::strcmp(op, "eod") && type.eod) || (index == 0 && one_of(op, kReplayOps))) return;
+    if (!std::strcmp(op, "eod"))
+        add(op_value, fmt::format("{} has no end-of-data operation: op: eod runs nothing", type.name));
+    else if (one_of(op, kReplayOps))
+        add(op_value, fmt::format("op: {} runs only as the first record of a list; here it runs nothing", op));
+    else
+        add(op_value, fmt::format("'{}' is no operation (create, update, delete, get, get_first, get_next, get_gt_eq, walk_by_key, "
+                                  "eod, replay, replay_start, replay_end): the record runs nothing", op));
+}
+
+// The batch list takes the operation codes of create to get_next; it refuses any other, and the
+// refusal ends the process.
+void StepCheck::queued_op(const JSON_Value *value) {
+    const JSON_Value *op_value = json_object_get_value(json_value_get_object(value), "op");
+    const char *op = json_value_get_string(op_value);
+    if (one_of(op, kBatchOps)) return;
+    add(op_value ? op_value : value,
+        fmt::format("the batch refuses {} and the process ends (assertion rc == EOK): a batch entry is one of create, update, "
+                    "delete, eod, get, get_first, get_next, get_gt_eq", op ? fmt::format("op '{}'", op) : std::string("a record without op:")));
+}
+
+// Create and the gets store a handle under the name in "hdl"; update and delete read it.
+void StepCheck::handles(const JSON_Object *record) {
+    if (const JSON_Value *hdl = unstored_handle(record, [this](const char *name) { return stored_.count(name) != 0; })) {
+        const char *name = json_value_get_string(hdl);
+        add(hdl, fmt::format("hdl: '{}' is read before any earlier record stores it (a create or get with hdl: {})", name, name));
+        return;
+    }
+    const char *op = op_of(record);
+    const char *name = json_value_get_string(json_object_get_value(record, "hdl"));
+    if (op && name && !handle_number(name) && (!std::strcmp(op, "create") || !std::strncmp(op, "get", 3))) stored_.insert(name);
+}
+
+// The members of a step other than the one the library takes are never looked at.
+void StepCheck::passed_over(const JSON_Object *o, const char *taken) {
+    for (size_t i = 0; i < json_object_get_count(o); ++i) {
+        const char *key = json_object_get_name(o, i);
+        if (std::strcmp(key, taken))
+            add(json_object_get_value_at(o, i),
+                fmt::format("'{}' is passed over: the step goes to {} (the first special key or catalogue type among its keys)", key, taken));
+    }
+}
+
+void StepCheck::members(const TypeDesc &type, const JSON_Object *record) {
+    const JSON_Array *list = json_value_get_array(json_object_get_value(record, "members"));
+    for (size_t j = 0; list && j < json_array_get_count(list); ++j)
+        if (const JSON_Object *element = json_value_get_object(json_array_get_value(list, j))) values(type, element, true);
+}
+
+void StepCheck::values(const TypeDesc &type, const JSON_Object *o, bool element) {
+    const TypeKeys &keys = keys_of(type);
+    const auto &map = element ? keys.element : keys.top;
+    for (size_t i = 0; i < json_object_get_count(o); ++i) {
+        const char *key = json_object_get_name(o, i);
+        JSON_Value *v = json_object_get_value_at(o, i);
+        if (json_expect_not_set(v)) continue;
+        auto it = map.find(key);
+        if (it == map.end()) {
+            if (element) continue;
+            if (!std::strcmp(key, "members")) members(type, o);
+            else if (const char *vt = control_value_type(key)) value(value_type_named(vt), v, key);
+            continue;
+        }
+        const KeyInfo &info = it->second;
+        if (info.role) {
+            if (!active_under(info.role->gate, object_set_))
+                add(v, fmt::format("{}'s {} pair is {}: it is never set, compared or dumped", type.name, key, inactive_text(object_set_)));
+            else if (info.handle_side) handle_read(v, key);
+            else value(info.role->key_value_type, v, info.role->key_name);
+        } else if (info.attr->kind == Kind::DirectRefhdl) {
+            handle_read(v, key);
+        } else {
+            value(info.attr->value_type, v, info.attr->name);
+        }
+    }
+}
+
+// A refhdl value names a handle that an earlier record stored with "hdl", or is a number.
+void StepCheck::handle_read(const JSON_Value *v, const char *what) {
+    const char *name = json_value_get_string(v);
+    if (!name || handle_number(name) || stored_.count(name)) return;
+    add(v, fmt::format("{}: handle name '{}' is read before any earlier record stores it (a create or get with hdl: {})", what, name, name));
+}
+
+// Runs the value's converter on scratch storage; what it refuses becomes a finding.
+void StepCheck::value(uint16_t value_type, JSON_Value *v, const char *name) {
+    if (value_type >= engine::kValueTypeCount) return;
+    const engine::ValueTypeDesc &desc = engine::kValueTypes[value_type];
+    std::vector<unsigned char> scratch(desc.width + 16, 0);
+    converting_ = v;
+    desc.convert(scratch_.get(), scratch.data(), v, name);
+    converting_ = nullptr;
+    enum_range(value_type, v, name);
+}
+
+void StepCheck::enum_range(uint16_t value_type, const JSON_Value *v, const char *name) {
+    if (value_type >= support::kValueFormCount) return;
+    const support::ValueForm &top = *support::kValueForms[value_type];
+    if (std::strcmp(top.name, engine::kValueTypes[value_type].name)) return; // the two tables disagree: say nothing
+    auto walk = [&](auto &self, const support::ValueForm &form, const JSON_Value *at, const std::string &path) -> void {
+        if (form.form == support::Form::Record || form.form == support::Form::KeyRecord) {
+            const JSON_Object *o = json_value_get_object(at);
+            for (uint32_t i = 0; o && i < form.field_count; ++i)
+                if (const JSON_Value *f = json_object_get_value(o, form.fields[i].name))
+                    self(self, *form.fields[i].type, f, path + "." + form.fields[i].name);
+        } else if (form.form == support::Form::Array && form.element) {
+            const JSON_Array *list = json_value_get_array(at);
+            for (size_t i = 0; list && i < json_array_get_count(list); ++i) self(self, *form.element, json_array_get_value(list, i), path);
+        } else if (form.form == support::Form::Enum) {
+            int64_t n = 0;
+            const char *text = json_value_get_string(at);
+            if (!pc_json_get_int64(at, &n) && !(handle_number(text) && (n = std::strtoll(text, nullptr, 0), true))) return;
+            for (uint32_t i = 0; i < form.value_count; ++i)
+                if (form.values[i].value == n) return;
+            add(at, fmt::format("{}: {} is not a value of {} ({}); it is sent as it is", path, n, form.name, enum_values(form)), true);
+        }
+    };
+    walk(walk, top, v, name);
+}
+
+} // namespace pc::runner

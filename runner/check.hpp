@@ -1,0 +1,69 @@
+// The pre-flight check: everything `run` would stop on (an unknown table, a batch that aborts) or
+// pass over without a word (a record that is not a mapping, an op no branch handles, a step of an
+// inactive type, a handle name nobody stored...), found without running anything. Catalogue facts
+// (ops, end of data, gates, enums, reference pairs) come from the generated descriptors.
+#pragma once
+
+#include "descriptors.hpp"
+#include "planecheck/session.hpp"
+
+#include <cstdint>
+#include <functional>
+#include <string>
+#include <unordered_set>
+#include <vector>
+
+namespace pc::runner {
+
+struct CheckFinding {
+    uint32_t line = 0, column = 0;
+    std::string message;
+    bool warning = false; // reported, but does not fail the check
+};
+
+// Whether the object-set flag lets a type (or a reference pair, by its target) do anything.
+bool active_under(engine::Gate gate, int32_t object_set);
+// "inactive while object_set is 0"
+std::string inactive_text(int32_t object_set);
+
+// A handle number written as text ("0x1001"), not a name.
+bool handle_number(const char *text);
+// The "hdl" value of an update or delete record that names a handle `stored` does not know, or null.
+const JSON_Value *unstored_handle(const JSON_Object *record, const std::function<bool(const char *)> &stored);
+
+// Checks the steps of one file in order; handle names stored by earlier records carry over.
+class StepCheck {
+public:
+    explicit StepCheck(int32_t object_set);
+    StepCheck(const StepCheck &) = delete;
+    StepCheck &operator=(const StepCheck &) = delete;
+
+    void send(const JSON_Value *body, const JSON_Value *sdk); // a send: step and its sdk: answer (or null)
+    void dump(const JSON_Value *body);
+    // The findings since the last call.
+    std::vector<CheckFinding> take();
+
+private:
+    void add(const JSON_Value *at, std::string message, bool warning = false);
+    enum class Use { Sent, Batch, Received, Dumped };
+    void batch(const JSON_Value *list);
+    void records(const engine::TypeDesc &type, const JSON_Value *list, Use use);
+    void sent_op(const engine::TypeDesc &type, const JSON_Value *record, size_t index);
+    void queued_op(const JSON_Value *record);
+    void handles(const JSON_Object *record);
+    void passed_over(const JSON_Object *o, const char *taken);
+    void members(const engine::TypeDesc &type, const JSON_Object *record);
+    void values(const engine::TypeDesc &type, const JSON_Object *o, bool element);
+    void value(uint16_t value_type, JSON_Value *v, const char *name);
+    void enum_range(uint16_t value_type, const JSON_Value *v, const char *name);
+    void handle_read(const JSON_Value *v, const char *what);
+    bool type_active(const engine::TypeDesc &type, const JSON_Value *at, bool dump);
+
+    int32_t object_set_;
+    std::unordered_set<std::string> stored_; // handle names that earlier records store with "hdl"
+    std::vector<CheckFinding> findings_;
+    pc::support::Context scratch_;          // converters report refused values through its log
+    const JSON_Value *converting_ = nullptr;
+};
+
+} // namespace pc::runner

@@ -1,5 +1,6 @@
 // planecheck: runs scenario files against the data-plane object interface.
 #include "catalogue_command.hpp"
+#include "coverage_command.hpp"
 #include "parallel.hpp"
 #include "recorder_sink.hpp"
 #include "report.hpp"
@@ -18,7 +19,7 @@ namespace {
 struct RunOptions {
     pc::runner::Options file;
     std::vector<std::string> files;
-    std::string recorder, junit;
+    std::string recorder, junit, coverage;
     bool tap = false;
     unsigned jobs = 0; // 0: all files in this process, one after the other
     std::string shard; // "I/N": only every N-th file, starting with the I-th
@@ -39,6 +40,15 @@ bool take_shard(RunOptions &o) {
     return true;
 }
 
+bool write_coverage(const std::string &path, const pc::coverage::Report &coverage) {
+    FILE *out = std::fopen(path.c_str(), "w");
+    std::string text = coverage.to_json();
+    bool ok = out && std::fwrite(text.data(), 1, text.size(), out) == text.size();
+    if (out && std::fclose(out) != 0) ok = false;
+    if (!ok) fmt::print(stderr, "planecheck: cannot write the coverage report to {}: {}\n", path, std::strerror(errno));
+    return ok;
+}
+
 int run_files(RunOptions &o) {
     auto start = std::chrono::steady_clock::now();
     if (!take_shard(o)) return 2;
@@ -51,6 +61,8 @@ int run_files(RunOptions &o) {
         fmt::print(stderr, "planecheck: cannot write the recorder to {}: {}\n", o.recorder, std::strerror(errno));
         return 2;
     }
+    pc::coverage::Report coverage;
+    if (!o.coverage.empty()) o.file.coverage = &coverage;
     std::vector<pc::runner::FileResult> results;
     if (o.jobs) {
         results = pc::runner::run_in_processes(o.files, o.file, o.jobs, o.recorder);
@@ -61,6 +73,7 @@ int run_files(RunOptions &o) {
         }
         pc::recorder::close();
     }
+    if (!o.coverage.empty() && !write_coverage(o.coverage, coverage)) return 2;
     double seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
     pc::runner::Totals totals = pc::runner::add_up(results);
     if (!o.junit.empty() && !pc::runner::write_junit(o.junit, results, seconds)) {
@@ -95,6 +108,8 @@ int main(int argc, char **argv) {
                     "and the others run)")->check(CLI::Range(1u, 256u));
     run->add_option("--junit", run_options.junit, "write a JUnit XML report to FILE: one test case per scenario file");
     run->add_flag("--tap", run_options.tap, "print a TAP stream on standard output: one test point per scenario file");
+    run->add_option("--coverage", run_options.coverage,
+                    "write to FILE, as JSON, which types, operations, attributes and statuses the run exercised");
     run->add_option("--shard", run_options.shard, "run shard I of N of the files (I/N, such as 2/4), for CI fan-out");
 
     RunOptions check_options;
@@ -110,6 +125,14 @@ int main(int argc, char **argv) {
     catalogue->add_option("--describe", describe, "print what a record of object type TYPE may carry")
         ->excludes(list_flag)->excludes(stats_flag);
 
+    std::vector<std::string> reports;
+    std::string uncovered;
+    bool coverage_json = false;
+    auto *coverage = app.add_subcommand("coverage", "merge coverage reports (run --coverage) and print what they cover");
+    coverage->add_option("reports", reports, "coverage reports written by run --coverage")->required()->check(CLI::ExistingFile);
+    coverage->add_option("--uncovered", uncovered, "list what the records of object type TYPE never set or compared");
+    coverage->add_flag("--json", coverage_json, "print JSON for machines instead of the table");
+
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError &e) {
@@ -117,6 +140,7 @@ int main(int argc, char **argv) {
         return code == 0 ? 0 : 2;
     }
 
+    if (*coverage) return pc::coverage::run_command(reports, uncovered, coverage_json);
     if (*catalogue) {
         if (!describe.empty()) {
             if (pc::runner::describe_type(describe)) return 0;

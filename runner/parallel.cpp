@@ -1,5 +1,6 @@
 #include "parallel.hpp"
 
+#include "coverage.hpp"
 #include "recorder_sink.hpp"
 
 #include <fmt/format.h>
@@ -19,7 +20,7 @@ namespace {
 
 struct Child {
     pid_t pid = -1;
-    std::string output, result, recorder; // temporary files
+    std::string output, result, recorder, coverage; // temporary files
     bool done = false;
     int status = 0;
 };
@@ -61,6 +62,7 @@ FileResult load(const std::string &file, const std::string &path) {
     if (!c.recorder.empty()) pc::recorder::open_file(c.recorder);
     FileResult r = run_file(file, options);
     pc::recorder::close();
+    if (options.coverage) std::ofstream(c.coverage) << options.coverage->to_json();
     save(r, c.result);
     std::fflush(nullptr);
     _exit(0);
@@ -99,6 +101,16 @@ void join_recorder(const std::string &recorder, std::vector<Child> &children) {
     }
 }
 
+// A child that ended early wrote no part: what its file covered is not counted.
+void merge_coverage(coverage::Report &report, std::vector<Child> &children) {
+    std::vector<std::string> problems;
+    for (auto &c : children) {
+        if (WIFEXITED(c.status) && WEXITSTATUS(c.status) == 0) report.merge_file(c.coverage, problems);
+        std::remove(c.coverage.c_str());
+    }
+    for (const auto &p : problems) fmt::print(stderr, "planecheck: coverage part: {}\n", p);
+}
+
 } // namespace
 
 std::vector<FileResult> run_in_processes(const std::vector<std::string> &files, const Options &options, unsigned jobs,
@@ -113,6 +125,7 @@ std::vector<FileResult> run_in_processes(const std::vector<std::string> &files, 
             c.output = temp_file("output");
             c.result = temp_file("result");
             if (!recorder.empty()) c.recorder = temp_file("recorder");
+            if (options.coverage) c.coverage = temp_file("coverage");
             c.pid = fork();
             if (c.pid == 0) run_child(files[next], options, c);
             if (c.pid < 0) {
@@ -133,6 +146,7 @@ std::vector<FileResult> run_in_processes(const std::vector<std::string> &files, 
         }
     }
     if (!recorder.empty()) join_recorder(recorder, children);
+    if (options.coverage) merge_coverage(*options.coverage, children);
     return results;
 }
 

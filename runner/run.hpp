@@ -8,6 +8,8 @@
 #include <string>
 #include <vector>
 
+namespace pc::coverage { class Report; }
+
 namespace pc::runner {
 
 struct Options {
@@ -16,6 +18,7 @@ struct Options {
     bool check_only = false; // read and validate, run nothing
     FILE *steps = stdout;    // where the per-step lines go
     bool progress = false;   // keep a progress line on the terminal (standard error)
+    coverage::Report *coverage = nullptr; // what the files' records exercised is added here
 };
 
 struct FileResult {

@@ -3,6 +3,7 @@
 #include "ci_env.hpp"
 #include "diff.hpp"
 #include "ending.hpp"
+#include "coverage_command.hpp"
 #include "parallel.hpp"
 #include "recorder_sink.hpp"
 #include "replay.hpp"
@@ -24,7 +25,7 @@ namespace {
 struct RunOptions {
     pc::runner::Options file;
     std::vector<std::string> files;
-    std::string recorder, junit;
+    std::string recorder, junit, coverage;
     bool tap = false;
     unsigned jobs = 0; // 0: all files in this process, one after the other
     std::string shard; // "I/N": only every N-th file, starting with the I-th
@@ -98,6 +99,15 @@ bool take_ci_environment(RunOptions &o) {
     return true;
 }
 
+bool write_coverage(const std::string &path, const pc::coverage::Report &coverage) {
+    FILE *out = std::fopen(path.c_str(), "w");
+    std::string text = coverage.to_json();
+    bool ok = out && std::fwrite(text.data(), 1, text.size(), out) == text.size();
+    if (out && std::fclose(out) != 0) ok = false;
+    if (!ok) fmt::print(stderr, "planecheck: cannot write the coverage report to {}: {}\n", path, std::strerror(errno));
+    return ok;
+}
+
 int run_files(RunOptions &o) {
     auto start = std::chrono::steady_clock::now();
     if (!o.file.check_only && !take_ci_environment(o)) return 2;
@@ -113,6 +123,8 @@ int run_files(RunOptions &o) {
     int parts_fd = -1;
     if (!o.junit.empty() && !can_write(o.junit, "the JUnit report")) return 2;
     if (!open_recorder(o, parts_fd)) return 2;
+    pc::coverage::Report coverage;
+    if (!o.coverage.empty()) o.file.coverage = &coverage;
     std::vector<pc::runner::FileResult> results;
     std::string recorder_problem;
     if (o.jobs) {
@@ -124,6 +136,7 @@ int run_files(RunOptions &o) {
         }
     }
     bool recorded = close_recorder(o, parts_fd, recorder_problem);
+    if (!o.coverage.empty() && !write_coverage(o.coverage, coverage)) return 2;
     double seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
     pc::runner::Totals totals = pc::runner::add_up(results);
     if (!o.junit.empty() && !pc::runner::write_junit(o.junit, results, seconds)) {
@@ -185,6 +198,8 @@ int main(int argc, char **argv) {
     run->add_flag("--tap", run_options.tap, "print a TAP stream on standard output: one test point per scenario file");
     run->add_flag("--strict", run_options.file.strict,
                   "refuse (exit 2) a file that planecheck check fails, and fail a step that ran nothing (an inactive type)");
+    run->add_option("--coverage", run_options.coverage,
+                    "write to FILE, as JSON, which types, operations, attributes and statuses the run exercised");
     run->add_option("--shard", run_options.shard, "run shard I of N of the files (I/N, such as 2/4), for CI fan-out; without it, TEST_SHARD_INDEX and "
                     "TEST_TOTAL_SHARDS (or GTEST_SHARD_INDEX and GTEST_TOTAL_SHARDS) choose the shard, counting from 0");
 
@@ -225,6 +240,14 @@ int main(int argc, char **argv) {
     replay->add_option("--junit", replay_options.junit, "write a JUnit XML report to FILE");
     replay->add_flag("--tap", replay_options.tap, "print a TAP stream on standard output");
 
+    std::vector<std::string> reports;
+    std::string uncovered;
+    bool coverage_json = false;
+    auto *coverage = app.add_subcommand("coverage", "merge coverage reports (run --coverage) and print what they cover");
+    coverage->add_option("reports", reports, "coverage reports written by run --coverage")->required()->check(CLI::ExistingFile);
+    coverage->add_option("--uncovered", uncovered, "list what the records of object type TYPE never set or compared");
+    coverage->add_flag("--json", coverage_json, "print JSON for machines instead of the table");
+
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError &e) {
@@ -232,6 +255,7 @@ int main(int argc, char **argv) {
         return code == 0 ? 0 : 2;
     }
 
+    if (*coverage) return pc::coverage::run_command(reports, uncovered, coverage_json);
     if (*catalogue) {
         if (!describe.empty()) {
             if (pc::runner::describe_type(describe)) return 0;

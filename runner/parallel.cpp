@@ -1,5 +1,6 @@
 #include "parallel.hpp"
 
+#include "coverage.hpp"
 #include "ending.hpp"
 #include "recorder_sink.hpp"
 
@@ -34,7 +35,7 @@ struct TempFile {
 
 struct Child {
     pid_t pid = -1;
-    TempFile output, result, recorder;
+    TempFile output, result, recorder, coverage;
     bool done = false;
     int status = 0;
     std::string not_run; // why the file could not be run, when it could not
@@ -124,6 +125,8 @@ bool load(const std::string &text, FileResult &r) {
     FileResult r = run_file(file, traced);
     if (c.recorder.fd >= 0 && !pc::recorder::close())
         r.add_finding(fmt::format("{}: cannot write its recorder part: {}", file, std::strerror(errno))), ++r.failed_steps;
+    if (options.coverage && !write_all(c.coverage.fd, options.coverage->to_json()))
+        r.add_finding(fmt::format("{}: cannot write its coverage part: {}", file, std::strerror(errno))), ++r.failed_steps;
     std::fflush(nullptr);
     // results that cannot be written are missing for the parent, which fails the file for it
     _exit(write_all(c.result.fd, saved(r)) ? 0 : 3);
@@ -180,7 +183,8 @@ FileResult finish(const std::string &file, Child &c) {
 
 bool start(Child &c, const std::string &file, const Options &options, bool recording) {
     if (!make_temp(c.output, "output", c.not_run) || !make_temp(c.result, "result", c.not_run) ||
-        (recording && !make_temp(c.recorder, "recorder", c.not_run)))
+        (recording && !make_temp(c.recorder, "recorder", c.not_run)) ||
+        (options.coverage && !make_temp(c.coverage, "coverage", c.not_run)))
         return false;
     c.trail = shared_trail();
     std::fflush(nullptr);
@@ -206,6 +210,17 @@ bool join_recorder(int recorder_fd, std::vector<Child> &children, std::string &p
         c.recorder.reset();
     }
     return true;
+}
+
+// A child that ended early wrote no part: what its file covered is not counted.
+void merge_coverage(coverage::Report &report, std::vector<Child> &children) {
+    std::vector<std::string> problems;
+    for (auto &c : children) {
+        if (c.coverage.fd >= 0 && WIFEXITED(c.status) && WEXITSTATUS(c.status) == 0)
+            report.merge_file(fmt::format("/proc/self/fd/{}", c.coverage.fd), problems);
+        c.coverage.reset();
+    }
+    for (const auto &p : problems) fmt::print(stderr, "planecheck: coverage part: {}\n", p);
 }
 
 } // namespace
@@ -236,6 +251,7 @@ std::vector<FileResult> run_in_processes(const std::vector<std::string> &files, 
             results[printed] = finish(files[printed], children[printed]);
     }
     if (recorder_fd >= 0) join_recorder(recorder_fd, children, recorder_problem);
+    if (options.coverage) merge_coverage(*options.coverage, children);
     ending::stop_if_requested();
     return results;
 }

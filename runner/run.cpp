@@ -2,9 +2,11 @@
 
 #include "check.hpp"
 #include "ending.hpp"
+#include "coverage.hpp"
 #include "record_lint.hpp"
 #include "report.hpp"
 
+#include "common.hpp"
 #include "engine.hpp"
 #include "planecheck/planecheck.h"
 #include "planecheck/session.hpp"
@@ -137,6 +139,7 @@ private:
         std::snprintf(p.node_name, sizeof p.node_name, "%s", c.node.c_str());
         context_.session.log = [this](int level, const std::string &text, uint32_t line) { print_log(text, line, level); };
         context_.session.on_record = [this](const JSON_Value *record) { check_handle_read(record); };
+        if (options_.coverage) measure_coverage(*options_.coverage);
     }
 
     // The library lets an update or delete go without a handle when its hdl: names none; a name
@@ -149,6 +152,28 @@ private:
                                         fmt::format("hdl: unknown handle name '{}' (no earlier record stored a handle under it with "
                                                     "\"hdl\"); the operation runs without a handle",
                                                     json_value_get_string(hdl)));
+    }
+
+    // The engine tells the session about each operation record it ran; sdk: and dump: records
+    // are counted where those steps run them.
+    void measure_coverage(coverage::Report &report) {
+        report.note_file();
+        context_.session.ran = [this, &report](uint16_t type, const JSON_Object *record, bool judged, int32_t returned,
+                                               int32_t expected) {
+            int op = coverage::op_from_text(json_value_get_string(json_object_get_value(record, "op")));
+            if (op >= 0) report.note(*engine::kTypes[type], record, coverage::Op(op), context_.process.object_set);
+            if (judged) report.note_status(returned, expected);
+        };
+    }
+
+    // Every record under the first type of `by_type`, as one operation of the step's kind.
+    void note_records(const JSON_Object *by_type, coverage::Op op) {
+        JSON_Value *records = nullptr;
+        const engine::TypeDesc *type = engine::first_type(by_type, records);
+        const JSON_Array *list = json_value_get_array(records);
+        for (size_t i = 0; type && list && i < json_array_get_count(list); ++i)
+            if (const JSON_Object *record = json_value_get_object(json_array_get_value(list, i)))
+                options_.coverage->note(*type, record, op, context_.process.object_set);
     }
 
     bool verbose() const { return options_.verbose || reader_.config().verbose; }
@@ -317,10 +342,19 @@ private:
             PROCESS *p = &context_.process;
             p->received_obj = reinterpret_cast<ofa_client_obj_base_t>(instance);
             int32_t status = json_receive_object_sdk(sdk, p);
+            if (options_.coverage && received_by_sdk_side(sdk, instance)) note_records(json_value_get_object(sdk), coverage::kSdkAnswer);
             p->received_obj = reinterpret_cast<ofa_client_obj_base_t>(instance); // receive left its freed view there
             json_dump_object_received_sdk(p);
             return status;
         });
+    }
+
+    // The SDK side takes an object of an active type that its records name; else it answers -1
+    // without looking at them.
+    bool received_by_sdk_side(JSON_Value *sdk, const dpa_inst_hdr_t *instance) const {
+        JSON_Value *records = nullptr;
+        const engine::TypeDesc *type = engine::first_type(json_value_get_object(sdk), records);
+        return type && type->number == instance->type && engine::active(type->gate, &context_.process);
     }
 
     // dump: { test_if: [ { op: get, key_a: 1 } ] } builds objects and checks their keys' round trip.
@@ -345,6 +379,7 @@ private:
             label += " (not run: another router type)";
             ++result_.not_run;
         }
+        if (result != -1 && options_.coverage) note_records(o, coverage::kDump);
         report(step, label, mismatches() - before_m, value_errors() - before_v);
         return "";
     }

@@ -8,6 +8,8 @@
 #include <string>
 #include <vector>
 
+namespace pc::coverage { class Report; }
+
 namespace pc::runner {
 
 // Where a file's run stands, kept where it outlives the process: when the library ends the
@@ -29,6 +31,7 @@ struct Options {
     FILE *steps = stdout;    // where the per-step lines go
     bool progress = false;   // keep a progress line on the terminal (standard error)
     Trail *trail = nullptr;  // kept up to date while a file runs, when set
+    coverage::Report *coverage = nullptr; // what the files' records exercised is added here
 };
 
 struct FileResult {

@@ -92,6 +92,7 @@ int32_t validate_object(const TypeDesc &type, Obj entry, JSON_Value *value, PROC
             _proxy_log(context, 1, "%s_validate_did_not_run:received %d expected %d\n", type.name, did_not_run, expect_did_not_run);
         }
     }
+    if (!did_not_run) note_ran(type, context, record, true, received, expected);
     check_result(type, context, obj, received, expected, record, op);
     if (received != 0) return 0; // all 32 bits: a nonzero status of class 0 skips the comparison too
     if (starts_with_get(json_value_get_string(op))) cmp_attributes(type, record, context, obj);

@@ -2,6 +2,7 @@
 #pragma once
 
 #include "descriptors.hpp"
+#include "planecheck/session.hpp"
 #include "planecheck/support.h"
 
 #include <cstring>
@@ -26,6 +27,12 @@ inline bool is(const char *op, const char *word) { return op && std::strcmp(op, 
 
 inline const char *string_member(const JSON_Object *record, const char *name) {
     return json_value_get_string(json_object_get_value(record, name));
+}
+
+// Tells the session that a record's operation ran (what coverage counts).
+inline void note_ran(const TypeDesc &type, PROCESS *context, const JSON_Object *record, bool judged, int32_t returned,
+                     int32_t expected) {
+    if (context->session && context->session->ran) context->session->ran(type.number, record, judged, returned, expected);
 }
 
 // The operation code of an exact op text, counting "eod" only for types that have it.

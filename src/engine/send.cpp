@@ -12,7 +12,8 @@ namespace {
 
 // A first record asking for a replay runs only the replay; its status is recorded, not returned.
 bool run_replay(const TypeDesc &type, PROCESS *context, const JSON_Value *first) {
-    const char *op = string_member(json_value_get_object(first), "op");
+    const JSON_Object *record = json_value_get_object(first);
+    const char *op = string_member(record, "op");
     if (is(op, "replay")) {
         recorder_dump_replay(type, context, "send_object", "replay", type.ops->replay());
     } else if (is(op, "replay_start")) {
@@ -24,6 +25,7 @@ bool run_replay(const TypeDesc &type, PROCESS *context, const JSON_Value *first)
     } else {
         return false;
     }
+    note_ran(type, context, record, false, 0, 0);
     return true;
 }
 
@@ -90,6 +92,7 @@ int64_t send(const TypeDesc &type, JSON_Value *value, PROCESS *context) {
             walk_by_key(type, context, obj, record, last, walk);
         }
         if (rc) read_expected(context, rc, expected); // converted again after the operation, deliberately
+        if (code || is(op, "walk_by_key")) note_ran(type, context, record, code != 0, last, expected);
         check_result(type, context, obj, last, expected, record, op_value);
         if (last == 0 && starts_with_get(op)) cmp_attributes(type, record, context, obj);
         type.ops->dtor(obj);

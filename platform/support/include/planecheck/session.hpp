@@ -19,6 +19,10 @@ struct pc_session {
     uint32_t record_line = 0;  // line of the operation record being worked on, 0 when none
     // told of each operation record before the library works on it (a runner's own checks)
     std::function<void(const JSON_Value *record)> on_record;
+    // Told about every operation record whose operation ran: its type number, the record, and for
+    // operations whose status is judged (`judged`), the status returned and the one expected.
+    // Empty unless the runner measures coverage, so a run without it pays one test per record.
+    std::function<void(uint16_t type, const JSON_Object *record, bool judged, int32_t returned, int32_t expected)> ran;
 
     uint64_t mismatches() const { return stats[PC_STAT_MISMATCH]; }
     uint64_t value_errors() const { return stats[PC_STAT_VALUE_ERROR]; }

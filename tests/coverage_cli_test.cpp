@@ -1,0 +1,111 @@
+// run --coverage and planecheck coverage as users run them, on the examples.
+#include "process.hpp"
+
+#include <gtest/gtest.h>
+
+#include <cstdio>
+#include <fstream>
+#include <sstream>
+#include <string>
+#include <unistd.h>
+
+namespace {
+
+using pc::test::Outcome;
+
+Outcome planecheck(const std::string &args) { return pc::test::run_command(std::string(PC_PLANECHECK) + " " + args + " 2>&1"); }
+
+std::string examples() { return std::string(PC_SOURCE_DIR) + "/examples/*.yaml"; }
+
+std::string temp_path() {
+    std::string path = testing::TempDir() + "coverage_cli_XXXXXX";
+    close(mkstemp(path.data()));
+    return path;
+}
+
+std::string read_file(const std::string &path) {
+    std::stringstream s;
+    s << std::ifstream(path).rdbuf();
+    return s.str();
+}
+
+bool has(const Outcome &r, const std::string &text) { return r.output.find(text) != std::string::npos; }
+
+// The examples' coverage, written once by a serial run and once by a run in two processes.
+class CoverageOfExamples : public testing::Test {
+protected:
+    static void SetUpTestSuite() {
+        serial_ = new std::string(temp_path());
+        parallel_ = new std::string(temp_path());
+        ran_serial_ = planecheck("run -q --coverage " + *serial_ + " " + examples()).status;
+        ran_parallel_ = planecheck("run -q -j 2 --coverage " + *parallel_ + " " + examples()).status;
+    }
+    static void TearDownTestSuite() {
+        std::remove(serial_->c_str());
+        std::remove(parallel_->c_str());
+        delete serial_;
+        delete parallel_;
+    }
+    static std::string *serial_, *parallel_;
+    static int ran_serial_, ran_parallel_;
+};
+std::string *CoverageOfExamples::serial_, *CoverageOfExamples::parallel_;
+int CoverageOfExamples::ran_serial_, CoverageOfExamples::ran_parallel_;
+
+TEST_F(CoverageOfExamples, TheTableNamesTheCoveredTypesAgainstTheWholeCatalogue) {
+    ASSERT_EQ(ran_serial_, 0);
+    Outcome r = planecheck("coverage " + *serial_);
+    EXPECT_EQ(r.status, 0) << r.output;
+    EXPECT_TRUE(has(r, " of 315 (")) << r.output;
+    EXPECT_TRUE(has(r, "attributes covered:  ")) << r.output;
+    EXPECT_TRUE(has(r, " of 5981 (")) << r.output;
+    EXPECT_TRUE(has(r, "\n  test_if ")) << r.output;
+    EXPECT_TRUE(has(r, "\n  nhgroup ")) << r.output;
+    EXPECT_FALSE(has(r, "\n  ipnh ")) << r.output; // inactive in the examples' object set
+    EXPECT_TRUE(has(r, "least-covered families")) << r.output;
+}
+
+TEST_F(CoverageOfExamples, UncoveredListsWhatTheRecordsNeverTouched) {
+    Outcome r = planecheck("coverage --uncovered nhgroup " + *serial_);
+    EXPECT_EQ(r.status, 0) << r.output;
+    EXPECT_EQ(r.output.rfind("nhgroup: ", 0), 0u) << r.output;
+    size_t read_only = r.output.find("  read-only attributes:\n");
+    ASSERT_NE(read_only, std::string::npos) << r.output;
+    EXPECT_NE(r.output.find("    npu_bmap\n", read_only), std::string::npos) << r.output;
+    EXPECT_FALSE(has(r, "    fec_id\n")) << r.output; // hello.yaml sets it
+
+    Outcome none = planecheck("coverage --uncovered ipnh " + *serial_);
+    EXPECT_TRUE(has(none, "ipnh: no record of this type ran\n")) << none.output;
+    EXPECT_TRUE(has(none, "    nh_addr\n")) << none.output;
+}
+
+TEST_F(CoverageOfExamples, PartsOfAParallelRunMergeToTheSerialReport) {
+    ASSERT_EQ(ran_parallel_, 0);
+    EXPECT_EQ(read_file(*parallel_), read_file(*serial_));
+    Outcome twice = planecheck("coverage --json " + *serial_ + " " + *parallel_);
+    EXPECT_EQ(twice.status, 0) << twice.output;
+    Outcome once = planecheck("coverage --json " + *serial_);
+    // the same types and attributes, twice the records
+    EXPECT_EQ(twice.output.substr(0, twice.output.find("\"operations\"")), once.output.substr(0, once.output.find("\"operations\"")));
+    EXPECT_NE(twice.output, once.output);
+}
+
+TEST(CoverageCommand, UnreadableReportsAndUnknownTypesExitWithStatus2) {
+    std::string garbled = temp_path();
+    std::ofstream(garbled) << "{ \"planecheck_coverage\": 1,\n  \"types\": [\n";
+    Outcome r = planecheck("coverage " + garbled);
+    EXPECT_EQ(r.status, 2) << r.output;
+    EXPECT_TRUE(has(r, garbled + ":")) << r.output;
+    EXPECT_TRUE(has(r, "types covered:       0 of 315")) << r.output; // the readable rest is still shown
+
+    Outcome unknown = planecheck("coverage --uncovered no_such_type " + garbled);
+    EXPECT_EQ(unknown.status, 2);
+    EXPECT_TRUE(has(unknown, "there is no object type 'no_such_type'")) << unknown.output;
+
+    Outcome unwritable = planecheck("run -q --coverage /nonexistent/dir/c.json " + std::string(PC_SOURCE_DIR) + "/examples/hello.yaml");
+    EXPECT_EQ(unwritable.status, 2);
+    EXPECT_TRUE(has(unwritable, "cannot write the coverage report to /nonexistent/dir/c.json")) << unwritable.output;
+    std::remove(garbled.c_str());
+}
+
+} // namespace

@@ -1,5 +1,12 @@
 #include "record_lint.hpp"
 
+#include "planecheck/session.hpp"
+
+#include <fmt/format.h>
+
+#include <cerrno>
+#include <cmath>
+#include <cstdlib>
 #include <memory>
 #include <string_view>
 #include <unordered_set>
@@ -40,7 +47,63 @@ void lint_object(const engine::TypeDesc &t, const JSON_Object *o, bool element, 
     }
 }
 
+std::string text_number_problem(const char *text, int64_t min, uint64_t max) {
+    int32_t status;
+    if (pc::support::status_from_name(text, status)) return "";
+    char *end = nullptr;
+    errno = 0;
+    bool negative = text[0] == '-';
+    long long s = negative ? std::strtoll(text, &end, 0) : 0;
+    unsigned long long u = negative ? 0 : std::strtoull(text, &end, 0);
+    if (end == text || !end || *end) return "is not a number or a status name";
+    if (errno == ERANGE) return "does not fit in 64 bits";
+    return negative ? (s < min ? "is out of range" : "") : (u > max ? "is out of range" : "");
+}
+
 } // namespace
+
+std::string whole_number_problem(const JSON_Value *v, int64_t min, uint64_t max) {
+    std::string problem;
+    int64_t i;
+    uint64_t u;
+    switch (json_value_get_type(v)) {
+    case JSONBoolean: return "";
+    case JSONString: problem = text_number_problem(json_value_get_string(v), min, max); break;
+    case JSONNumber:
+        if (pc_json_get_uint64(v, &u)) problem = u > max ? "is out of range" : "";
+        else if (pc_json_get_int64(v, &i)) problem = i < min ? "is out of range" : "";
+        else if (double d = json_value_get_number(v); !std::isfinite(d)) problem = "is not a finite number";
+        else if (std::trunc(d) < double(min) || std::trunc(d) >= double(max) + 1.0) problem = "is out of range";
+        break;
+    default: problem = "is not a number"; break;
+    }
+    if (problem.empty()) return "";
+    if (problem == "is out of range") problem = fmt::format("is out of range ({} to {})", min, max);
+    return problem;
+}
+
+ValueProblem unreadable_number(const engine::TypeDesc &type, const JSON_Value *records, bool sdk_side) {
+    const JSON_Array *list = json_value_get_array(records);
+    auto check = [](const JSON_Value *v, const char *key, uint64_t max) -> ValueProblem {
+        std::string problem = whole_number_problem(v, max == UINT32_MAX ? INT32_MIN : INT64_MIN, max);
+        if (problem.empty()) return {};
+        return {v, fmt::format("{}: the value {}", key, problem)};
+    };
+    for (size_t i = 0; list && i < json_array_get_count(list); ++i) {
+        const JSON_Object *record = json_value_get_object(json_array_get_value(list, i));
+        if (type.count_key)
+            if (const JSON_Value *v = json_object_get_value(record, type.count_key))
+                if (auto p = check(v, type.count_key, UINT32_MAX); p.at) return p;
+        if (const JSON_Value *v = json_object_get_value(record, "router"))
+            if (auto p = check(v, "router", UINT64_MAX); p.at) return p;
+        if (const JSON_Value *v = json_object_get_value(record, "rc"); v && sdk_side)
+            if (auto p = check(v, "rc", UINT32_MAX); p.at) return p;
+        const JSON_Array *results = json_value_get_array(json_object_get_value(record, "npu_result"));
+        for (size_t n = 0; n < json_array_get_count(results); ++n)
+            if (auto p = check(json_array_get_value(results, n), "npu_result", UINT32_MAX); p.at) return p;
+    }
+    return {};
+}
 
 void lint_records(const engine::TypeDesc &type, const JSON_Value *records, const UnknownKey &report) {
     const JSON_Array *list = json_value_get_array(records);

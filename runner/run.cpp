@@ -57,6 +57,9 @@ public:
                 return invalid(error);
             }
         }
+        if (result_.steps == 0) // like a test runner that collected nothing: not a pass
+            return invalid({result_.path, reader_.steps_at().line, reader_.steps_at().column,
+                            "the file has no steps; a scenario runs at least one step under steps:"});
         finish();
         return result_;
     }
@@ -260,6 +263,8 @@ private:
         if (sdk && !json_value_get_object(sdk)) return fail_at(sdk, "sdk: takes a mapping such as { test_if: [ { op: create, rc: 0 } ] }");
         if (sdk && reader_.config().mode != 1)
             return fail_at(sdk, "sdk: answers client calls, and this file runs in server mode (config: mode: server)");
+        if (std::string p = refuse_unreadable_numbers(o, false); !p.empty()) return p;
+        if (std::string p = sdk ? refuse_unreadable_numbers(json_value_get_object(sdk), true) : ""; !p.empty()) return p;
         if (options_.check_only) {
             check_->send(body, sdk);
             print_findings();
@@ -325,6 +330,24 @@ private:
         if (!json_object_get_value(step, "batch_crud")) lint_type(step);
     }
 
+    // Values that the library reads as whole numbers without a check of its own are refused
+    // before the step runs, rather than read as something the file did not say.
+    std::string refuse_unreadable_numbers(const JSON_Object *step, bool sdk_side) {
+        auto check_type = [sdk_side](const JSON_Object *by_type) {
+            JSON_Value *records = nullptr;
+            const engine::TypeDesc *type = engine::first_type(by_type, records);
+            return type ? unreadable_number(*type, records, sdk_side) : ValueProblem{};
+        };
+        ValueProblem p;
+        if (const JSON_Array *batch = json_value_get_array(json_object_get_value(step, "batch_crud"))) {
+            for (size_t i = 1; i < json_array_get_count(batch) && !p.at; ++i)
+                p = check_type(json_value_get_object(json_array_get_value(batch, i)));
+        } else {
+            p = check_type(step);
+        }
+        return p.at ? fail_at(p.at, p.message) : "";
+    }
+
     void lint_type(const JSON_Object *records_by_type) {
         JSON_Value *records = nullptr;
         const engine::TypeDesc *type = engine::first_type(records_by_type, records);
@@ -361,6 +384,7 @@ private:
     std::string dump(const Step &step, JSON_Value *body) {
         const JSON_Object *o = json_value_get_object(body);
         if (!o) return fail_at(body, "dump: takes a mapping such as { test_if: [ { op: get, key_a: 1 } ] }");
+        if (std::string p = refuse_unreadable_numbers(o, false); !p.empty()) return p;
         if (options_.check_only) {
             check_->dump(body);
             print_findings();
@@ -412,6 +436,8 @@ private:
                 return fail_at(status, fmt::format("unknown status '{}' (a number or a name such as ENOMEM)", text));
             if (json_value_get_type(status) != JSONString && json_value_get_type(status) != JSONNumber)
                 return fail_at(status, "status: is a number or a name such as ENOMEM");
+            if (std::string p = whole_number_problem(status, INT32_MIN, UINT32_MAX); !p.empty())
+                return fail_at(status, "status: the value " + p);
             if (!options_.check_only)
                 simplane::arm_injection(json_value_get_string(op), int32_t(json_value_get_constant(status)), uint32_t(n));
         } else {
@@ -419,8 +445,12 @@ private:
             if (!list || json_array_get_count(list) > PC_MAX_NPUS)
                 return fail_at(body, "npu_result: needs results: a list of at most 64 per-NPU results");
             std::vector<uint32_t> results;
-            for (size_t i = 0; i < json_array_get_count(list); ++i)
-                results.push_back(uint32_t(json_value_get_constant(json_array_get_value(list, i))));
+            for (size_t i = 0; i < json_array_get_count(list); ++i) {
+                const JSON_Value *result = json_array_get_value(list, i);
+                if (std::string p = whole_number_problem(result, INT32_MIN, UINT32_MAX); !p.empty())
+                    return fail_at(result, "results: the value " + p);
+                results.push_back(uint32_t(json_value_get_constant(result)));
+            }
             if (!options_.check_only) simplane::arm_npu_results(json_value_get_string(op), results, uint32_t(n));
         }
         if (!options_.check_only) report(step, kind + " " + json_value_get_string(op), 0, 0);

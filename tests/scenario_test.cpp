@@ -55,11 +55,19 @@ TEST(Scenario, AnchorsLiveWithinAStepOrBeforeTheSteps) {
     EXPECT_TRUE(local.passed());
 }
 
-TEST(Scenario, AnEmptyFileIsAValidScenarioWithoutSteps) {
-    pc::runner::FileResult r = run_text("");
-    EXPECT_FALSE(r.invalid);
-    EXPECT_EQ(r.steps, 0u);
-    EXPECT_TRUE(r.passed());
+// A file that runs nothing must not pass, like a test runner that collected nothing.
+TEST(Scenario, AFileWithoutStepsIsRefusedAtItsStepsOrItsStart) {
+    const std::pair<const char *, const char *> cases[] = {
+        {"", ":1:1: the file has no steps"},
+        {"name: nothing\n", ":1:1: the file has no steps"},
+        {"name: nothing\nsteps: []\n", ":2:1: the file has no steps"},
+    };
+    for (const auto &[text, message] : cases) {
+        pc::runner::FileResult r = run_text(text);
+        EXPECT_TRUE(r.invalid) << text;
+        EXPECT_FALSE(r.passed()) << text;
+        EXPECT_NE(r.error.find(message), std::string::npos) << r.error;
+    }
 }
 
 TEST(Scenario, StepsMustHaveExactlyOneKind) {
@@ -68,6 +76,58 @@ TEST(Scenario, StepsMustHaveExactlyOneKind) {
     EXPECT_NE(two.error.find("a step has one kind; 'send' and 'expect' are both here"), std::string::npos) << two.error;
     pc::runner::FileResult none = run_text("steps:\n  - name: only a name\n");
     EXPECT_NE(none.error.find("the step has no kind"), std::string::npos) << none.error;
+}
+
+// Each of these used to be dropped or read as something else; now the file is refused at the value.
+TEST(Scenario, InputThatCannotBeHonouredIsRefusedWhereItStands) {
+    struct Case {
+        const char *text, *error;
+    } cases[] = {
+        {"steps:\n  - expect: { mismatches: 0 }\n---\nsteps:\n  - expect: { mismatches: 9 }\n",
+         "3:1: a second YAML document starts here"},
+        {"name: a\nname: b\nsteps:\n  - expect: { mismatches: 0 }\n", "2:1: 'name' is given twice (first at line 1)"},
+        {"config: { npus: 2 }\nconfig: { npus: 8 }\nsteps:\n  - expect: { mismatches: 0 }\n",
+         "2:1: 'config' is given twice (first at line 1)"},
+        {"steps:\n  - send: { test_if: [ { op: create, key_a: 0x1ffffffffffffffff } ] }\n",
+         "2:45: the integer 0x1ffffffffffffffff does not fit in 64 bits"},
+        {"steps:\n  - send: { test_if: [ { op: create, key_a: 18446744073709551616 } ] }\n",
+         "2:45: the integer 18446744073709551616 does not fit in 64 bits"},
+        {"steps:\n  - send: { test_if: [ { op: create, key_a: -9223372036854775809 } ] }\n",
+         "2:45: the integer -9223372036854775809 does not fit in 64 bits"},
+        {"steps:\n  - inject: { op: \"test_if create\", status: 1e400 }\n", "2:45: status: the value is not a finite number"},
+        {"steps:\n  - inject: { op: \"test_if create\", status: .nan }\n", "2:45: status: the value is not a finite number"},
+        {"steps:\n  - inject: { op: \"test_if create\", status: 0x100000000 }\n", "2:45: status: the value is out of range (-2147483648 to 4294967295)"},
+        {"steps:\n  - npu_result: { op: \"test_if get\", results: [0, -.inf] }\n",
+         "2:51: results: the value is not a finite number"},
+        {"steps:\n  - send: { nhgroup: [ { op: create, nhgroup_id: 1, num_paths: 1e400 } ] }\n",
+         "2:64: num_paths: the value is not a finite number"},
+        {"steps:\n  - send: { nhgroup: [ { op: create, nhgroup_id: 1, num_paths: \"0x1ffffffffffffffff\" } ] }\n",
+         "2:64: num_paths: the value does not fit in 64 bits"},
+        {"steps:\n  - send: { test_if: [ { op: get, key_a: 1, npu_result: [ 0, 1e30 ] } ] }\n",
+         "2:62: npu_result: the value is out of range"},
+        {"steps:\n  - send: { test_if: [ { op: get, key_a: 1 } ] }\n    sdk: { test_if: [ { op: get, rc: 1e400 } ] }\n",
+         "3:38: rc: the value is not a finite number"},
+        {"steps:\n  - dump: { test_if: [ { op: get, router: .inf, key_a: 1 } ] }\n",
+         "2:43: router: the value is not a finite number"},
+        {"steps:\n  - send:\n      batch_crud:\n        - batch_params: {}\n"
+         "        - nhgroup: [ { op: create, nhgroup_id: 1, num_paths: -1e300 } ]\n",
+         "5:62: num_paths: the value is out of range"},
+    };
+    for (const auto &c : cases) {
+        pc::runner::FileResult r = run_text(c.text);
+        EXPECT_TRUE(r.invalid) << c.text;
+        EXPECT_EQ(error_after_file(r).rfind(c.error, 0), 0u) << r.error;
+    }
+}
+
+TEST(Scenario, TheWidestIntegersAndAStatusNameStillRead) {
+    pc::runner::FileResult r =
+        run_text("steps:\n  - send: { test_if: [ { op: create, key_a: 1 } ] }\n"
+                 "  - inject: { op: \"test_if create\", status: 0xffffffff }\n"
+                 "  - npu_result: { op: \"test_if get\", results: [4294967295, ENOENT] }\n"
+                 "  - dump: { test_if: [ { op: get, router: 18446744073709551615, key_a: -9223372036854775808 } ] }\n");
+    EXPECT_FALSE(r.invalid) << r.error;
+    EXPECT_EQ(r.steps, 4u);
 }
 
 } // namespace

@@ -3,6 +3,7 @@
 #include "planecheck/support.h"
 #include "recorder_sink.hpp"
 
+#include <cerrno>
 #include <cmath>
 #include <cstring>
 
@@ -15,6 +16,15 @@ std::string printed(PROCESS *context, pc_value_printer printer, const void *valu
 }
 
 } // namespace
+
+namespace pc::support {
+
+int64_t truncated(double d) {
+    if (!(d >= -9223372036854775808.0 && d < 18446744073709551616.0)) return 0; // NaN, infinities, beyond 64 bits
+    return d >= 9223372036854775808.0 ? int64_t(uint64_t(d)) : int64_t(d);
+}
+
+} // namespace pc::support
 
 extern "C" {
 
@@ -57,7 +67,7 @@ int64_t json_value_get_constant(const JSON_Value *value) {
         uint64_t u;
         if (pc_json_get_int64(value, &i)) return i;
         if (pc_json_get_uint64(value, &u)) return int64_t(u);
-        return int64_t(std::trunc(json_value_get_number(value)));
+        return pc::support::truncated(json_value_get_number(value));
     }
     case JSONBoolean: return json_value_get_boolean(value);
     case JSONString: {
@@ -65,10 +75,13 @@ int64_t json_value_get_constant(const JSON_Value *value) {
         int32_t status;
         if (pc::support::status_from_name(s, status)) return status;
         char *end = nullptr;
+        errno = 0;
         long long v = std::strtoll(s, &end, 0);
-        if (end && *end == '\0' && end != s) return v;
+        if (end && *end == '\0' && end != s && errno != ERANGE) return v;
+        errno = 0;
         unsigned long long u = std::strtoull(s, &end, 0);
-        return end && *end == '\0' && end != s ? int64_t(u) : 0;
+        // text that does not fit 64 bits reads as 0, like any other text that is no number
+        return end && *end == '\0' && end != s && errno != ERANGE ? int64_t(u) : 0;
     }
     default: return 0;
     }

@@ -74,7 +74,11 @@ void compare_members(const TypeDesc &type, const RecordMembers &members, PROCESS
 }
 
 // A number probe reads as %ld after truncation toward zero; from 2^63 up it converts as unsigned.
-long probe_number(double d) { return d >= 9223372036854775808.0 ? long(static_cast<unsigned long>(d)) : long(d); }
+// Numbers beyond 64 bits (and NaN, the infinities) probe as 0: their conversion would be undefined.
+long probe_number(double d) {
+    if (!(d >= -9223372036854775808.0 && d < 18446744073709551616.0)) return 0;
+    return d >= 9223372036854775808.0 ? long(static_cast<unsigned long>(d)) : long(d);
+}
 
 void compare_state(const TypeDesc &type, const JSON_Object *record, PROCESS *context, Obj obj) {
     const JSON_Object *state = json_value_get_object(json_object_get_value(record, "npd_state"));

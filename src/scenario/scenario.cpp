@@ -2,7 +2,10 @@
 
 #include "planecheck/platform_types.h"
 
+#include <fmt/format.h>
+
 #include <cstring>
+#include <map>
 
 namespace pc::runner {
 
@@ -27,6 +30,7 @@ bool ScenarioReader::read_header(yaml::LoadError &error) {
         error.message = "a scenario is a mapping with name:, config: and steps: (" + error.message + ")";
         return false;
     }
+    std::map<std::string, uint32_t> seen; // key -> its line: a repeated key would silently win
     for (;;) {
         std::string key;
         json::Position at;
@@ -34,9 +38,15 @@ bool ScenarioReader::read_header(yaml::LoadError &error) {
         if (!reader_.next_key(key, at, end, error)) return false;
         if (end) {
             finished_ = true;
-            return true;
+            return reader_.end_document(error);
+        }
+        if (auto [it, first] = seen.emplace(key, at.line); !first) {
+            error = {path_, at.line, at.column,
+                     fmt::format("'{}' is given twice (first at line {}); a key may appear once", key, it->second)};
+            return false;
         }
         if (key == "steps") {
+            steps_at_ = at;
             if (!reader_.begin_sequence(error)) return false;
             in_steps_ = true;
             return true;
@@ -108,7 +118,7 @@ bool ScenarioReader::after_steps(bool &done, yaml::LoadError &error) {
     }
     finished_ = true;
     done = true;
-    return true;
+    return reader_.end_document(error);
 }
 
 bool ScenarioReader::next_step(Step &step, bool &done, yaml::LoadError &error) {

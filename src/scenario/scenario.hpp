@@ -40,6 +40,8 @@ public:
     const Config &config() const { return config_; }
     const std::string &path() const { return path_; }
     size_t bytes_read() const { return reader_.bytes_read(); }
+    // Where "steps:" is, or the file's start when it has none.
+    json::Position steps_at() const { return steps_at_; }
 
 private:
     bool read_config(const JSON_Value *value, yaml::LoadError &error);
@@ -51,6 +53,7 @@ private:
     yaml::Reader reader_;
     Arena header_arena_{4096};
     Arena step_arena_;
+    json::Position steps_at_{1, 1};
     bool in_steps_ = false;
     bool finished_ = false;
     size_t steps_read_ = 0;

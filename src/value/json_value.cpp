@@ -45,17 +45,10 @@ bool parse_integer(std::string_view text, JSON_Value *&out, Arena &arena, Positi
     errno = 0;
     char *end = nullptr;
     uint64_t magnitude = std::strtoull(buffer.c_str(), &end, base);
-    if (errno == ERANGE) {
-        out = make_number(arena, negative ? -std::strtod(buffer.c_str(), nullptr) : std::strtod(buffer.c_str(), nullptr), at);
-        return true;
-    }
-    if (!negative) {
-        out = make_unsigned(arena, magnitude, at);
-    } else if (magnitude <= uint64_t(std::numeric_limits<int64_t>::max()) + 1) {
-        out = make_integer(arena, int64_t(0 - magnitude), at);
-    } else {
-        out = make_number(arena, -double(magnitude), at);
-    }
+    out = nullptr; // an integer that does not fit 64 bits: refused by the caller, never rounded
+    if (errno == ERANGE) return true;
+    if (!negative) out = make_unsigned(arena, magnitude, at);
+    else if (magnitude <= uint64_t(std::numeric_limits<int64_t>::max()) + 1) out = make_integer(arena, int64_t(0 - magnitude), at);
     return true;
 }
 
@@ -161,7 +154,7 @@ JSON_Value *resolve_plain_scalar(Arena &arena, std::string_view text, Position a
     if (is_one_of(text, {"true", "True", "TRUE"})) return make_bool(arena, true, at);
     if (is_one_of(text, {"false", "False", "FALSE"})) return make_bool(arena, false, at);
     JSON_Value *v = nullptr;
-    if (parse_integer(text, v, arena, at)) return v;
+    if (parse_integer(text, v, arena, at)) return v; // null for an integer wider than 64 bits
     if (parse_float(text, v, arena, at)) return v;
     return make_string(arena, text, at);
 }

@@ -60,7 +60,8 @@ JSON_Value *make_array(Arena &arena, JSON_Value *const *items, size_t count, Pos
 JSON_Value *make_object(Arena &arena, const char *const *names, JSON_Value *const *values, size_t count,
                         Position at);
 
-// Parses a plain (unquoted) YAML scalar the way the YAML core schema resolves it.
+// Parses a plain (unquoted) YAML scalar the way the YAML core schema resolves it. Null for an
+// integer that does not fit 64 bits (below -2^63 or above 2^64 - 1, decimal, hex or octal).
 JSON_Value *resolve_plain_scalar(Arena &arena, std::string_view text, Position at);
 
 } // namespace pc::json

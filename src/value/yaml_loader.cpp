@@ -225,6 +225,9 @@ struct NodeBuilder {
         const char *tag = reinterpret_cast<const char *>(e.data.scalar.tag);
         bool as_string = !e.data.scalar.plain_implicit || (tag && std::strcmp(tag, YAML_STR_TAG) == 0);
         out = as_string ? json::make_string(arena, text, at) : json::resolve_plain_scalar(arena, text, at);
+        if (!out)
+            return fail(at, "the integer " + std::string(text) +
+                                " does not fit in 64 bits (-9223372036854775808 to 18446744073709551615)");
         ++nodes;
         remember_anchor(e.data.scalar.anchor, out, 1);
         consume(impl);
@@ -312,6 +315,25 @@ JSON_Value *Reader::read_value(Arena &arena, LoadError &error) {
     return builder.build(out, 0) ? out : nullptr;
 }
 
+bool Reader::end_document(LoadError &error) {
+    for (;;) {
+        if (!peek(*impl_, name_, error)) return false;
+        const yaml_event_t &e = impl_->event;
+        if (e.type == YAML_STREAM_END_EVENT) return true;
+        json::Position at = position_of(e.start_mark);
+        if (e.type == YAML_DOCUMENT_END_EVENT) {
+            consume(*impl_);
+            continue;
+        }
+        if (e.type == YAML_DOCUMENT_START_EVENT)
+            error = {name_, at.line, at.column, "a second YAML document starts here; a file holds one document, "
+                                                "and nothing after the first would be read"};
+        else
+            error = {name_, at.line, at.column, std::string("expected the end of the document, found ") + event_name(e.type)};
+        return false;
+    }
+}
+
 size_t Reader::bytes_read() const { return impl_->parser_ready ? impl_->parser.mark.index : 0; }
 
 void Reader::forget_anchors_of(const Arena &arena) {
@@ -331,7 +353,8 @@ JSON_Value *load_with(Reader &reader, Arena &arena, LoadError &error) {
     bool empty = false;
     if (!reader.begin_document(empty, error)) return nullptr;
     if (empty) return json::make_null(arena, {1, 1});
-    return reader.read_value(arena, error);
+    JSON_Value *value = reader.read_value(arena, error);
+    return value && reader.end_document(error) ? value : nullptr;
 }
 
 } // namespace

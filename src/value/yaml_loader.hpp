@@ -49,6 +49,8 @@ public:
     bool at_sequence_end(bool &end, LoadError &error);
     // Reads one whole node (scalar, sequence, mapping or alias).
     JSON_Value *read_value(Arena &arena, LoadError &error);
+    // After the document's top node: the end of the file must follow; a second document is refused.
+    bool end_document(LoadError &error);
 
     // Anchors defined in values read into `arena` before its latest reset are forgotten.
     void forget_anchors_of(const Arena &arena);
@@ -66,8 +68,8 @@ private:
     size_t alias_nodes_ = 0;
 };
 
-// Loads the first document of a file whole. Returns null on error (error filled); an empty
-// file gives a JSON null.
+// Loads the document of a file whole. Returns null on error (error filled), a second document
+// included; an empty file gives a JSON null.
 JSON_Value *load_file(const std::string &path, Arena &arena, LoadError &error);
 JSON_Value *load_string(const std::string &text, const std::string &name, Arena &arena, LoadError &error);
 

@@ -42,6 +42,9 @@ struct Context {
 
 // Status names ("ENOENT") and the don't-care value, as scenarios may write them.
 bool status_from_name(const std::string &name, int32_t &status);
+// A number truncated toward zero to 64 bits (from 2^63 up as unsigned); 0 for NaN, the
+// infinities and numbers beyond 64 bits, whose conversion would be undefined.
+int64_t truncated(double d);
 const char *status_name(int32_t status_class);
 
 // Reports a scenario value that cannot be converted: one level-1 line naming the attribute,

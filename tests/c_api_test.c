@@ -1,6 +1,7 @@
 /* A runner written in C: the public headers compile as C, and a step runs with its mismatches
  * counted and its log lines delivered. */
 #include "planecheck/planecheck.h"
+#include "planecheck/simplane.h"
 #include "planecheck/support.h"
 
 #include <stdio.h>
@@ -31,6 +32,16 @@ int main(void) {
     int ok = pc_session_count(context.session, PC_STAT_MISMATCH) == 1 && lines == 1 &&
              strcmp(last, "dpa_test_if_create: EEXIST, received 17 expected 0\n") == 0;
     pc_session_free(context.session);
+
+    /* a second context with its own data plane: test_if 1 of the first one is not there */
+    simplane_instance *plane = simplane_instance_new();
+    simplane_instance *before = simplane_bind(plane);
+    context.session = pc_session_new();
+    pc_session_set_log(context.session, collect, NULL);
+    json_send_object_client(pc_test_parse("{test_if: [ {op: create, key_a: 1} ]}"), &context);
+    ok = ok && pc_session_count(context.session, PC_STAT_MISMATCH) == 0 && simplane_bind(before) == plane;
+    pc_session_free(context.session);
+    simplane_instance_free(plane);
     printf("%s\n", ok ? "c api: 1 passed, 0 failed" : "c api: 0 passed, 1 failed");
     return ok ? 0 : 1;
 }

@@ -5,13 +5,19 @@ JOBS ?= $(shell nproc)
 DEPS := cmake ninja-build g++ pkg-config libyaml-dev libfmt-dev libcli11-dev \
         libgtest-dev libgmock-dev libbenchmark-dev
 
-.PHONY: all deps configure build run test bench bench-limit asan clean
+# The fuzz targets need clang and its runtime libraries (libFuzzer, the sanitizers).
+FUZZ_DEPS := clang-14 libclang-rt-14-dev
+FUZZ_TARGETS := loader send receive convert
+FUZZ_SECONDS ?= 60
+
+.PHONY: all deps configure build run test bench bench-limit asan fuzz-deps fuzz-build fuzz clean
 
 all: build
 
-deps:
+# Installs the Debian packages of a list that are missing (as root), or says which to install.
+define install_missing
 	@missing=""; \
-	for p in $(DEPS); do dpkg-query -W -f='$${Status}' $$p 2>/dev/null | grep -q "ok installed" || missing="$$missing $$p"; done; \
+	for p in $(1); do dpkg-query -W -f='$${Status}' $$p 2>/dev/null | grep -q "ok installed" || missing="$$missing $$p"; done; \
 	if [ -n "$$missing" ]; then \
 	  if [ "$$(id -u)" = 0 ]; then \
 	    echo "installing:$$missing"; \
@@ -21,6 +27,10 @@ deps:
 	    echo "install them with: sudo apt-get install$$missing"; exit 1; \
 	  fi; \
 	fi
+endef
+
+deps:
+	$(call install_missing,$(DEPS))
 
 configure: deps
 	@cmake --preset $(PRESET) >/dev/null
@@ -49,5 +59,26 @@ asan: deps
 	@cmake --build --preset asan -j $(JOBS)
 	ctest --preset asan -j $(JOBS)
 
+fuzz-deps:
+	$(call install_missing,$(DEPS) $(FUZZ_DEPS))
+
+fuzz-build: fuzz-deps
+	@cmake --preset fuzz >/dev/null
+	@cmake --build --preset fuzz -j $(JOBS)
+
+# Runs each fuzz target for FUZZ_SECONDS, from its checked-in seeds (fuzz/corpus/TARGET, only read)
+# and what earlier runs found (build-fuzz/corpus/TARGET). A finding stops the run with its input
+# saved under build-fuzz/findings/ and a nonzero exit.
+fuzz: fuzz-build
+	@mkdir -p build-fuzz/findings
+	@set -e; for t in $(FUZZ_TARGETS); do \
+	  mkdir -p build-fuzz/corpus/$$t; \
+	  echo "fuzzing $$t for $(FUZZ_SECONDS) s"; \
+	  build-fuzz/fuzz/$${t}_fuzz -max_total_time=$(FUZZ_SECONDS) -timeout=30 -rss_limit_mb=2048 -print_final_stats=1 \
+	    -dict=fuzz/scenario.dict -artifact_prefix=build-fuzz/findings/$$t- \
+	    build-fuzz/corpus/$$t fuzz/corpus/$$t 2>build-fuzz/$$t.log || { tail -60 build-fuzz/$$t.log; exit 1; }; \
+	  grep -E "stat::number_of_executed_units|Done [0-9]+ runs" build-fuzz/$$t.log || true; \
+	done
+
 clean:
-	rm -rf build build-asan
+	rm -rf build build-asan build-fuzz

@@ -30,6 +30,7 @@ public:
     FileRun(const std::string &path, const Options &options) : options_(options) { result_.path = path; }
 
     FileResult run() {
+        simplane::Binding bound(plane_); // the file's own data plane, for every call this run makes
         ending::set_pending_output(write_pending_of_running);
         yaml::LoadError error;
         if (!reader_.open(result_.path, error) || !reader_.read_header(error)) return invalid(error);
@@ -522,6 +523,7 @@ private:
     const Step *current_step_ = nullptr;
     std::string label_, last_error_;
     ScenarioReader reader_;
+    simplane::Instance plane_; // objects, handles, injections and NPU results of this file only
     pc::support::Context context_;
     uint32_t current_line_ = 0;
     const JSON_Value *problem_at_ = nullptr;

@@ -3,6 +3,7 @@
  * delivered. */
 #include "planecheck/loader.h"
 #include "planecheck/planecheck.h"
+#include "planecheck/simplane.h"
 #include "planecheck/support.h"
 
 #include <stdio.h>
@@ -114,6 +115,25 @@ static void a_step_runs_with_its_mismatch_counted_and_logged(void) {
     pc_session_free(context.session);
 }
 
+/* a second context with its own data plane: test_if 1 of the first one is not there */
+static void a_second_context_has_its_own_data_plane(void) {
+    PROCESS context;
+    memset(&context, 0, sizeof context);
+    context.mode = 1;
+    simplane_instance *plane = simplane_instance_new();
+    simplane_instance *before = simplane_bind(plane);
+    context.session = pc_session_new();
+    pc_session_set_log(context.session, collect, NULL);
+    pc_document *step = pc_load_string("{test_if: [ {op: create, key_a: 1} ]}", "c_api_test", NULL);
+    CHECK(step != NULL);
+    if (step) json_send_object_client(pc_document_root(step), &context);
+    CHECK(pc_session_count(context.session, PC_STAT_MISMATCH) == 0);
+    CHECK(simplane_bind(before) == plane);
+    pc_document_free(step);
+    pc_session_free(context.session);
+    simplane_instance_free(plane);
+}
+
 int main(int argc, char **argv) {
     if (argc != 2) {
         fprintf(stderr, "usage: c_api_test SCENARIO_DIR\n");
@@ -123,6 +143,7 @@ int main(int argc, char **argv) {
     documents_keep_values_lines_and_integers();
     scenarios_are_read_config_first_then_step_by_step(argv[1]);
     a_step_runs_with_its_mismatch_counted_and_logged();
+    a_second_context_has_its_own_data_plane();
     printf("c api: %s\n", failures ? "FAILED" : "passed");
     return failures ? 1 : 0;
 }

@@ -2,7 +2,6 @@
 #include "planecheck/platform_api.h"
 #include "store.hpp"
 
-#include <unordered_map>
 #include <vector>
 
 struct ofa_batch_list_s {
@@ -16,23 +15,12 @@ struct ofa_batch_list_s {
     size_t cursor = 0;
 };
 
-namespace {
-struct Outcome {
-    int32_t rc = 0;
-    bool did_not_run = true;
-};
-// outcomes of queued objects, by object, until their list is destroyed
-std::unordered_map<ofa_client_obj_base_t, Outcome> &outcomes() {
-    static std::unordered_map<ofa_client_obj_base_t, Outcome> map;
-    return map;
-}
-} // namespace
 
 int32_t simplane::batch_enqueue(ofa_batch_list_t list, Obj obj, uint16_t type, uint8_t op) {
     if (!list || !obj || op < DPA_OP_CREATE || op > DPA_OP_GET_NEXT) return kEinval;
     header(obj, type).op = op;
     list->entries.push_back({obj, type, op});
-    outcomes()[obj] = {};
+    batch_outcome(obj) = {};
     return kEok;
 }
 
@@ -47,7 +35,7 @@ void ofa_batch_list_set_continue_on_error(ofa_batch_list_t list, uint8_t flag) {
 int32_t ofa_batch_list_send(ofa_batch_list_t list) {
     int32_t first_failure = simplane::kEok;
     for (auto &e : list->entries) {
-        Outcome &o = outcomes()[e.obj];
+        simplane::BatchOutcome &o = simplane::batch_outcome(e.obj);
         if (first_failure && !list->continue_on_error) continue;
         o.rc = simplane::run(e.obj, e.type, e.op, false);
         o.did_not_run = false;
@@ -63,7 +51,7 @@ ofa_client_obj_base_t ofa_batch_list_iterate(ofa_batch_list_t list) {
 
 void ofa_batch_list_dtor_all(ofa_batch_list_t list) {
     for (auto &e : list->entries) {
-        outcomes().erase(e.obj);
+        simplane::forget_batch_outcome(e.obj);
         simplane::destroy(e.obj, e.type);
     }
     delete list;
@@ -72,7 +60,7 @@ void ofa_batch_list_dtor_all(ofa_batch_list_t list) {
 uint8_t ofa_client_base_get_table_op(ofa_client_obj_base_t entry) {
     return static_cast<dpa_inst_hdr_t *>(entry->data)->op;
 }
-int32_t ofa_client_base_get_rc(ofa_client_obj_base_t entry) { return outcomes()[entry].rc; }
-uint8_t ofa_client_base_get_did_not_run(ofa_client_obj_base_t entry) { return outcomes()[entry].did_not_run; }
+int32_t ofa_client_base_get_rc(ofa_client_obj_base_t entry) { return simplane::batch_outcome(entry).rc; }
+uint8_t ofa_client_base_get_did_not_run(ofa_client_obj_base_t entry) { return simplane::batch_outcome(entry).did_not_run; }
 
 }

@@ -1,10 +1,13 @@
 #include "store.hpp"
 
+#include "planecheck/simplane.h"
+
 #include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <map>
+#include <unordered_map>
 
 namespace simplane {
 namespace {
@@ -94,11 +97,14 @@ struct Armed {
     uint32_t remaining;
 };
 
+} // namespace
+
 struct State {
     Config config;
     std::vector<Store> stores;
     uint64_t next_handle = 0x1001;
     std::vector<Armed> injections, results;
+    std::unordered_map<Obj, BatchOutcome> batch_outcomes; // of queued objects, until their list is destroyed
     LogSink log;
     SdkSide sdk;
 
@@ -111,10 +117,18 @@ struct State {
     }
 };
 
-State &state() {
-    static State s;
-    return s;
+namespace {
+
+// Calls on a thread that has no instance bound use this one: a program that never binds sees one
+// data plane per process, as it would with a real platform library.
+Instance &default_instance() {
+    static Instance instance;
+    return instance;
 }
+
+thread_local Instance *bound = nullptr;
+
+State &state() { return (bound ? *bound : default_instance()).state(); }
 
 void log(int level, const std::string &text) {
     if (state().log) state().log(level, text);
@@ -378,6 +392,24 @@ dpa_inst_hdr_t *instance(Obj obj, uint16_t type, uint32_t index) {
     if (h->type != type) fail("instance of another type", type, obj);
     return h;
 }
+
+Instance::Instance() : state_(std::make_unique<State>()) {}
+Instance::~Instance() = default;
+
+Binding::Binding(Instance &instance) : previous_(bound) { bound = &instance; }
+Binding::~Binding() { bound = previous_; }
+
+// C runners hold instances as an opaque type that is the C++ instance itself.
+extern "C" simplane_instance *simplane_instance_new(void) { return reinterpret_cast<simplane_instance *>(new Instance); }
+extern "C" void simplane_instance_free(simplane_instance *instance) { delete reinterpret_cast<Instance *>(instance); }
+extern "C" simplane_instance *simplane_bind(simplane_instance *instance) {
+    Instance *previous = bound;
+    bound = reinterpret_cast<Instance *>(instance);
+    return reinterpret_cast<simplane_instance *>(previous);
+}
+
+BatchOutcome &batch_outcome(Obj obj) { return state().batch_outcomes[obj]; }
+void forget_batch_outcome(Obj obj) { state().batch_outcomes.erase(obj); }
 
 void configure(const Config &c) { state().config = c; }
 const Config &config() { return state().config; }

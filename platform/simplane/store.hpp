@@ -7,6 +7,7 @@
 
 #include <cstdint>
 #include <functional>
+#include <memory>
 #include <optional>
 #include <string>
 #include <vector>
@@ -43,6 +44,45 @@ void print_self(Obj obj, uint16_t type, dpa_print_opts_t options, int flags);
 Obj typed(Obj base, uint16_t type);
 dpa_inst_hdr_t *instance(Obj obj, uint16_t type, uint32_t index);
 int32_t batch_enqueue(ofa_batch_list_t list, Obj obj, uint16_t type, uint8_t op);
+
+// ---- instances ------------------------------------------------------------------------------
+// One data plane: its stores, handle counter, armed injections and NPU results, queued batch
+// outcomes, configuration, log and SDK side. Runners make one per scenario context and bind it
+// to the thread that makes the context's calls, because the platform's C functions take no
+// context. Everything below (and every dpa_ function) works on the calling thread's instance.
+struct State;
+class Instance {
+public:
+    Instance();
+    ~Instance();
+    Instance(const Instance &) = delete;
+    Instance &operator=(const Instance &) = delete;
+    State &state() { return *state_; }
+
+private:
+    std::unique_ptr<State> state_;
+};
+
+// Binds an instance to the calling thread for the binding's lifetime; bindings nest. A thread
+// with no binding uses the process's default instance.
+class Binding {
+public:
+    explicit Binding(Instance &instance);
+    ~Binding();
+    Binding(const Binding &) = delete;
+    Binding &operator=(const Binding &) = delete;
+
+private:
+    Instance *previous_;
+};
+
+// What a batch send left for a queued object, kept until the batch list is destroyed.
+struct BatchOutcome {
+    int32_t rc = 0;
+    bool did_not_run = true;
+};
+BatchOutcome &batch_outcome(Obj obj);
+void forget_batch_outcome(Obj obj);
 
 // ---- set-up by the runner and by tests -------------------------------------------------
 struct Config {

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <memory>
+#include <mutex>
 #include <string_view>
 #include <unordered_map>
 #include <vector>
@@ -28,10 +29,11 @@ TypeIndex build(const TypeDesc &t) {
 }
 
 const TypeIndex &index_of(const TypeDesc &t) {
+    // built on first use; contexts may run on several threads at once
     static std::vector<std::unique_ptr<TypeIndex>> indexes(kTypeCount);
-    auto &slot = indexes[t.number];
-    if (!slot) slot = std::make_unique<TypeIndex>(build(t));
-    return *slot;
+    static std::unique_ptr<std::once_flag[]> built(new std::once_flag[kTypeCount]);
+    std::call_once(built[t.number], [&] { indexes[t.number] = std::make_unique<TypeIndex>(build(t)); });
+    return *indexes[t.number];
 }
 
 } // namespace

@@ -88,6 +88,40 @@ TEST(ReceivedDump, WritesWhatIsSetUnderTheReceiveOperationsName) {
     EXPECT_FALSE(h.context.session.dump_document.empty());
 }
 
+// A platform whose is-set accessors say otherwise than the object's presence bytes.
+struct IsSetAnswers {
+    explicit IsSetAnswers(uint8_t answer) { simplane::force_is_set_answer(answer); }
+    ~IsSetAnswers() { simplane::force_is_set_answer(std::nullopt); }
+};
+
+TEST(ReceivedDump, ScalarsFollowTheObjectsPresenceBytesNotTheIsSetAccessors) {
+    Harness h;
+    Received r(h, "test_if", "{op: create, key_a: 2, attr_a1: 5, eth_obj_testethport_refhdl: 3}", DPA_OP_CREATE);
+    {
+        IsSetAnswers never(0);
+        json_test_if_receive_dump(h.ctx());
+    }
+    EXPECT_EQ(h.context.session.dump_document, "  \"key_a\": 2,\n  \"attr_a1\": 5,\n"); // pairs do follow the accessors
+    h.context.session.dump_document.clear();
+    {
+        IsSetAnswers always(1);
+        json_test_if_receive_dump(h.ctx());
+    }
+    const std::string &doc = h.context.session.dump_document;
+    EXPECT_NE(doc.find("\"ax_obj_testax_refhdl\""), std::string::npos) << doc;
+    EXPECT_EQ(doc.substr(doc.find("\"key_a\"")), "\"key_a\": 2,\n  \"attr_a1\": 5,\n"); // and nothing unset after them
+}
+
+TEST(ReceivedDump, AnElementFlagIsSharedByEveryElement) {
+    Harness h;
+    Received r(h, "nhgroup", "{op: create, nhgroup_id: 4, members: [{forward_class: 6}, {is_protected: true}]}", DPA_OP_CREATE);
+    IsSetAnswers never(0);
+    json_nhgroup_receive_dump(h.ctx());
+    EXPECT_EQ(h.context.session.dump_document, "  \"nhgroup_id\": 4,\n"
+                                               "  \"is_protected\": false,\n  \"forward_class\": 6,\n"
+                                               "  \"is_protected\": true,\n  \"forward_class\": 0,\n");
+}
+
 TEST(ReceivedDump, TheSwitchGoesByTypeNumber) {
     Harness h;
     dpa_inst_hdr_t fake{};

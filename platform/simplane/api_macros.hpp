@@ -39,6 +39,9 @@
     extern "C" int32_t ofa_client_##T##_batch_enq(ofa_batch_list_t l, SP_OBJ o, uint8_t op) { return simplane::batch_enqueue(l, o, N, op); }
 
 #define SP_EOD(T, N) SP_OP(T, N, eod, DPA_OP_EOD)
+// TOP: the number of top-level attributes (key fields and attributes); element attributes follow
+#define SP_PRESENCE(T, N, TOP) \
+    extern "C" uint8_t ofa_##T##_get_presence_flag(SP_OBJ o, uint32_t a) { return simplane::presence_flag(o, N, a, TOP); }
 #define SP_NPU_MASK(T, N) \
     extern "C" void dpa_##T##_set_npu_mask(SP_OBJ o, uint64_t m) { simplane::header(o, N).npu_mask = m; } \
     extern "C" uint64_t dpa_##T##_get_npu_mask(SP_OBJ o) { return simplane::header(o, N).npu_mask; }

@@ -254,8 +254,15 @@ void get(Obj obj, uint16_t type, uint16_t slot, void *out) {
     std::memcpy(out, checked(obj, type) + geometry(l, 0).values + l.top[slot].offset, l.top[slot].width);
 }
 
+namespace {
+std::optional<uint8_t> forced_is_set; // the test hook's answer
+} // namespace
+
+void force_is_set_answer(std::optional<uint8_t> answer) { forced_is_set = answer; }
+
 uint8_t is_set(Obj obj, uint16_t type, uint16_t slot) {
-    return checked(obj, type)[geometry(layout(type), 0).presence + slot];
+    uint8_t present = checked(obj, type)[geometry(layout(type), 0).presence + slot];
+    return forced_is_set.value_or(present);
 }
 
 namespace {
@@ -297,7 +304,20 @@ void get_at(Obj obj, uint16_t type, uint16_t slot, uint32_t index, void *out) {
 uint8_t is_set_at(Obj obj, uint16_t type, uint16_t slot, uint32_t index) {
     const Layout &l = layout(type);
     uint8_t *e = element(obj, type, index, geometry(l, 0), false);
-    return e ? e[slot] : 0;
+    return forced_is_set.value_or(e ? e[slot] : 0);
+}
+
+uint8_t presence_flag(Obj obj, uint16_t type, uint32_t attribute, uint32_t top_attributes) {
+    const Layout &l = layout(type);
+    uint8_t *inst = checked(obj, type);
+    Geometry g = geometry(l, 0);
+    if (attribute < top_attributes) return inst[g.presence + attribute];
+    uint32_t slot = attribute - top_attributes;
+    if (slot >= l.element_count) fail("presence flag of an attribute the type does not have", type, obj);
+    uint32_t count = reinterpret_cast<dpa_inst_hdr_t *>(inst)->elem_count;
+    for (uint32_t i = 0; i < count; ++i)
+        if (inst[g.elements + g.element_stride * i + slot]) return 1;
+    return 0;
 }
 
 void set_retry_mode(Obj obj, uint16_t type, uint8_t retry) {

@@ -34,6 +34,10 @@ uint8_t is_set(Obj obj, uint16_t type, uint16_t slot);
 void set_at(Obj obj, uint16_t type, uint16_t slot, uint32_t index, const void *value);
 void get_at(Obj obj, uint16_t type, uint16_t slot, uint32_t index, void *out);
 uint8_t is_set_at(Obj obj, uint16_t type, uint16_t slot, uint32_t index);
+// The instance's own presence flag of an attribute, read without the is-set accessors. Below
+// `top_attributes` it is the attribute's presence byte; an element attribute has one flag for all
+// elements, set when any element carries the value.
+uint8_t presence_flag(Obj obj, uint16_t type, uint32_t attribute, uint32_t top_attributes);
 void set_retry_mode(Obj obj, uint16_t type, uint8_t retry);
 uint32_t npu_result(Obj obj, uint16_t type, uint32_t npu);
 
@@ -106,6 +110,10 @@ void arm_npu_results(const std::string &op_text, const std::vector<uint32_t> &re
 // the SDK side filled it.
 using SdkSide = std::function<std::optional<int32_t>(uint16_t type, dpa_inst_hdr_t *instance)>;
 void set_sdk_side(SdkSide side);
+
+// Test hook: every is-set accessor answers `answer` whatever the presence bytes hold, as on a
+// platform whose accessors and presence bytes disagree; nullopt restores the normal answers.
+void force_is_set_answer(std::optional<uint8_t> answer);
 
 // Lines simplane writes about what it does: level 0 information, 1 errors.
 using LogSink = std::function<void(int level, const std::string &text)>;

@@ -97,6 +97,7 @@ struct TypeOps {
     Obj (*obj_from_base)(Obj, JSON_Value *, PROCESS *);
     dpa_inst_hdr_t *(*inst_from_batch)(Obj, uint32_t);
     int32_t (*batch_enq)(ofa_batch_list_t, Obj, uint8_t);
+    uint8_t (*get_presence_flag)(Obj, uint32_t attribute); // the object's own flag, by index in attrs
 };
 
 struct TypeDesc {

@@ -7,6 +7,7 @@
 #include "planecheck/platform_api.h"
 
 #include <cstdlib>
+#include <vector>
 
 namespace pc::engine {
 namespace {
@@ -93,10 +94,10 @@ void dump_attribute(const AttrDesc &a, PROCESS *context, Obj view, uint32_t inde
     else kValueTypes[a.value_type].json_dump(context, buffer, a.name);
 }
 
-bool element_flag(const AttrDesc &a, Obj view, uint32_t count) { // one flag per attribute, shared by the elements
-    for (uint32_t i = 0; i < count; ++i)
-        if (a.is_set(view, i)) return true;
-    return false;
+// The received object's own presence flag, not the is-set accessor: a platform may answer the
+// accessor otherwise. An element attribute has one flag, shared by all elements.
+bool present(const TypeDesc &type, const AttrDesc &a, Obj view) {
+    return type.ops->get_presence_flag(view, uint32_t(&a - type.attrs.data())) != 0;
 }
 
 } // namespace
@@ -133,11 +134,14 @@ int receive_dump(const TypeDesc &type, PROCESS *context) {
     alignas(8) uint8_t buffer[kValueBufferMax];
     for (const RoleDesc &role : type.top_roles()) dump_role(role, context, view, 0, buffer);
     for (const AttrDesc &a : type.top())
-        if (a.kind != Kind::ReadOnly && a.is_set(view, 0)) dump_attribute(a, context, view, 0, buffer);
+        if (a.kind != Kind::ReadOnly && present(type, a, view)) dump_attribute(a, context, view, 0, buffer);
+    std::vector<uint8_t> element_present; // read once: the flags are the object's, not the element's
+    if (r.elem_count)
+        for (const AttrDesc &a : type.elements()) element_present.push_back(a.compared && present(type, a, view));
     for (uint32_t i = 0; i < r.elem_count && (type.elements().size() || type.element_roles().size()); ++i) {
         for (const RoleDesc &role : type.element_roles()) dump_role(role, context, view, i, buffer);
-        for (const AttrDesc &a : type.elements())
-            if (a.compared && element_flag(a, view, r.elem_count)) dump_attribute(a, context, view, i, buffer);
+        for (size_t k = 0; k < type.elements().size(); ++k)
+            if (element_present[k]) dump_attribute(type.elements()[k], context, view, i, buffer);
     }
     std::free(view);
     return context->dump_status;

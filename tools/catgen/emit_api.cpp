@@ -110,6 +110,9 @@ void emit_type(std::string &out, const Catalogue &cat, const ObjectType &t) {
     out += fmt::format("ofa_client_obj_base_t ofa_{}_get_obj_from_base(ofa_client_obj_base_t base, JSON_Value *value, PROCESS *context);\n", n);
     out += fmt::format("dpa_inst_hdr_t *ofa_{}_inst_from_batch({}, uint32_t instance);\n", n, O);
     out += fmt::format("int32_t ofa_client_{}_batch_enq(ofa_batch_list_t list, {}, uint8_t op);\n", n, O);
+    // the object's own presence byte of attribute number `attribute` (key fields, attributes,
+    // element attributes, in catalogue order); an element attribute has one, shared by the elements
+    out += fmt::format("uint8_t ofa_{}_get_presence_flag({}, uint32_t attribute);\n", n, O);
     for (const auto *list : {&t.key, &t.attrs, &t.members})
         for (const auto &a : *list) emit_attribute(out, t, a);
     for (const auto &p : t.roles) emit_role(out, cat, t, p);

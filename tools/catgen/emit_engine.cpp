@@ -65,7 +65,7 @@ std::string ops_row(const ObjectType &t) {
         "    {3},\n    {4},\n    dpa_{0}_replay, dpa_{0}_replay_start, dpa_{0}_replay_end, dpa_{0}_set_hdl, dpa_{0}_get_hdl,\n"
         "    dpa_{0}_set_create_opt, dpa_{0}_set_getopt, dpa_{0}_set_retry_mode, dpa_{0}_get_npu_result, {5}, {6},\n"
         "    &chain_walk<{2}, ofa_{0}_chain_walk_with_key>, ofa_{0}_obj_printer_print_self, ofa_{0}_get_obj_from_base,\n"
-        "    ofa_{0}_inst_from_batch, ofa_client_{0}_batch_enq}};\n",
+        "    ofa_{0}_inst_from_batch, ofa_client_{0}_batch_enq, ofa_{0}_get_presence_flag}};\n",
         n, t.sized() ? "dpa_" + n + "_ctor" : "&ctor_plain<dpa_" + n + "_ctor>", K, ops("dpa_"), ops("dpa_srv_"),
         t.npu_mask ? "dpa_" + n + "_set_npu_mask" : "nullptr", t.npu_mask ? "dpa_" + n + "_get_npu_mask" : "nullptr");
 }

@@ -69,6 +69,7 @@ std::string simplane_shard(const Catalogue &cat, int shard) {
                            fmt::format("SP_CTOR_{}({}, {})", t.sized() ? "SIZED" : "PLAIN", n, t.index), n, t.index);
         if (t.eod) out += fmt::format("SP_EOD({}, {})\n", n, t.index);
         if (t.npu_mask) out += fmt::format("SP_NPU_MASK({}, {})\n", n, t.index);
+        out += fmt::format("SP_PRESENCE({}, {}, {})\n", n, t.index, t.key.size() + t.attrs.size());
         int top = 0, element = 0;
         auto attribute = [&](const Attribute &a) {
             bool at = a.kind == Kind::Element;

@@ -106,7 +106,8 @@ const Field *Entry::find(std::string_view name) const {
     return nullptr;
 }
 
-std::string Problem::text() const { return fmt::format("{}:{}: {}", file, line, message); }
+// A file that cannot be opened has no line: its message names the file itself.
+std::string Problem::text() const { return line ? fmt::format("{}:{}: {}", file, line, message) : message; }
 
 Reader::~Reader() {
     if (file_) std::fclose(file_);

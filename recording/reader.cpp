@@ -106,7 +106,8 @@ const Field *Entry::find(std::string_view name) const {
     return nullptr;
 }
 
-std::string Problem::text() const { return fmt::format("{}:{}: {}", file, line, message); }
+// A file that cannot be opened has no line: its message names the file itself.
+std::string Problem::text() const { return line ? fmt::format("{}:{}: {}", file, line, message) : message; }
 
 Reader::~Reader() {
     if (file_) std::fclose(file_);
@@ -140,6 +141,7 @@ bool Reader::read_line(std::string_view &line) {
             line = std::string_view(buffer_.data() + begin_, end_ - begin_); // a last line without newline
             consumed_ += end_ - begin_;
             begin_ = end_;
+            partial_line_ = true;
             ++line_;
             return true;
         }
@@ -189,6 +191,10 @@ bool Reader::next(Record &record) {
         std::string why;
         uint32_t why_line = 0;
         if (parse_record(record, why, why_line)) return true;
+        if (partial_line_) {
+            why = fmt::format("the file ends inside line {} (truncated)", line_);
+            why_line = record.line;
+        }
         report(why_line, fmt::format("record {} (from line {}) cannot be read: {}; it is skipped", record.number, record.line, why));
         if (!pending_open_) skip_to_next_record();
     }

@@ -90,6 +90,7 @@ private:
     size_t consumed_ = 0;
     uint32_t line_ = 0;
     uint64_t records_ = 0, problems_ = 0;
+    bool partial_line_ = false; // the file ended inside a line
     bool pending_open_ = false; // a record's "{" was met while skipping and is not consumed yet
     std::string spill_;         // a line that ran across the buffer's end
     ProblemSink sink_;

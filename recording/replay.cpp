@@ -7,6 +7,7 @@
 
 #include <fmt/format.h>
 
+#include <algorithm>
 #include <cstring>
 #include <deque>
 #include <unordered_map>
@@ -99,6 +100,7 @@ struct Operation {
     std::string body;    // the record's members, without braces
     std::string npu_results; // "5, 7" when the record carries results
     std::string problem;
+    uint32_t problem_line = 0; // the line of the field at fault, else the record's
 };
 
 class Replayer {
@@ -237,15 +239,33 @@ private:
 
     bool fields_text(const TypeDesc &t, const std::vector<Field> &fields, bool element, std::string &out, std::string &why) {
         const TypeIndex &index = index_of(t);
+        bool count_seen = false;
         for (const Field &f : fields) {
-            if (!element && is_control(f.name)) continue;
+            // the NPU id line opens the entry of a type without an NPU mask; a type may also have
+            // an attribute of that name, further down
+            if (!element && &f == &fields.front() && f.name == "npu_id" && !t.npu_mask) continue;
+            if (!element && is_control(f.name) && !index.find(f.name, false)) continue;
             if (!element && t.count_key && f.name == t.count_key) {
-                append(out, f.name, f.value);
-                continue;
+                // the count line follows the attributes (a type may have an attribute of its name
+                // too): the members list is padded to the count instead, which sizes the object
+                // without setting anything
+                // the count line is always written, so the name stands twice where the attribute is set
+                bool attribute = !count_seen && std::count_if(fields.begin(), fields.end(), [&](const Field &g) { return g.name == f.name; }) > 1;
+                count_seen = true;
+                if (!attribute) continue;
             }
             const Target *target = index.find(f.name, element);
+            if (!target && !element && !t.sized()) {
+                // an element attribute of a type without a members list is recorded at the top
+                if ((target = index.find(f.name, true))) {
+                    if (!check(*target, f, why)) return false;
+                    append(loose_element_, f.name, f.name.size() > 7 && ends_with(f.name, "_refhdl") ? handle_text(f.value) : f.value);
+                    continue;
+                }
+            }
             if (!target) {
-                why = fmt::format("\"{}\" (line {}) is no {}attribute of {}", f.name, f.line, element ? "member " : "", t.name);
+                why = fmt::format("\"{}\" is no {}attribute of {}", f.name, element ? "member " : "", t.name);
+                why_line_ = f.line;
                 return false;
             }
             bool handle = ends_with(f.name, "_refhdl");
@@ -254,13 +274,16 @@ private:
                 continue;
             }
             if (target->attr && target->attr->kind == engine::Kind::ReadOnly) continue; // the data plane fills it
-            if (!converts(target->attr, target->role, f, why)) {
-                why += fmt::format(" at line {}", f.line);
-                return false;
-            }
+            if (!check(*target, f, why)) return false;
             append(out, f.name, f.value);
         }
         return true;
+    }
+
+    bool check(const Target &target, const Field &f, std::string &why) {
+        if (ends_with(f.name, "_refhdl") || converts(target.attr, target.role, f, why)) return true;
+        why_line_ = f.line;
+        return false;
     }
 
     static void append(std::string &out, const std::string &name, const std::string &value) {
@@ -271,14 +294,16 @@ private:
     }
 
     bool members_text(const TypeDesc &t, const Entry &e, std::string &out, std::string &why) {
-        size_t count = e.members.size();
-        if (t.has(engine::kSendCountsMembersOnly) && t.count_key)
-            if (const Field *c = e.find(t.count_key)) count = std::max<size_t>(count, std::strtoul(c->value.c_str(), nullptr, 10));
+        size_t count = std::max<size_t>(e.members.size(), loose_element_.empty() ? 0 : 1);
+        if (t.count_key)
+            for (const Field &c : e.fields) // the count line is the last field of the name
+                if (c.name == t.count_key) count = std::max<size_t>(e.members.size(), std::strtoul(c.value.c_str(), nullptr, 10));
         if (count == 0) return true;
         std::string list;
         for (size_t i = 0; i < count; ++i) {
             std::string element;
             if (i < e.members.size() && !fields_text(t, e.members[i].fields, true, element, why)) return false;
+            if (i == 0 && e.members.empty()) element = loose_element_;
             list += (i ? ", {" : "{") + element + "}";
         }
         append(out, "members", "[" + list + "]");
@@ -328,8 +353,11 @@ private:
             return o;
         }
         std::string fields;
+        loose_element_.clear();
+        why_line_ = 0;
         if (!fields_text(t, e.fields, false, fields, why) || !members_text(t, e, fields, why)) {
             o.problem = fmt::format("record {} cannot be replayed: {}; it is left out", r.number, why);
+            o.problem_line = why_line_;
             return o;
         }
         if (!fields.empty()) body += ", " + fields;
@@ -401,7 +429,7 @@ private:
         }
         Operation o = operation(*last);
         if (!o.problem.empty()) {
-            problem({path_, last->line, o.problem});
+            problem({path_, o.problem_line ? o.problem_line : last->line, o.problem});
             return;
         }
         if (injected) arm("inject", o, fmt::format("status: {}, times: {}", kInjectedClass, injected));
@@ -413,7 +441,7 @@ private:
     void emit_standalone_injections(Record &first, std::vector<Record> &chain) {
         auto one = [this](Record &r) {
             Operation o = operation(r);
-            if (!o.problem.empty()) return problem({path_, r.line, o.problem});
+            if (!o.problem.empty()) return problem({path_, o.problem_line ? o.problem_line : r.line, o.problem});
             arm("inject", o, fmt::format("status: {}, times: 1", kInjectedClass));
             add(o, nullptr);
         };
@@ -437,9 +465,10 @@ private:
         Record sent = std::move(ahead_.front());
         ahead_.pop_front();
         Operation o = operation(sent);
-        if (!o.problem.empty()) return problem({path_, sent.line, o.problem});
+        if (!o.problem.empty()) return problem({path_, o.problem_line ? o.problem_line : sent.line, o.problem});
         std::string why, answer = "op: " + op_of(received.entries[0]);
         std::string fields;
+        loose_element_.clear();
         if (!fields_text(*t, received.entries[0].fields, false, fields, why) || !members_text(*t, received.entries[0], fields, why))
             return problem({path_, received.line, fmt::format("receive_call record {} cannot be replayed: {}; it is left out", received.number, why)});
         if (!fields.empty()) answer += ", " + fields;
@@ -509,6 +538,8 @@ private:
     ReplaySummary summary_;
     pc::support::Context scratch_; // converters check values against it; nothing runs
     std::string refused_;
+    std::string loose_element_; // element attributes recorded at the top, for element 0
+    uint32_t why_line_ = 0;
     std::unordered_map<uint16_t, TypeIndex> indexes_;
     std::unordered_map<uint64_t, std::string> handle_names_;
     std::unordered_map<uint64_t, unsigned> handle_uses_;

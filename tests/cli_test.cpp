@@ -7,6 +7,7 @@
 #include <fstream>
 #include <sstream>
 #include <string>
+#include <unistd.h>
 
 namespace {
 
@@ -255,6 +256,47 @@ TEST(Cli, UsageErrorsExitWithTwo) {
     EXPECT_EQ(run("frobnicate").status, 2);
     EXPECT_EQ(run("run").status, 2);
     EXPECT_EQ(run("--version").status, 0);
+}
+
+// diff and replay as scripts use them: exit codes, both output forms, the replayed scenario.
+TEST(Cli, DiffAndReplayOfARecording) {
+    std::string dir = testing::TempDir() + "cli_recording_" + std::to_string(getpid());
+    std::string a = dir + ".a.rec", b = dir + ".b.rec", changed = dir + ".c.rec", scenario_out = dir + ".yaml";
+    std::string hello = std::string(PC_SOURCE_DIR) + "/examples/hello.yaml";
+    ASSERT_EQ(run("run -q --recorder " + a + " " + hello).status, 0);
+
+    Result write = run("replay --write-scenario " + scenario_out + " " + a);
+    EXPECT_EQ(write.status, 0) << write.output;
+    EXPECT_TRUE(has(write, "15 operations of 15 records written to")) << write.output;
+    Result check = run("check " + scenario_out);
+    EXPECT_EQ(check.status, 0) << check.output << read_file(scenario_out);
+
+    Result replay = run("replay -q --recorder " + b + " " + a);
+    EXPECT_EQ(replay.status, 0) << replay.output;
+    Result same = run("diff " + a + " " + b);
+    EXPECT_EQ(same.status, 0) << same.output;
+    EXPECT_TRUE(has(same, "planecheck diff: equal (15 records)")) << same.output;
+
+    std::string text = read_file(a);
+    text.replace(text.find("\"attr_a1\": 6"), 12, "\"attr_a1\": 7");
+    std::ofstream(changed) << text;
+    Result differs = run("diff " + a + " " + changed);
+    EXPECT_EQ(differs.status, 1);
+    EXPECT_TRUE(has(differs, "(record 2) / " + changed + ":19 (record 2): send_object test_if create: attr_a1: 6 | 7")) << differs.output;
+    Result json = run("diff --json " + a + " " + changed, false);
+    EXPECT_TRUE(has(json, R"("field": "attr_a1", "value_a": "6", "value_b": "7"})")) << json.output;
+    EXPECT_TRUE(has(json, R"("changed": 1, "only_in_a": 0, "only_in_b": 0, "unreadable": 0, "equal": false})")) << json.output;
+    EXPECT_EQ(run("diff --ignore attr_a1 " + a + " " + changed).status, 0);
+
+    std::ofstream(changed) << text.substr(0, 2000); // cut inside a record
+    Result cut = run("diff " + a + " " + changed);
+    EXPECT_EQ(cut.status, 2);
+    EXPECT_TRUE(has(cut, changed + ":107: record 7 (from line 107) cannot be read: the file ends inside line 114 (truncated)")) << cut.output;
+    EXPECT_EQ(run("diff " + a + " " + dir + ".none.rec").status, 2);
+    Result partial = run("replay --write-scenario " + scenario_out + " " + changed);
+    EXPECT_EQ(partial.status, 1) << partial.output;
+    EXPECT_TRUE(has(partial, "1 of 7 records left out")) << partial.output;
+    for (const std::string &f : {a, b, changed, scenario_out}) std::remove(f.c_str());
 }
 
 } // namespace

@@ -41,12 +41,10 @@ bool take_shard(RunOptions &o) {
 }
 
 bool write_coverage(const std::string &path, const pc::coverage::Report &coverage) {
-    FILE *out = std::fopen(path.c_str(), "w");
-    std::string text = coverage.to_json();
-    bool ok = out && std::fwrite(text.data(), 1, text.size(), out) == text.size();
-    if (out && std::fclose(out) != 0) ok = false;
-    if (!ok) fmt::print(stderr, "planecheck: cannot write the coverage report to {}: {}\n", path, std::strerror(errno));
-    return ok;
+    pc::coverage::write_at_exit(nullptr, "");
+    if (pc::coverage::write_file(coverage, path)) return true;
+    fmt::print(stderr, "planecheck: cannot write the coverage report to {}: {}\n", path, std::strerror(errno));
+    return false;
 }
 
 int run_files(RunOptions &o) {
@@ -62,7 +60,10 @@ int run_files(RunOptions &o) {
         return 2;
     }
     pc::coverage::Report coverage;
-    if (!o.coverage.empty()) o.file.coverage = &coverage;
+    if (!o.coverage.empty()) {
+        o.file.coverage = &coverage;
+        pc::coverage::write_at_exit(&coverage, o.coverage);
+    }
     std::vector<pc::runner::FileResult> results;
     if (o.jobs) {
         results = pc::runner::run_in_processes(o.files, o.file, o.jobs, o.recorder);

@@ -60,9 +60,10 @@ FileResult load(const std::string &file, const std::string &path) {
     dup2(fd, STDERR_FILENO);
     close(fd);
     if (!c.recorder.empty()) pc::recorder::open_file(c.recorder);
+    if (options.coverage) coverage::write_at_exit(options.coverage, c.coverage);
     FileResult r = run_file(file, options);
     pc::recorder::close();
-    if (options.coverage) std::ofstream(c.coverage) << options.coverage->to_json();
+    if (options.coverage) coverage::write_file(*options.coverage, c.coverage);
     save(r, c.result);
     std::fflush(nullptr);
     _exit(0);
@@ -101,11 +102,12 @@ void join_recorder(const std::string &recorder, std::vector<Child> &children) {
     }
 }
 
-// A child that ended early wrote no part: what its file covered is not counted.
+// A child the library ended wrote its part at exit; one that aborted left it empty.
 void merge_coverage(coverage::Report &report, std::vector<Child> &children) {
     std::vector<std::string> problems;
     for (auto &c : children) {
-        if (WIFEXITED(c.status) && WEXITSTATUS(c.status) == 0) report.merge_file(c.coverage, problems);
+        std::ifstream part(c.coverage);
+        if (part.peek() != std::ifstream::traits_type::eof()) report.merge_file(c.coverage, problems);
         std::remove(c.coverage.c_str());
     }
     for (const auto &p : problems) fmt::print(stderr, "planecheck: coverage part: {}\n", p);

@@ -8,6 +8,8 @@
 
 #include <fmt/format.h>
 
+#include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <iterator>
 #include <utility>
@@ -282,6 +284,31 @@ private:
 };
 
 } // namespace
+
+bool write_file(const Report &report, const std::string &path) {
+    FILE *out = std::fopen(path.c_str(), "w");
+    if (!out) return false;
+    std::string text = report.to_json();
+    bool ok = std::fwrite(text.data(), 1, text.size(), out) == text.size();
+    return std::fclose(out) == 0 && ok;
+}
+
+namespace {
+struct ExitTarget {
+    const Report *report = nullptr;
+    std::string path;
+};
+ExitTarget exit_target;
+} // namespace
+
+void write_at_exit(const Report *report, const std::string &path) {
+    static bool registered = false;
+    if (!registered) std::atexit([] {
+        if (exit_target.report) write_file(*exit_target.report, exit_target.path);
+    });
+    registered = true;
+    exit_target = {report, path};
+}
 
 bool Report::merge_file(const std::string &path, std::vector<std::string> &problems) {
     return ReportReader(*this, path, problems).read();

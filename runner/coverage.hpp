@@ -64,6 +64,13 @@ private:
     uint64_t files_ = 0;
 };
 
+// Writes the report to `path`; false (errno set) when it cannot.
+bool write_file(const Report &report, const std::string &path);
+
+// Where the report is written if the library ends the process in the middle of a file (an
+// unknown table ends a run with exit status 1), so what ran until then is kept. Null: nowhere.
+void write_at_exit(const Report *report, const std::string &path);
+
 // "ENOENT", "DONT_CARE", or the number in hex for statuses without a name.
 std::string status_text(int32_t status);
 

@@ -100,12 +100,10 @@ bool take_ci_environment(RunOptions &o) {
 }
 
 bool write_coverage(const std::string &path, const pc::coverage::Report &coverage) {
-    FILE *out = std::fopen(path.c_str(), "w");
-    std::string text = coverage.to_json();
-    bool ok = out && std::fwrite(text.data(), 1, text.size(), out) == text.size();
-    if (out && std::fclose(out) != 0) ok = false;
-    if (!ok) fmt::print(stderr, "planecheck: cannot write the coverage report to {}: {}\n", path, std::strerror(errno));
-    return ok;
+    pc::coverage::write_at_exit(nullptr, "");
+    if (pc::coverage::write_file(coverage, path)) return true;
+    fmt::print(stderr, "planecheck: cannot write the coverage report to {}: {}\n", path, std::strerror(errno));
+    return false;
 }
 
 int run_files(RunOptions &o) {
@@ -124,7 +122,10 @@ int run_files(RunOptions &o) {
     if (!o.junit.empty() && !can_write(o.junit, "the JUnit report")) return 2;
     if (!open_recorder(o, parts_fd)) return 2;
     pc::coverage::Report coverage;
-    if (!o.coverage.empty()) o.file.coverage = &coverage;
+    if (!o.coverage.empty()) {
+        o.file.coverage = &coverage;
+        pc::coverage::write_at_exit(&coverage, o.coverage);
+    }
     std::vector<pc::runner::FileResult> results;
     std::string recorder_problem;
     if (o.jobs) {

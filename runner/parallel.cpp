@@ -14,6 +14,7 @@
 #include <new>
 #include <sstream>
 #include <sys/mman.h>
+#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -120,6 +121,7 @@ bool load(const std::string &text, FileResult &r) {
     dup2(c.output.fd, STDERR_FILENO);
     std::setvbuf(stdout, nullptr, _IOLBF, 0); // step lines and log lines share the file: keep their order
     if (c.recorder.fd >= 0) pc::recorder::to_descriptor(dup(c.recorder.fd));
+    if (options.coverage) coverage::write_at_exit(options.coverage, fmt::format("/proc/self/fd/{}", c.coverage.fd));
     Options traced = options;
     traced.trail = c.trail;
     FileResult r = run_file(file, traced);
@@ -212,11 +214,12 @@ bool join_recorder(int recorder_fd, std::vector<Child> &children, std::string &p
     return true;
 }
 
-// A child that ended early wrote no part: what its file covered is not counted.
+// A child the library ended wrote its part at exit; one that aborted left it empty.
 void merge_coverage(coverage::Report &report, std::vector<Child> &children) {
     std::vector<std::string> problems;
     for (auto &c : children) {
-        if (c.coverage.fd >= 0 && WIFEXITED(c.status) && WEXITSTATUS(c.status) == 0)
+        struct stat part {};
+        if (c.coverage.fd >= 0 && fstat(c.coverage.fd, &part) == 0 && part.st_size > 0)
             report.merge_file(fmt::format("/proc/self/fd/{}", c.coverage.fd), problems);
         c.coverage.reset();
     }

@@ -108,4 +108,17 @@ TEST(CoverageCommand, UnreadableReportsAndUnknownTypesExitWithStatus2) {
     std::remove(garbled.c_str());
 }
 
+TEST(CoverageCommand, WhatRanBeforeTheLibraryEndedTheRunIsKept) {
+    std::string unknown_table = std::string(PC_SCENARIOS) + "/unknown_table.yaml"; // ends at its second step
+    for (const char *jobs : {"", "-j 2 "}) {
+        std::string report = temp_path();
+        Outcome r = planecheck(std::string("run -q ") + jobs + "--coverage " + report + " " + unknown_table);
+        EXPECT_EQ(r.status, 1) << r.output;
+        Outcome table = planecheck("coverage " + report);
+        EXPECT_TRUE(has(table, "\n  test_if                         1  1 of 28          0 of 3       create 1\n"))
+            << jobs << table.output;
+        std::remove(report.c_str());
+    }
+}
+
 } // namespace

@@ -3,9 +3,11 @@
 #pragma once
 
 #include "arena.hpp"
+#include "loader.hpp"
 #include "yaml_loader.hpp"
 
 #include <cstdint>
+#include <memory>
 #include <optional>
 #include <string>
 
@@ -39,7 +41,7 @@ public:
     const std::string &name() const { return name_; }
     const Config &config() const { return config_; }
     const std::string &path() const { return path_; }
-    size_t bytes_read() const { return reader_.bytes_read(); }
+    size_t bytes_read() const { return reader_ ? reader_->bytes_read() : 0; }
 
 private:
     bool read_config(const JSON_Value *value, yaml::LoadError &error);
@@ -48,7 +50,7 @@ private:
 
     std::string path_, name_;
     Config config_;
-    yaml::Reader reader_;
+    std::unique_ptr<load::DocumentReader> reader_; // YAML, JSON or JSON Lines, by the file's name
     Arena header_arena_{4096};
     Arena step_arena_;
     bool in_steps_ = false;

@@ -16,17 +16,18 @@ bool ScenarioReader::fail(yaml::LoadError &error, const JSON_Value *at, const st
 
 bool ScenarioReader::open(const std::string &path, yaml::LoadError &error) {
     path_ = path;
-    return reader_.open_file(path, error);
+    reader_ = load::open_document(path, error);
+    return reader_ != nullptr;
 }
 
 bool ScenarioReader::read_header(yaml::LoadError &error) {
     bool empty = false;
-    if (!reader_.begin_document(empty, error)) return false;
+    if (!reader_->begin_document(empty, error)) return false;
     if (empty) {
         finished_ = true;
         return true;
     }
-    if (!reader_.begin_mapping(error)) {
+    if (!reader_->begin_mapping(error)) {
         error.message = "a scenario is a mapping with name:, config: and steps: (" + error.message + ")";
         return false;
     }
@@ -35,10 +36,10 @@ bool ScenarioReader::read_header(yaml::LoadError &error) {
         std::string key;
         json::Position at;
         bool end = false;
-        if (!reader_.next_key(key, at, end, error)) return false;
+        if (!reader_->next_key(key, at, end, error)) return false;
         if (end) {
             finished_ = true;
-            return reader_.end_document(error);
+            return reader_->end_document(error);
         }
         if (auto [it, first] = seen.emplace(key, at.line); !first) {
             error = {path_, at.line, at.column,
@@ -47,11 +48,11 @@ bool ScenarioReader::read_header(yaml::LoadError &error) {
         }
         if (key == "steps") {
             steps_at_ = at;
-            if (!reader_.begin_sequence(error)) return false;
+            if (!reader_->begin_sequence(error)) return false;
             in_steps_ = true;
             return true;
         }
-        JSON_Value *value = reader_.read_value(header_arena_, error);
+        JSON_Value *value = reader_->read_value(header_arena_, error);
         if (!value) return false;
         if (key == "name") {
             const char *s = json_value_get_string(value);
@@ -109,7 +110,7 @@ bool ScenarioReader::after_steps(bool &done, yaml::LoadError &error) {
     std::string key;
     json::Position at;
     bool end = false;
-    if (!reader_.next_key(key, at, end, error)) return false;
+    if (!reader_->next_key(key, at, end, error)) return false;
     if (!end) {
         error = {path_, at.line, at.column,
                  key == "config" ? "config: must come before steps: (the steps are run as they are read)"
@@ -118,7 +119,7 @@ bool ScenarioReader::after_steps(bool &done, yaml::LoadError &error) {
     }
     finished_ = true;
     done = true;
-    return reader_.end_document(error);
+    return reader_->end_document(error);
 }
 
 bool ScenarioReader::next_step(Step &step, bool &done, yaml::LoadError &error) {
@@ -128,15 +129,15 @@ bool ScenarioReader::next_step(Step &step, bool &done, yaml::LoadError &error) {
         return true;
     }
     step_arena_.reset();
-    reader_.forget_anchors_of(step_arena_);
-    reader_.reset_alias_budget();
+    reader_->forget_anchors_of(step_arena_);
+    reader_->reset_alias_budget();
     bool end = false;
-    if (!reader_.at_sequence_end(end, error)) return false;
+    if (!reader_->at_sequence_end(end, error)) return false;
     if (end) {
         in_steps_ = false;
         return after_steps(done, error);
     }
-    step.value = reader_.read_value(step_arena_, error);
+    step.value = reader_->read_value(step_arena_, error);
     if (!step.value) return false;
     step.line = pc_json_line(step.value);
     step.number = ++steps_read_;

@@ -3,9 +3,11 @@
 #pragma once
 
 #include "arena.hpp"
+#include "loader.hpp"
 #include "yaml_loader.hpp"
 
 #include <cstdint>
+#include <memory>
 #include <optional>
 #include <string>
 
@@ -39,7 +41,7 @@ public:
     const std::string &name() const { return name_; }
     const Config &config() const { return config_; }
     const std::string &path() const { return path_; }
-    size_t bytes_read() const { return reader_.bytes_read(); }
+    size_t bytes_read() const { return reader_ ? reader_->bytes_read() : 0; }
     // Where "steps:" is, or the file's start when it has none.
     json::Position steps_at() const { return steps_at_; }
 
@@ -50,7 +52,7 @@ private:
 
     std::string path_, name_;
     Config config_;
-    yaml::Reader reader_;
+    std::unique_ptr<load::DocumentReader> reader_; // YAML, JSON or JSON Lines, by the file's name
     Arena header_arena_{4096};
     Arena step_arena_;
     json::Position steps_at_{1, 1};

@@ -1,18 +1,14 @@
 #include "yaml_loader.hpp"
 
+#include "value_builder.hpp"
+
 #include <yaml.h>
 
 #include <cstring>
+#include <unordered_map>
 #include <unordered_set>
-#include <vector>
 
 namespace pc::yaml {
-
-std::string LoadError::text() const {
-    std::string out = file;
-    if (line) out += ":" + std::to_string(line) + ":" + std::to_string(column);
-    return out + ": " + message;
-}
 
 struct Reader::Impl {
     yaml_parser_t parser{};
@@ -21,6 +17,7 @@ struct Reader::Impl {
     std::string text; // keeps an in-memory input alive
     yaml_event_t event{};
     bool have_event = false; // one event of look-ahead
+    load::ValueBuilder values;
 
     struct Anchor {
         JSON_Value *value;
@@ -258,16 +255,16 @@ struct NodeBuilder {
         std::string anchor = anchor_raw ? reinterpret_cast<const char *>(anchor_raw) : "";
         consume(impl);
         size_t first = nodes;
-        std::vector<JSON_Value *> items;
+        auto frame = impl.values.open();
         for (;;) {
             if (!peek(impl, name, error)) return false;
             if (impl.event.type == YAML_SEQUENCE_END_EVENT) break;
             JSON_Value *item = nullptr;
             if (!build(item, depth + 1)) return false;
-            items.push_back(item);
+            impl.values.add(nullptr, item);
         }
         consume(impl);
-        out = json::make_array(arena, items.data(), items.size(), at);
+        out = impl.values.close_array(arena, frame, at);
         ++nodes;
         if (!anchor.empty())
             remember_anchor(reinterpret_cast<const yaml_char_t *>(anchor.c_str()), out, nodes - first);
@@ -279,9 +276,7 @@ struct NodeBuilder {
         std::string anchor = anchor_raw ? reinterpret_cast<const char *>(anchor_raw) : "";
         consume(impl);
         size_t first = nodes;
-        std::vector<const char *> names;
-        std::vector<JSON_Value *> values;
-        std::unordered_set<std::string_view> seen;
+        auto frame = impl.values.open();
         for (;;) {
             if (!peek(impl, name, error)) return false;
             yaml_event_t &e = impl.event;
@@ -289,17 +284,17 @@ struct NodeBuilder {
             json::Position key_at = position_of(e.start_mark);
             if (e.type != YAML_SCALAR_EVENT)
                 return fail(key_at, std::string("a key must be a plain name, found ") + event_name(e.type));
-            const char *key = arena.copy_string(
-                std::string_view(reinterpret_cast<const char *>(e.data.scalar.value), e.data.scalar.length));
+            std::string_view key_text(reinterpret_cast<const char *>(e.data.scalar.value), e.data.scalar.length);
+            if (impl.values.has_key(frame, depth, key_text))
+                return fail(key_at, "duplicate key '" + std::string(key_text) + "'");
+            const char *key = arena.copy_string(key_text);
             consume(impl);
-            if (!seen.insert(key).second) return fail(key_at, std::string("duplicate key '") + key + "'");
             JSON_Value *value = nullptr;
             if (!build(value, depth + 1)) return false;
-            names.push_back(key);
-            values.push_back(value);
+            impl.values.add(key, value);
         }
         consume(impl);
-        out = json::make_object(arena, names.data(), values.data(), names.size(), at);
+        out = impl.values.close_object(arena, frame, at);
         ++nodes;
         if (!anchor.empty())
             remember_anchor(reinterpret_cast<const yaml_char_t *>(anchor.c_str()), out, nodes - first);
@@ -312,7 +307,9 @@ struct NodeBuilder {
 JSON_Value *Reader::read_value(Arena &arena, LoadError &error) {
     NodeBuilder builder{*impl_, name_, arena, error, limits_, alias_nodes_};
     JSON_Value *out = nullptr;
-    return builder.build(out, 0) ? out : nullptr;
+    if (builder.build(out, 0)) return out;
+    impl_->values.clear();
+    return nullptr;
 }
 
 bool Reader::end_document(LoadError &error) {

@@ -1,0 +1,196 @@
+// JSON and JSON Lines scenario files: the same values, results and recorder output as the YAML
+// form of the same scenario, and messages that name the file, line and column.
+#include "harness.hpp"
+#include "loader.hpp"
+#include "run.hpp"
+
+#include <cstdio>
+#include <fstream>
+#include <unistd.h>
+
+namespace {
+
+std::string temp_file(const std::string &suffix, const std::string &text) {
+    std::string path = testing::TempDir() + "forms_XXXXXX" + suffix; // tests may run in parallel
+    close(mkstemps(path.data(), int(suffix.size())));
+    std::ofstream(path, std::ios::binary) << text;
+    return path;
+}
+
+struct Outcome {
+    pc::runner::FileResult result;
+    std::string recording;
+};
+
+Outcome run(const std::string &suffix, const std::string &text) {
+    std::string path = temp_file(suffix, text);
+    Outcome out;
+    pc::recorder::to_string(&out.recording);
+    pc::runner::Options options;
+    options.quiet = true;
+    options.steps = stderr;
+    out.result = pc::runner::run_file(path, options);
+    pc::recorder::close();
+    std::remove(path.c_str());
+    out.recording = pc::test::mask_timestamps(out.recording);
+    return out;
+}
+
+// "PATH:LINE:COL: message" without the temporary path.
+std::string where(const std::string &message) { return message.substr(message.find(':') + 1); }
+
+// The same scenario in the three forms: creates with members, an SDK-side answer, a get that
+// finds one difference, an unknown key, a delete and the expect that accounts for it all.
+const char *kYaml = R"(name: forms
+config: { mode: client }
+steps:
+  - send: { test_if: [ { op: create, key_a: 1, attr_a1: 5, perf_test_enabled: true, rdesc_id_test1: { pool: 1, index: 2 } } ] }
+    sdk: { test_if: [ { op: create, key_a: 1, attr_a1: 5, rc: 0 } ] }
+  - send: { nhgroup: [ { op: create, nhgroup_id: 7, fec_id: "0x10", members: [ { is_protected: true, forward_class: 2 }, { forward_class: 3 } ] } ] }
+  - send: { test_if: [ { op: get, key_a: 1, attr_a1: 6, no_such_key: 1 } ] }
+  - send: { test_if: [ { op: delete, key_a: 1 } ] }
+  - expect: { mismatches: 1, value_errors: 1 }
+)";
+
+const char *kJson = R"({"name": "forms", "config": {"mode": "client"}, "steps": [
+  {"send": {"test_if": [{"op": "create", "key_a": 1, "attr_a1": 5, "perf_test_enabled": true, "rdesc_id_test1": {"pool": 1, "index": 2}}]},
+   "sdk": {"test_if": [{"op": "create", "key_a": 1, "attr_a1": 5, "rc": 0}]}},
+  {"send": {"nhgroup": [{"op": "create", "nhgroup_id": 7, "fec_id": "0x10", "members": [{"is_protected": true, "forward_class": 2}, {"forward_class": 3}]}]}},
+  {"send": {"test_if": [{"op": "get", "key_a": 1, "attr_a1": 6, "no_such_key": 1}]}},
+  {"send": {"test_if": [{"op": "delete", "key_a": 1}]}},
+  {"expect": {"mismatches": 1, "value_errors": 1}}
+]}
+)";
+
+const char *kJsonLines = "{\"name\": \"forms\", \"config\": {\"mode\": \"client\"}}\n"
+    "{\"send\": {\"test_if\": [{\"op\": \"create\", \"key_a\": 1, \"attr_a1\": 5, \"perf_test_enabled\": true, \"rdesc_id_test1\": {\"pool\": 1, \"index\": 2}}]}, "
+    "\"sdk\": {\"test_if\": [{\"op\": \"create\", \"key_a\": 1, \"attr_a1\": 5, \"rc\": 0}]}}\n"
+    "\r\n" // a blank line (with a carriage return) is skipped
+    "{\"send\": {\"nhgroup\": [{\"op\": \"create\", \"nhgroup_id\": 7, \"fec_id\": \"0x10\", \"members\": [{\"is_protected\": true, \"forward_class\": 2}, {\"forward_class\": 3}]}]}}\r\n"
+    "{\"send\": {\"test_if\": [{\"op\": \"get\", \"key_a\": 1, \"attr_a1\": 6, \"no_such_key\": 1}]}}\n"
+    "{\"send\": {\"test_if\": [{\"op\": \"delete\", \"key_a\": 1}]}}\n"
+    "{\"expect\": {\"mismatches\": 1, \"value_errors\": 1}}"; // the last line without its newline
+
+TEST(JsonForms, GiveTheResultsAndTheRecordingOfTheYamlForm) {
+    Outcome yaml = run(".yaml", kYaml), json = run(".json", kJson), lines = run(".jsonl", kJsonLines);
+    ASSERT_FALSE(yaml.result.invalid) << yaml.result.error;
+    EXPECT_TRUE(yaml.result.passed());
+    EXPECT_NE(yaml.recording.find("\"nhgroup\""), std::string::npos); // the comparison below compares something
+    for (const Outcome *o : {&json, &lines}) {
+        ASSERT_FALSE(o->result.invalid) << o->result.error;
+        EXPECT_EQ(o->result.steps, 5u);
+        EXPECT_EQ(o->result.mismatches, 1u);
+        EXPECT_EQ(o->result.value_errors, 1u);
+        EXPECT_TRUE(o->result.passed());
+        EXPECT_EQ(o->recording, yaml.recording);
+    }
+    // findings name the line of the record in each form
+    ASSERT_FALSE(lines.result.findings.empty());
+    for (const std::string &f : lines.result.findings) EXPECT_EQ(where(f).rfind("5: ", 0), 0u) << f;
+    for (const std::string &f : json.result.findings) EXPECT_EQ(where(f).rfind("5: ", 0), 0u) << f;
+}
+
+// JSON is YAML: the same text read by either reader gives the same values, down to each
+// value's line and column and to how each number was written.
+void expect_same(const JSON_Value *a, const JSON_Value *b, const std::string &path) {
+    ASSERT_EQ(json_value_get_type(a), json_value_get_type(b)) << path;
+    EXPECT_EQ(pc_json_line(a), pc_json_line(b)) << path;
+    EXPECT_EQ(pc_json_column(a), pc_json_column(b)) << path;
+    EXPECT_EQ(a->integer_kind, b->integer_kind) << path;
+    switch (json_value_get_type(a)) {
+    case JSONString: EXPECT_STREQ(json_value_get_string(a), json_value_get_string(b)) << path; break;
+    case JSONNumber:
+        EXPECT_EQ(json_value_get_number(a), json_value_get_number(b)) << path;
+        if (a->integer_kind != a->kNotInteger) {
+            EXPECT_EQ(a->num.u64, b->num.u64) << path;
+        }
+        break;
+    case JSONBoolean: EXPECT_EQ(json_value_get_boolean(a), json_value_get_boolean(b)) << path; break;
+    case JSONArray:
+        ASSERT_EQ(json_array_get_count(json_value_get_array(a)), json_array_get_count(json_value_get_array(b))) << path;
+        for (size_t i = 0; i < json_array_get_count(json_value_get_array(a)); ++i)
+            expect_same(json_array_get_value(json_value_get_array(a), i), json_array_get_value(json_value_get_array(b), i),
+                        path + "[" + std::to_string(i) + "]");
+        break;
+    case JSONObject: {
+        const JSON_Object *x = json_value_get_object(a), *y = json_value_get_object(b);
+        ASSERT_EQ(json_object_get_count(x), json_object_get_count(y)) << path;
+        for (size_t i = 0; i < json_object_get_count(x); ++i) {
+            EXPECT_STREQ(json_object_get_name(x, i), json_object_get_name(y, i)) << path;
+            expect_same(json_object_get_value_at(x, i), json_object_get_value_at(y, i), path + "." + json_object_get_name(x, i));
+        }
+        break;
+    }
+    default: break;
+    }
+}
+
+JSON_Value *read_whole(const std::string &path, pc::Arena &arena) {
+    pc::load::LoadError error;
+    auto reader = pc::load::open_document(path, error);
+    bool empty = false;
+    JSON_Value *v = reader && reader->begin_document(empty, error) ? reader->read_value(arena, error) : nullptr;
+    EXPECT_TRUE(v) << error.text();
+    return v;
+}
+
+TEST(JsonForms, ValuesMatchTheYamlReadersDownToLinesColumnsAndNumberKinds) {
+    const std::string text = "{\"a\": [1, -2, 18446744073709551615, -9223372036854775808, 99999999999999999999999, 1.5, 2e3],\n"
+                             "  \"s\": \"caf\\u00e9 \\\"q\\\" \\n\", \"t\": true, \"f\": false, \"n\": null,\n"
+                             "  \"deep\": {\"x\": {\"y\": []}, \"z\": {}}, \"hex\": \"0x10\"}\n";
+    std::string yaml_path = temp_file(".yaml", text), json_path = temp_file(".json", text);
+    pc::Arena a, b;
+    JSON_Value *from_yaml = read_whole(yaml_path, a), *from_json = read_whole(json_path, b);
+    std::remove(yaml_path.c_str());
+    std::remove(json_path.c_str());
+    ASSERT_TRUE(from_yaml && from_json);
+    expect_same(from_yaml, from_json, "$");
+}
+
+TEST(JsonForms, MessagesNameLineAndColumn) {
+    struct Case {
+        const char *suffix, *text, *error;
+    } cases[] = {
+        {".jsonl", "{\"config\": {\"mode\": \"client\"}}\n{\"send\": {\"test_if\": [{\"op\": \"create\", \"op\": \"get\"}]}}\n",
+         "2:40: duplicate key 'op'"},
+        {".jsonl", "{\"config\": {\"colour\": 1}}\n", "1:23: unknown config key 'colour'"},
+        {".jsonl", "{\"config\": {}, \"steps\": []}\n", "1:25: the first line holds only name and config; 'steps' belongs to a step"},
+        {".jsonl", "{\"name\": \"x\"}\n\n[1, 2]\n", "3:1: each line is one JSON object"},
+        {".jsonl", "{\"expect\": {}} {\"expect\": {}}\n", "1:16: more than one JSON value"},
+        {".jsonl", "{\"expect\": {}}\n{\"expect\": {\"mismatches\": tru}}\n", "2:27: malformed JSON"},
+        {".jsonl", "{\"expect\": {}}\n{\"send\": \"text\n", "2:1: a string is not closed"},
+        {".jsonl", "{\"expect\": {}}\n{\"bogus\": 1}\n", "2:11: unknown step kind 'bogus'"},
+        {".json", "{\"steps\": [\n  {\"expect\": {\"mismatches\": 1, \"mismatches\": 2}}\n]}\n", "2:32: duplicate key 'mismatches'"},
+        {".json", "{\"colour\": 1, \"steps\": []}\n", "1:2: unknown top-level key 'colour'"},
+        {".json", "{\"steps\": {\"send\": 1}}\n", "1:11: expected a sequence"},
+        {".json", "{\"steps\": [], \"config\": {}}\n", "1:15: config: must come before steps:"},
+        {".json", "{\"steps\": []}\n{}\n", "2:1: more than one JSON value"},
+        {".json", "[1]\n", "1:1: a scenario is a mapping"},
+        {".json", "{\"steps\": [\n  {\"expect\": {\"mismatches\": -1}}\n]}\n", "2:29: mismatches: is a whole number"},
+    };
+    for (const Case &c : cases) {
+        Outcome o = run(c.suffix, c.text);
+        EXPECT_TRUE(o.result.invalid) << c.text;
+        EXPECT_EQ(where(o.result.error).rfind(c.error, 0), 0u) << c.text << " gave " << o.result.error;
+    }
+}
+
+TEST(JsonForms, JsonLinesReadsLinesLongerThanItsWindowAndEmptyFiles) {
+    // one step of 20000 records: a line of more than a megabyte, beyond the reader's first window
+    std::string line = "{\"send\": {\"test_if\": [";
+    for (int i = 0; i < 20000; ++i) line += (i ? ", " : "") + std::string("{\"op\": \"create\", \"key_a\": ") + std::to_string(i) + ", \"attr_a1\": 12345678}";
+    line += "]}}\n";
+    ASSERT_GT(line.size(), size_t(1) << 20);
+    Outcome o = run(".jsonl", "{\"config\": {\"mode\": \"server\"}}\n" + line + "{\"expect\": {\"mismatches\": 0}}\n");
+    EXPECT_FALSE(o.result.invalid) << o.result.error;
+    EXPECT_EQ(o.result.steps, 2u);
+    EXPECT_TRUE(o.result.passed());
+
+    for (const char *empty : {"", "\n  \n"}) {
+        Outcome e = run(".jsonl", empty);
+        EXPECT_FALSE(e.result.invalid) << e.result.error;
+        EXPECT_EQ(e.result.steps, 0u);
+    }
+}
+
+} // namespace

@@ -3,9 +3,9 @@
 PRESET ?= $(if $(CI),ci,default)
 JOBS ?= $(shell nproc)
 DEPS := cmake ninja-build g++ pkg-config libyaml-dev libfmt-dev libcli11-dev \
-        libgtest-dev libgmock-dev libbenchmark-dev
+        libgtest-dev libgmock-dev libbenchmark-dev help2man dpkg-dev file
 
-.PHONY: all deps configure build run test bench asan clean
+.PHONY: all deps configure build run test bench asan deb clean
 
 all: build
 
@@ -36,6 +36,10 @@ test: build
 
 bench: build
 	build/bench/planecheck_bench
+
+# A Debian package (command, libraries, headers, CMake package, man page, bash completion) in build/.
+deb: build
+	cd build && cpack -G DEB
 
 asan: deps
 	@cmake --preset asan >/dev/null

@@ -3,14 +3,14 @@
 PRESET ?= $(if $(CI),ci,default)
 JOBS ?= $(shell nproc)
 DEPS := cmake ninja-build g++ pkg-config libyaml-dev libfmt-dev libcli11-dev \
-        libgtest-dev libgmock-dev libbenchmark-dev libsimdjson-dev
+        libgtest-dev libgmock-dev libbenchmark-dev libsimdjson-dev help2man dpkg-dev file
 
 # The fuzz targets need clang and its runtime libraries (libFuzzer, the sanitizers).
 FUZZ_DEPS := clang-14 libclang-rt-14-dev
 FUZZ_TARGETS := loader send receive convert
 FUZZ_SECONDS ?= 60
 
-.PHONY: all deps configure build run test bench bench-limit asan fuzz-deps fuzz-build fuzz clean
+.PHONY: all deps configure build run test bench bench-limit asan fuzz-deps fuzz-build fuzz deb clean
 
 all: build
 
@@ -53,6 +53,10 @@ BENCH_LIMIT_ARGS ?=
 bench-limit: build
 	build/bench/pc_bench_limit --dir build/bench-limit --planecheck build/planecheck \
 	  --parser build/bench/pc_libyaml_parse $(BENCH_LIMIT_ARGS)
+
+# A Debian package (command, libraries, headers, CMake package, man page, bash completion) in build/.
+deb: build
+	cd build && cpack -G DEB
 
 asan: deps
 	@cmake --preset asan >/dev/null

@@ -26,3 +26,39 @@ install(FILES ${CMAKE_BINARY_DIR}/planecheckConfig.cmake ${CMAKE_BINARY_DIR}/pla
 file(RELATIVE_PATH PC_PC_TO_PREFIX /prefix/${CMAKE_INSTALL_LIBDIR}/pkgconfig /prefix)
 configure_file(cmake/planecheck.pc.in ${CMAKE_BINARY_DIR}/planecheck.pc @ONLY)
 install(FILES ${CMAKE_BINARY_DIR}/planecheck.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
+
+# A man page made from the command's own help, and bash completion.
+find_program(PC_HELP2MAN help2man)
+if(PC_HELP2MAN)
+  set(PC_MAN_PAGE ${CMAKE_BINARY_DIR}/planecheck.1)
+  add_custom_command(
+    OUTPUT ${PC_MAN_PAGE}
+    COMMAND ${PC_HELP2MAN} --no-info --section 1 --name "run data-plane interface scenarios and check what comes back"
+            --include ${CMAKE_SOURCE_DIR}/packaging/planecheck.h2m --output ${PC_MAN_PAGE}
+            "sh ${CMAKE_SOURCE_DIR}/packaging/help_for_man.sh $<TARGET_FILE:planecheck_cli>"
+    DEPENDS planecheck_cli ${CMAKE_SOURCE_DIR}/packaging/help_for_man.sh ${CMAKE_SOURCE_DIR}/packaging/planecheck.h2m
+    COMMENT "Writing the man page from planecheck --help"
+    VERBATIM)
+  add_custom_target(pc_man_page ALL DEPENDS ${PC_MAN_PAGE})
+  install(FILES ${PC_MAN_PAGE} DESTINATION ${CMAKE_INSTALL_MANDIR}/man1)
+else()
+  message(STATUS "help2man not found: no man page (make deps installs it)")
+endif()
+install(FILES packaging/planecheck.bash DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions RENAME planecheck)
+
+# `make deb`: a Debian package of all the above, installed under /usr.
+set(CPACK_GENERATOR DEB)
+set(CPACK_PACKAGE_NAME planecheck)
+set(CPACK_PACKAGE_VERSION ${PROJECT_VERSION})
+set(CPACK_PACKAGE_DESCRIPTION_SUMMARY "drives a data-plane object interface from YAML scenario files")
+set(CPACK_PACKAGE_DESCRIPTION "planecheck runs scenario files against a data-plane object interface and checks what \
+comes back. The package holds the command, the engine, the reference data plane simplane, the JSON value model, \
+the C headers, a CMake package, a pkg-config file, a man page and bash completion.")
+set(CPACK_PACKAGING_INSTALL_PREFIX /usr)
+set(CPACK_STRIP_FILES ON)
+set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
+set(CPACK_DEBIAN_PACKAGE_MAINTAINER "planecheck developers <planecheck@localhost>")
+set(CPACK_DEBIAN_PACKAGE_SECTION devel)
+set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
+set(CPACK_DEBIAN_PACKAGE_GENERATE_SHLIBS ON)
+include(CPack)

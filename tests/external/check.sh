@@ -4,7 +4,7 @@
 # usage: check.sh PREFIX WORK
 set -euo pipefail
 prefix=$(realpath "$1")
-work=$2
+work=$(realpath -m "$2")
 here=$(cd "$(dirname "$0")" && pwd)
 rm -rf "$work" && mkdir -p "$work"
 fail() { echo "external: $*" >&2; exit 1; }

@@ -1,0 +1,38 @@
+# bash completion for planecheck
+_planecheck() {
+    local cur prev command
+    cur=${COMP_WORDS[COMP_CWORD]}
+    prev=${COMP_WORDS[COMP_CWORD-1]}
+    command=${COMP_WORDS[1]}
+    if [ "$COMP_CWORD" -eq 1 ]; then
+        COMPREPLY=($(compgen -W "run check catalogue --help --version" -- "$cur"))
+        return
+    fi
+    case $command in
+    run)
+        case $prev in
+        --recorder|--junit) COMPREPLY=($(compgen -f -- "$cur")); return ;;
+        -j|--jobs|--shard) return ;;
+        esac
+        if [[ $cur == -* ]]; then
+            COMPREPLY=($(compgen -W "-v --verbose -q --quiet --recorder -j --jobs --junit --tap --shard --help" -- "$cur"))
+            return
+        fi
+        ;;
+    check)
+        if [[ $cur == -* ]]; then COMPREPLY=($(compgen -W "--help" -- "$cur")); return; fi
+        ;;
+    catalogue)
+        if [ "$prev" = --describe ]; then
+            COMPREPLY=($(compgen -W "$("${COMP_WORDS[0]}" catalogue --list 2>/dev/null)" -- "$cur"))
+        else
+            COMPREPLY=($(compgen -W "--list --stats --describe --help" -- "$cur"))
+        fi
+        return
+        ;;
+    *) return ;;
+    esac
+    # scenario files: YAML or JSON, and directories to walk into
+    COMPREPLY=($(compgen -f -X '!*.@(yaml|yml|json)' -- "$cur") $(compgen -d -- "$cur"))
+}
+complete -o filenames -F _planecheck planecheck

@@ -1,0 +1,34 @@
+#!/usr/bin/env bash
+# Unpacks the Debian package into a scratch root (no container, no root rights needed), checks
+# what it holds, and builds the user projects against it.
+# usage: deb_check.sh PACKAGE.deb WORK
+set -euo pipefail
+deb=$1
+work=$(realpath -m "$2")
+here=$(cd "$(dirname "$0")" && pwd)
+rm -rf "$work" && mkdir -p "$work"
+fail() { echo "deb: $*" >&2; exit 1; }
+
+dpkg-deb --field "$deb" Depends | grep -q libyaml-0-2 || fail "the package does not depend on libyaml"
+dpkg -x "$deb" "$work/root"
+usr=$work/root/usr
+for file in bin/planecheck share/man/man1/planecheck.1 share/bash-completion/completions/planecheck \
+            include/planecheck/loader.h include/planecheck/dpa_api.h lib/pkgconfig/planecheck.pc \
+            lib/cmake/planecheck/planecheckConfig.cmake lib/libplanecheck.so.0; do
+    [ -e "$usr/$file" ] || fail "no /usr/$file in the package"
+done
+"$usr/bin/planecheck" --version | grep -q "^planecheck " || fail "the packaged command does not run"
+grep -q "TEST_SHARD_INDEX" "$usr/share/man/man1/planecheck.1" || fail "the man page lacks its ENVIRONMENT section"
+grep -qF -- '\-\-describe' "$usr/share/man/man1/planecheck.1" || fail "the man page lacks the subcommands' options"
+
+# completion: subcommands, and object type names after --describe
+completions=$(PATH="$usr/bin:$PATH" bash -c '
+    source "$1"
+    COMP_WORDS=(planecheck ch); COMP_CWORD=1; _planecheck; echo "${COMPREPLY[*]}"
+    COMP_WORDS=(planecheck catalogue --describe nhgro); COMP_CWORD=3; _planecheck; echo "${COMPREPLY[*]}"' _ \
+    "$usr/share/bash-completion/completions/planecheck")
+[ "$(echo "$completions" | sed -n 1p)" = check ] || fail "completion of 'ch' gave: $completions"
+echo "$completions" | sed -n 2p | grep -qw nhgroup || fail "completion of --describe nhgro gave: $completions"
+
+bash "$here/check.sh" "$usr" "$work/projects"
+echo "deb: $(basename "$deb") unpacked and used by the user projects"

@@ -76,25 +76,31 @@ FileResult load(const std::string &file, const std::string &path) {
     _exit(0);
 }
 
-// Prints a child's output; returns its last line.
-std::string print_file(const std::string &path) {
+// Prints a child's output; returns its last two lines.
+std::vector<std::string> print_file(const std::string &path) {
     std::ifstream in(path, std::ios::binary);
     std::stringstream s;
     s << in.rdbuf();
     std::string text = s.str();
     std::fputs(text.c_str(), stderr);
-    while (!text.empty() && text.back() == '\n') text.pop_back();
-    return text.substr(text.find_last_of('\n') + 1);
+    std::vector<std::string> last;
+    std::istringstream lines(text);
+    for (std::string line; std::getline(lines, line);) {
+        if (line.empty()) continue;
+        last.push_back(line);
+        if (last.size() > 2) last.erase(last.begin());
+    }
+    return last;
 }
 
-FileResult finish(const std::string &file, Child &c, const std::string &last_line) {
+FileResult finish(const std::string &file, Child &c, const std::vector<std::string> &last_lines) {
     FileResult r;
     if (WIFEXITED(c.status) && WEXITSTATUS(c.status) == 0) {
         r = load(file, c.result);
     } else {
         std::string how = WIFEXITED(c.status) ? fmt::format("exit status {}", WEXITSTATUS(c.status))
                                               : fmt::format("signal {} ({})", WTERMSIG(c.status), strsignal(WTERMSIG(c.status)));
-        r = ended_early(file, c.trail ? *c.trail : Trail{}, how, last_line);
+        r = ended_early(file, c.trail ? *c.trail : Trail{}, how, last_lines);
         fmt::print(stderr, "{}\n", r.findings.front());
     }
     if (c.trail) munmap(c.trail, sizeof(Trail));
@@ -142,8 +148,8 @@ std::vector<FileResult> run_in_processes(const std::vector<std::string> &files, 
         for (auto &c : children)
             if (pid > 0 && c.pid == pid) c.done = true, c.status = status, --running;
         for (; printed < next && children[printed].done; ++printed) { // keep the files' order
-            std::string last_line = print_file(children[printed].output);
-            results[printed] = finish(files[printed], children[printed], last_line);
+            std::vector<std::string> last_lines = print_file(children[printed].output);
+            results[printed] = finish(files[printed], children[printed], last_lines);
         }
     }
     if (!recorder.empty()) join_recorder(recorder, children);

@@ -13,11 +13,13 @@
 #include <fmt/format.h>
 
 #include <chrono>
+#include <csignal>
 #include <cstdlib>
 #include <cstring>
 #include <optional>
 #include <set>
 #include <sys/stat.h>
+#include <unistd.h>
 
 namespace pc::runner {
 namespace {
@@ -77,6 +79,31 @@ public:
                    run->result_.path, run->current_step_->line, run->current_step_->number, run->label_, status,
                    plural(run->result_.steps - 1, "step") + " ran", run->last_error_.empty() ? "" : ": " + without_location(run->result_.path, run->last_error_));
         std::fflush(run->options_.steps);
+    }
+
+    // A batch whose entries and elements no longer pair up ends the process through an assertion:
+    // the step's line is written by a signal handler, from text composed before the step runs.
+    static inline char abort_line_[1024];
+    static inline size_t abort_length_ = 0;
+    static inline int abort_fd_ = -1;
+    static inline Trail *abort_trail_ = nullptr;
+
+    static void aborted(int signal_number) {
+        if (abort_length_ && write(abort_fd_, abort_line_, abort_length_) > 0 && abort_trail_) abort_trail_->step_line_written = true;
+        std::signal(signal_number, SIG_DFL);
+        std::raise(signal_number);
+    }
+
+    void arm_abort_line(const Step &step) {
+        static bool installed = (std::signal(SIGABRT, &FileRun::aborted), true);
+        (void)installed;
+        std::fflush(options_.steps); // the lines of earlier steps come first
+        std::string line = fmt::format("{}:{}: step {} {}: the library ended the run by an assertion ({} ran before it)\n", result_.path,
+                                       step.line, step.number, label_, plural(result_.steps - 1, "step"));
+        abort_length_ = std::min(line.size(), sizeof abort_line_);
+        std::memcpy(abort_line_, line.data(), abort_length_);
+        abort_fd_ = fileno(options_.steps);
+        abort_trail_ = options_.trail;
     }
 
     void start_trail(const Step &step) {
@@ -234,7 +261,10 @@ private:
         if (sdk) lint_type(json_value_get_object(sdk));
         if (sdk) answer_from(sdk);
         set_label(fmt::format("send {}", json_object_get_name(o, 0) ? json_object_get_name(o, 0) : ""));
+        bool batch = json_object_get_value(o, "batch_crud") != nullptr;
+        if (batch) arm_abort_line(step);
         json_send_object_client(body, &context_.process);
+        abort_length_ = 0;
         simplane::set_sdk_side(nullptr);
         if (const engine::TypeDesc *type = inactive_send_type(o)) return not_run(step, type->name);
         report(step, label_, mismatches() - before_m, value_errors() - before_v);
@@ -475,7 +505,11 @@ FileResult run_file(const std::string &path, const Options &options) {
     return FileRun(path, options).run();
 }
 
-FileResult ended_early(const std::string &path, const Trail &trail, const std::string &how, const std::string &last_output_line) {
+FileResult ended_early(const std::string &path, const Trail &trail, const std::string &how, const std::vector<std::string> &last_lines) {
+    // an assertion report goes straight to standard error: the run's last line, or the one before
+    // the step line that the run wrote after it
+    size_t back = trail.step_line_written ? 2 : 1;
+    std::string last_output_line = last_lines.size() >= back ? last_lines[last_lines.size() - back] : "";
     FileResult r;
     r.path = path;
     r.ended = true;
@@ -483,7 +517,6 @@ FileResult ended_early(const std::string &path, const Trail &trail, const std::s
     r.steps = trail.steps_ran;
     r.mismatches = trail.mismatches;
     r.value_errors = trail.value_errors;
-    // an assertion report goes straight to standard error, so it is the child's last line
     r.last_error = trail.last_error[0] && how.rfind("exit", 0) == 0 ? trail.last_error : last_output_line;
     if (r.last_error.empty()) r.last_error = trail.last_error;
     r.ended_at = trail.step ? fmt::format("{}:{}", path, trail.line) : path;

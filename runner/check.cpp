@@ -219,6 +219,9 @@ void StepCheck::batch(const JSON_Value *batch_value) {
     if (!params) {
         add(first, "the first element of batch_crud must be { batch_params: { ... } }; without it the run counts a mismatch, "
                    "and this element is never queued");
+    } else if (!json_value_get_object(params)) {
+        add(params, fmt::format("batch_params takes a mapping ({{ batch_rc_expect: 0, continue_on_error: false }}); this {} is read as "
+                                "neither", kind_of(params)));
     } else if (const JSON_Object *p = json_value_get_object(params)) {
         for (size_t i = 0; i < json_object_get_count(p); ++i) {
             std::string_view key = json_object_get_name(p, i);
@@ -251,6 +254,12 @@ void StepCheck::records(const TypeDesc &type, const JSON_Value *value, Use use) 
     }
     lint_records(type, value, [this](const JSON_Value *at, const std::string &message) { add(at, message); });
     size_t n = json_array_get_count(list);
+    if (n == 0) {
+        add(value, use == Use::Batch ? fmt::format("a batch element with no {} record: the batch refuses it and the process ends "
+                                                   "(assertion rc == EOK)", type.name)
+                                     : fmt::format("{}: [] holds no record: the step runs nothing", type.name));
+        return;
+    }
     if (use == Use::Batch && n > 1)
         add(json_array_get_value(list, 1), fmt::format("a batch element queues its first record only; the {} after it {} passed over",
                                                        n - 1 == 1 ? "record" : fmt::format("{} records", n - 1), n - 1 == 1 ? "is" : "are"));
@@ -326,9 +335,17 @@ void StepCheck::passed_over(const JSON_Object *o, const char *taken) {
 }
 
 void StepCheck::members(const TypeDesc &type, const JSON_Object *record) {
-    const JSON_Array *list = json_value_get_array(json_object_get_value(record, "members"));
-    for (size_t j = 0; list && j < json_array_get_count(list); ++j)
-        if (const JSON_Object *element = json_value_get_object(json_array_get_value(list, j))) values(type, element, true);
+    const JSON_Value *value = json_object_get_value(record, "members");
+    const JSON_Array *list = json_value_get_array(value);
+    if (!list) {
+        add(value, fmt::format("members takes a list of element mappings; this {} is passed over without a word", kind_of(value)));
+        return;
+    }
+    for (size_t j = 0; j < json_array_get_count(list); ++j) {
+        const JSON_Value *v = json_array_get_value(list, j);
+        if (const JSON_Object *element = json_value_get_object(v)) values(type, element, true);
+        else add(v, fmt::format("an element of members is a mapping of element attributes; this {} is passed over without a word", kind_of(v)));
+    }
 }
 
 void StepCheck::values(const TypeDesc &type, const JSON_Object *o, bool element) {
@@ -342,6 +359,7 @@ void StepCheck::values(const TypeDesc &type, const JSON_Object *o, bool element)
         if (it == map.end()) {
             if (element) continue;
             if (!std::strcmp(key, "members")) members(type, o);
+            else if (!std::strcmp(key, "hdl") && !json_value_get_string(v)) value(value_type_named("ulong"), v, "hdl");
             else if (const char *vt = control_value_type(key)) value(value_type_named(vt), v, key);
             continue;
         }
@@ -360,8 +378,9 @@ void StepCheck::values(const TypeDesc &type, const JSON_Object *o, bool element)
 }
 
 // A refhdl value names a handle that an earlier record stored with "hdl", or is a number.
-void StepCheck::handle_read(const JSON_Value *v, const char *what) {
+void StepCheck::handle_read(JSON_Value *v, const char *what) {
     const char *name = json_value_get_string(v);
+    if (!name) return value(value_type_named("refhdl"), v, what);
     if (!name || handle_number(name) || stored_.count(name)) return;
     add(v, fmt::format("{}: handle name '{}' is read before any earlier record stores it (a create or get with hdl: {})", what, name, name));
 }

@@ -56,7 +56,7 @@ private:
     void values(const engine::TypeDesc &type, const JSON_Object *o, bool element);
     void value(uint16_t value_type, JSON_Value *v, const char *name);
     void enum_range(uint16_t value_type, const JSON_Value *v, const char *name);
-    void handle_read(const JSON_Value *v, const char *what);
+    void handle_read(JSON_Value *v, const char *what);
     bool type_active(const engine::TypeDesc &type, const JSON_Value *at, bool dump);
 
     int32_t object_set_;

@@ -116,6 +116,20 @@ TEST(StepCheck, BatchesAreCheckedAsTheBatchLayerQueuesThem) {
     EXPECT_NE(both[0].message.find("'test_if' is passed over: the step goes to batch_crud"), std::string::npos);
 }
 
+TEST(StepCheck, ShapesTheLibraryPassesOverWithoutAWordAreFound) {
+    CheckSteps c;
+    EXPECT_TRUE(c.step("send: { nhgroup: [ { op: create, nhgroup_id: 1, members: [ {}, { forward_class: 2 } ] } ] }").empty());
+    for (const char *shape : {"send: { test_if: [] }", "send: { test_if: [ { op: create, key_a: 1, members: 5 } ] }",
+                              "send: { nhgroup: [ { op: create, nhgroup_id: 1, members: [ 1 ] } ] }",
+                              "send: { batch_crud: [ { batch_params: 5 } ] }",
+                              "send: { batch_crud: [ { batch_params: {} }, { test_if: [] } ] }",
+                              "send: { test_if: [ { op: delete, key_a: 1, hdl: { a: 1 } } ] }",
+                              "send: { test_if: [ { op: create, key_a: 1, testethport_refhdl: [ x ] } ] }"}) {
+        auto found = c.step(shape);
+        EXPECT_EQ(found.size(), 1u) << shape << "\n" << texts(found);
+    }
+}
+
 TEST(StepCheck, EnumNumbersOutsideTheirValuesAreWarningsOnly) {
     CheckSteps c;
     EXPECT_TRUE(c.step("send: { bfdoff: [ { op: create, local_disc: 1, local_state: up } ] }").empty());

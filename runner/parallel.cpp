@@ -1,5 +1,7 @@
 #include "parallel.hpp"
 
+#include "ending.hpp"
+
 #include "recorder_sink.hpp"
 
 #include <fmt/format.h>

@@ -1,6 +1,7 @@
 #include "run.hpp"
 
 #include "check.hpp"
+#include "ending.hpp"
 #include "record_lint.hpp"
 #include "report.hpp"
 
@@ -13,13 +14,11 @@
 #include <fmt/format.h>
 
 #include <chrono>
-#include <csignal>
 #include <cstdlib>
 #include <cstring>
 #include <optional>
 #include <set>
 #include <sys/stat.h>
-#include <unistd.h>
 
 namespace pc::runner {
 namespace {
@@ -33,7 +32,8 @@ public:
         if (!reader_.open(result_.path, error) || !reader_.read_header(error)) return invalid(error);
         if (options_.check_only) check_.emplace(reader_.config().object_set);
         else set_up(reader_.config());
-        EndWatch watch(this);
+        EndWatch watch(result_.path, options_.steps, trail(), options_.progress);
+        watch_ = &watch;
         for (;;) {
             Step step;
             bool done = false;
@@ -42,13 +42,11 @@ public:
             ++result_.steps;
             show_progress();
             current_line_ = step.line;
-            current_step_ = &step;
             context_.session.record_line = 0;
-            if (options_.trail) start_trail(step);
+            trail_step(trail(), step.number, step.line);
             std::string problem = run_step(step);
             print_dump_document(step);
-            if (options_.trail) end_trail();
-            current_step_ = nullptr;
+            trail_done(trail(), result_.steps, mismatches(), value_errors());
             if (!problem.empty()) {
                 error = {result_.path, pc_json_line(problem_at_), pc_json_column(problem_at_), problem};
                 return invalid(error);
@@ -56,74 +54,6 @@ public:
         }
         finish();
         return result_;
-    }
-
-    // While a file runs, a library that ends the process still gets the running step's line written.
-    struct EndWatch {
-        explicit EndWatch(FileRun *run) {
-            static bool registered = (on_exit(&FileRun::ended, nullptr), true);
-            (void)registered;
-            running_ = run;
-        }
-        ~EndWatch() { running_ = nullptr; }
-        EndWatch(const EndWatch &) = delete;
-        EndWatch &operator=(const EndWatch &) = delete;
-    };
-    static inline FileRun *running_ = nullptr;
-
-    static void ended(int status, void *) {
-        FileRun *run = running_;
-        if (!run || !run->current_step_) return;
-        run->clear_progress();
-        fmt::print(run->options_.steps, "{}:{}: step {} {}: the library ended the run with exit status {} ({} before it){}\n",
-                   run->result_.path, run->current_step_->line, run->current_step_->number, run->label_, status,
-                   plural(run->result_.steps - 1, "step") + " ran", run->last_error_.empty() ? "" : ": " + without_location(run->result_.path, run->last_error_));
-        std::fflush(run->options_.steps);
-    }
-
-    // A batch whose entries and elements no longer pair up ends the process through an assertion:
-    // the step's line is written by a signal handler, from text composed before the step runs.
-    static inline char abort_line_[1024];
-    static inline size_t abort_length_ = 0;
-    static inline int abort_fd_ = -1;
-    static inline Trail *abort_trail_ = nullptr;
-
-    static void aborted(int signal_number) {
-        if (abort_length_ && write(abort_fd_, abort_line_, abort_length_) > 0 && abort_trail_) abort_trail_->step_line_written = true;
-        std::signal(signal_number, SIG_DFL);
-        std::raise(signal_number);
-    }
-
-    void arm_abort_line(const Step &step) {
-        static bool installed = (std::signal(SIGABRT, &FileRun::aborted), true);
-        (void)installed;
-        std::fflush(options_.steps); // the lines of earlier steps come first
-        std::string line = fmt::format("{}:{}: step {} {}: the library ended the run by an assertion ({} ran before it)\n", result_.path,
-                                       step.line, step.number, label_, plural(result_.steps - 1, "step"));
-        abort_length_ = std::min(line.size(), sizeof abort_line_);
-        std::memcpy(abort_line_, line.data(), abort_length_);
-        abort_fd_ = fileno(options_.steps);
-        abort_trail_ = options_.trail;
-    }
-
-    void start_trail(const Step &step) {
-        Trail &t = *options_.trail;
-        t.step = step.number;
-        t.line = step.line;
-        t.label[0] = '\0';
-    }
-
-    void end_trail() {
-        Trail &t = *options_.trail;
-        t.steps_ran = result_.steps;
-        t.step = 0;
-        t.mismatches = mismatches();
-        t.value_errors = value_errors();
-    }
-
-    void set_label(const std::string &label) {
-        label_ = label;
-        if (options_.trail) std::snprintf(options_.trail->label, sizeof options_.trail->label, "%s", label.c_str());
     }
 
 private:
@@ -134,6 +64,13 @@ private:
         finish();
         return result_;
     }
+
+    void set_label(const std::string &label) {
+        label_ = label;
+        trail_label(trail(), label);
+    }
+
+    Trail &trail() { return options_.trail ? *options_.trail : own_trail_; }
 
     void set_up(const Config &c) {
         simplane::reset();
@@ -206,9 +143,9 @@ private:
         clear_progress();
         std::fputs(out.c_str(), stderr);
         if (level != 1) return;
-        last_error_ = out.substr(0, out.size() - (out.back() == '\n'));
-        result_.add_finding(last_error_);
-        if (options_.trail) std::snprintf(options_.trail->last_error, sizeof options_.trail->last_error, "%s", last_error_.c_str());
+        std::string finding = out.substr(0, out.size() - (out.back() == '\n'));
+        result_.add_finding(finding);
+        trail_error(trail(), finding);
     }
 
     std::string fail_at(const JSON_Value *at, std::string message) {
@@ -262,9 +199,9 @@ private:
         if (sdk) answer_from(sdk);
         set_label(fmt::format("send {}", json_object_get_name(o, 0) ? json_object_get_name(o, 0) : ""));
         bool batch = json_object_get_value(o, "batch_crud") != nullptr;
-        if (batch) arm_abort_line(step);
+        if (batch) watch_->arm_abort();
         json_send_object_client(body, &context_.process);
-        abort_length_ = 0;
+        if (batch) watch_->disarm_abort();
         simplane::set_sdk_side(nullptr);
         if (const engine::TypeDesc *type = inactive_send_type(o)) return not_run(step, type->name);
         report(step, label_, mismatches() - before_m, value_errors() - before_v);
@@ -472,8 +409,9 @@ private:
     const Options &options_;
     FileResult result_;
     std::optional<StepCheck> check_;
-    const Step *current_step_ = nullptr;
-    std::string label_, last_error_;
+    std::string label_;
+    Trail own_trail_;           // where the run stands, when no parent process reads it
+    EndWatch *watch_ = nullptr;
     ScenarioReader reader_;
     pc::support::Context context_;
     uint32_t current_line_ = 0;
@@ -503,29 +441,6 @@ FileResult run_file(const std::string &path, const Options &options) {
         }
     }
     return FileRun(path, options).run();
-}
-
-FileResult ended_early(const std::string &path, const Trail &trail, const std::string &how, const std::vector<std::string> &last_lines) {
-    // an assertion report goes straight to standard error: the run's last line, or the one before
-    // the step line that the run wrote after it
-    size_t back = trail.step_line_written ? 2 : 1;
-    std::string last_output_line = last_lines.size() >= back ? last_lines[last_lines.size() - back] : "";
-    FileResult r;
-    r.path = path;
-    r.ended = true;
-    r.failed_steps = 1;
-    r.steps = trail.steps_ran;
-    r.mismatches = trail.mismatches;
-    r.value_errors = trail.value_errors;
-    r.last_error = trail.last_error[0] && how.rfind("exit", 0) == 0 ? trail.last_error : last_output_line;
-    if (r.last_error.empty()) r.last_error = trail.last_error;
-    r.ended_at = trail.step ? fmt::format("{}:{}", path, trail.line) : path;
-    std::string where = trail.step ? fmt::format(" in step {} ({}) at line {}, after {} ran", trail.step,
-                                                 trail.label[0] ? trail.label : "a step", trail.line, plural(trail.steps_ran, "step"))
-                                   : "";
-    r.add_finding(fmt::format("{}: the run ended early with {}{}", path, how, where));
-    if (!r.last_error.empty()) r.add_finding(r.last_error);
-    return r;
 }
 
 } // namespace pc::runner

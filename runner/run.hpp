@@ -57,8 +57,5 @@ struct FileResult {
 };
 
 FileResult run_file(const std::string &path, const Options &options);
-// The result of a file whose run the library ended, from what its trail kept; `how` is
-// "exit status 1" or "signal 6 (Aborted)", `last_lines` the last lines the run wrote.
-FileResult ended_early(const std::string &path, const Trail &trail, const std::string &how, const std::vector<std::string> &last_lines);
 
 } // namespace pc::runner

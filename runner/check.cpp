@@ -142,55 +142,43 @@ void StepCheck::add(const JSON_Value *at, std::string message, bool warning) {
 }
 
 void StepCheck::send(const JSON_Value *body, const JSON_Value *sdk) {
-    const JSON_Object *o = json_value_get_object(body);
-    if (!o) return;
-    bool special = false;
-    for (const char *key : kSpecialKeys)
-        if (const JSON_Value *v = json_object_get_value(o, key)) {
-            passed_over(o, key);
-            if (!std::strcmp(key, "batch_crud")) batch(v);
-            special = true;
-            break;
-        }
-    if (!special) {
+    if (const JSON_Object *o = json_value_get_object(body)) {
+        const char *special = nullptr;
+        for (const char *key : kSpecialKeys)
+            if (json_object_get_value(o, key) && !special) special = key;
         JSON_Value *list = nullptr;
-        const TypeDesc *type = engine::first_type(o, list);
-        if (!type) {
-            const char *name = json_object_get_name(o, 0);
-            add(name ? json_object_get_value_at(o, 0) : body,
-                fmt::format("unknown table {}: run ends the process here (exit status 1)", name ? name : "(the mapping is empty)"));
-        } else {
-            passed_over(o, type->name);
-            if (type_active(*type, list, false)) records(*type, list, Use::Sent);
+        if (special) {
+            passed_over(o, special);
+            if (!std::strcmp(special, "batch_crud")) batch(json_object_get_value(o, special));
+        } else if (const TypeDesc *type = table(o, body, list, "run"); type && type_active(*type, list, false)) {
+            records(*type, list, Use::Sent);
         }
     }
     if (const JSON_Object *answer = json_value_get_object(sdk)) {
         JSON_Value *list = nullptr;
-        const TypeDesc *type = engine::first_type(answer, list);
-        if (!type) {
-            const char *name = json_object_get_name(answer, 0);
-            add(name ? json_object_get_value_at(answer, 0) : sdk,
-                fmt::format("unknown table {} in sdk: the SDK side ends the process here (exit status 1)", name ? name : "(the mapping is empty)"));
-        } else {
-            passed_over(answer, type->name);
-            if (type_active(*type, list, false)) records(*type, list, Use::Received);
-        }
+        if (const TypeDesc *type = table(answer, sdk, list, "the SDK side"); type && type_active(*type, list, false))
+            records(*type, list, Use::Received);
     }
 }
 
 void StepCheck::dump(const JSON_Value *body) {
-    const JSON_Object *o = json_value_get_object(body);
-    if (!o) return;
     JSON_Value *list = nullptr;
-    const TypeDesc *type = engine::first_type(o, list);
-    if (!type) {
-        const char *name = json_object_get_name(o, 0);
-        add(name ? json_object_get_value_at(o, 0) : body,
-            fmt::format("unknown table {}: the dump ends the process here (exit status 1)", name ? name : "(the mapping is empty)"));
-        return;
+    if (const JSON_Object *o = json_value_get_object(body))
+        if (const TypeDesc *type = table(o, body, list, "the dump"); type && type_active(*type, list, true))
+            records(*type, list, Use::Dumped);
+}
+
+// The type a dispatch chain takes for the step, with its records; a step that names none ends
+// the process, deliberately, and is a finding here.
+const TypeDesc *StepCheck::table(const JSON_Object *o, const JSON_Value *at, JSON_Value *&list, const char *who) {
+    if (const TypeDesc *type = engine::first_type(o, list)) {
+        passed_over(o, type->name);
+        return type;
     }
-    passed_over(o, type->name);
-    if (type_active(*type, list, true)) records(*type, list, Use::Dumped);
+    const char *name = json_object_get_name(o, 0);
+    add(name ? json_object_get_value_at(o, 0) : at, fmt::format("unknown table {}: {} ends the process here (exit status 1)",
+                                                                name ? name : "(the mapping is empty)", who));
+    return nullptr;
 }
 
 // Steps of an inactive type do nothing at all: the type's send, receive and dump return at once.
@@ -214,23 +202,7 @@ void StepCheck::batch(const JSON_Value *batch_value) {
         add(batch_value, "an empty batch_crud list ends the process: the batch's entry count check fails (assertion)");
         return;
     }
-    const JSON_Value *first = json_array_get_value(list, 0);
-    const JSON_Value *params = json_object_get_value(json_value_get_object(first), "batch_params");
-    if (!params) {
-        add(first, "the first element of batch_crud must be { batch_params: { ... } }; without it the run counts a mismatch, "
-                   "and this element is never queued");
-    } else if (!json_value_get_object(params)) {
-        add(params, fmt::format("batch_params takes a mapping ({{ batch_rc_expect: 0, continue_on_error: false }}); this {} is read as "
-                                "neither", kind_of(params)));
-    } else if (const JSON_Object *p = json_value_get_object(params)) {
-        for (size_t i = 0; i < json_object_get_count(p); ++i) {
-            std::string_view key = json_object_get_name(p, i);
-            JSON_Value *v = json_object_get_value_at(p, i);
-            if (key == "batch_rc_expect") value(value_type_named("rc"), v, "rc");
-            else if (key == "continue_on_error") value(value_type_named("bool"), v, "continue_on_error");
-            else add(v, fmt::format("batch_params has no '{}' (batch_rc_expect, continue_on_error); the key is ignored", key));
-        }
-    }
+    batch_params(json_array_get_value(list, 0));
     for (size_t i = 1; i < n; ++i) {
         const JSON_Value *element = json_array_get_value(list, i);
         JSON_Value *records_value = nullptr;
@@ -242,6 +214,26 @@ void StepCheck::batch(const JSON_Value *batch_value) {
         }
         passed_over(json_value_get_object(element), type->name);
         records(*type, records_value, Use::Batch);
+    }
+}
+
+void StepCheck::batch_params(const JSON_Value *first) {
+    const JSON_Value *params = json_object_get_value(json_value_get_object(first), "batch_params");
+    if (!params) {
+        add(first, "the first element of batch_crud must be { batch_params: { ... } }; without it the run counts a mismatch, "
+                   "and this element is never queued");
+    } else if (!json_value_get_object(params)) {
+        add(params, fmt::format("batch_params takes a mapping ({{ batch_rc_expect: 0, continue_on_error: false }}); this {} is read as "
+                                "neither", kind_of(params)));
+    } else {
+        const JSON_Object *p = json_value_get_object(params);
+        for (size_t i = 0; i < json_object_get_count(p); ++i) {
+            std::string_view key = json_object_get_name(p, i);
+            JSON_Value *v = json_object_get_value_at(p, i);
+            if (key == "batch_rc_expect") value(value_type_named("rc"), v, "rc");
+            else if (key == "continue_on_error") value(value_type_named("bool"), v, "continue_on_error");
+            else add(v, fmt::format("batch_params has no '{}' (batch_rc_expect, continue_on_error); the key is ignored", key));
+        }
     }
 }
 

@@ -46,7 +46,9 @@ public:
 private:
     void add(const JSON_Value *at, std::string message, bool warning = false);
     enum class Use { Sent, Batch, Received, Dumped };
+    const engine::TypeDesc *table(const JSON_Object *o, const JSON_Value *at, JSON_Value *&list, const char *who);
     void batch(const JSON_Value *list);
+    void batch_params(const JSON_Value *first);
     void records(const engine::TypeDesc &type, const JSON_Value *list, Use use);
     void sent_op(const engine::TypeDesc &type, const JSON_Value *record, size_t index);
     void queued_op(const JSON_Value *record);

@@ -108,6 +108,17 @@ std::string enum_values(const support::ValueForm &form) {
 
 } // namespace
 
+const char *special_key(const JSON_Object *step) {
+    for (const char *key : kSpecialKeys)
+        if (json_object_get_value(step, key)) return key;
+    return nullptr;
+}
+
+const engine::TypeDesc *send_type(const JSON_Object *step) {
+    JSON_Value *records = nullptr;
+    return special_key(step) ? nullptr : engine::first_type(step, records);
+}
+
 bool handle_number(const char *text) {
     if (!text || !*text || *text == '-') return false;
     char *end = nullptr;
@@ -143,9 +154,7 @@ void StepCheck::add(const JSON_Value *at, std::string message, bool warning) {
 
 void StepCheck::send(const JSON_Value *body, const JSON_Value *sdk) {
     if (const JSON_Object *o = json_value_get_object(body)) {
-        const char *special = nullptr;
-        for (const char *key : kSpecialKeys)
-            if (json_object_get_value(o, key) && !special) special = key;
+        const char *special = special_key(o);
         JSON_Value *list = nullptr;
         if (special) {
             passed_over(o, special);

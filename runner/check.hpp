@@ -26,6 +26,11 @@ bool active_under(engine::Gate gate, int32_t object_set);
 // "inactive while object_set is 0"
 std::string inactive_text(int32_t object_set);
 
+// The special key a send step goes to first, or null.
+const char *special_key(const JSON_Object *step);
+// The object type a send step goes to: null for a special key or an unknown table.
+const engine::TypeDesc *send_type(const JSON_Object *step);
+
 // A handle number written as text ("0x1001"), not a name.
 bool handle_number(const char *text);
 // The "hdl" value of an update or delete record that names a handle `stored` does not know, or null.

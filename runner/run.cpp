@@ -14,7 +14,6 @@
 #include <fmt/format.h>
 
 #include <chrono>
-#include <cstdlib>
 #include <cstring>
 #include <optional>
 #include <set>
@@ -210,11 +209,7 @@ private:
 
     // The type a send step goes to, when the object-set flag makes it do nothing.
     const engine::TypeDesc *inactive_send_type(const JSON_Object *step) const {
-        static const char *const specials[] = {"ports", "vlan", "batch_crud", "route", "bundle", "get_then_update_test"};
-        for (const char *s : specials)
-            if (json_object_get_value(step, s)) return nullptr;
-        JSON_Value *records = nullptr;
-        const engine::TypeDesc *type = engine::first_type(step, records);
+        const engine::TypeDesc *type = send_type(step);
         return type && !active_under(type->gate, context_.process.object_set) ? type : nullptr;
     }
 

@@ -108,6 +108,17 @@ std::string enum_values(const support::ValueForm &form) {
 
 } // namespace
 
+const char *special_key(const JSON_Object *step) {
+    for (const char *key : kSpecialKeys)
+        if (json_object_get_value(step, key)) return key;
+    return nullptr;
+}
+
+const engine::TypeDesc *send_type(const JSON_Object *step) {
+    JSON_Value *records = nullptr;
+    return special_key(step) ? nullptr : engine::first_type(step, records);
+}
+
 bool handle_number(const char *text) {
     if (!text || !*text || *text == '-') return false;
     char *end = nullptr;
@@ -142,55 +153,41 @@ void StepCheck::add(const JSON_Value *at, std::string message, bool warning) {
 }
 
 void StepCheck::send(const JSON_Value *body, const JSON_Value *sdk) {
-    const JSON_Object *o = json_value_get_object(body);
-    if (!o) return;
-    bool special = false;
-    for (const char *key : kSpecialKeys)
-        if (const JSON_Value *v = json_object_get_value(o, key)) {
-            passed_over(o, key);
-            if (!std::strcmp(key, "batch_crud")) batch(v);
-            special = true;
-            break;
-        }
-    if (!special) {
+    if (const JSON_Object *o = json_value_get_object(body)) {
+        const char *special = special_key(o);
         JSON_Value *list = nullptr;
-        const TypeDesc *type = engine::first_type(o, list);
-        if (!type) {
-            const char *name = json_object_get_name(o, 0);
-            add(name ? json_object_get_value_at(o, 0) : body,
-                fmt::format("unknown table {}: run ends the process here (exit status 1)", name ? name : "(the mapping is empty)"));
-        } else {
-            passed_over(o, type->name);
-            if (type_active(*type, list, false)) records(*type, list, Use::Sent);
+        if (special) {
+            passed_over(o, special);
+            if (!std::strcmp(special, "batch_crud")) batch(json_object_get_value(o, special));
+        } else if (const TypeDesc *type = table(o, body, list, "run"); type && type_active(*type, list, false)) {
+            records(*type, list, Use::Sent);
         }
     }
     if (const JSON_Object *answer = json_value_get_object(sdk)) {
         JSON_Value *list = nullptr;
-        const TypeDesc *type = engine::first_type(answer, list);
-        if (!type) {
-            const char *name = json_object_get_name(answer, 0);
-            add(name ? json_object_get_value_at(answer, 0) : sdk,
-                fmt::format("unknown table {} in sdk: the SDK side ends the process here (exit status 1)", name ? name : "(the mapping is empty)"));
-        } else {
-            passed_over(answer, type->name);
-            if (type_active(*type, list, false)) records(*type, list, Use::Received);
-        }
+        if (const TypeDesc *type = table(answer, sdk, list, "the SDK side"); type && type_active(*type, list, false))
+            records(*type, list, Use::Received);
     }
 }
 
 void StepCheck::dump(const JSON_Value *body) {
-    const JSON_Object *o = json_value_get_object(body);
-    if (!o) return;
     JSON_Value *list = nullptr;
-    const TypeDesc *type = engine::first_type(o, list);
-    if (!type) {
-        const char *name = json_object_get_name(o, 0);
-        add(name ? json_object_get_value_at(o, 0) : body,
-            fmt::format("unknown table {}: the dump ends the process here (exit status 1)", name ? name : "(the mapping is empty)"));
-        return;
+    if (const JSON_Object *o = json_value_get_object(body))
+        if (const TypeDesc *type = table(o, body, list, "the dump"); type && type_active(*type, list, true))
+            records(*type, list, Use::Dumped);
+}
+
+// The type a dispatch chain takes for the step, with its records; a step that names none ends
+// the process, deliberately, and is a finding here.
+const TypeDesc *StepCheck::table(const JSON_Object *o, const JSON_Value *at, JSON_Value *&list, const char *who) {
+    if (const TypeDesc *type = engine::first_type(o, list)) {
+        passed_over(o, type->name);
+        return type;
     }
-    passed_over(o, type->name);
-    if (type_active(*type, list, true)) records(*type, list, Use::Dumped);
+    const char *name = json_object_get_name(o, 0);
+    add(name ? json_object_get_value_at(o, 0) : at, fmt::format("unknown table {}: {} ends the process here (exit status 1)",
+                                                                name ? name : "(the mapping is empty)", who));
+    return nullptr;
 }
 
 // Steps of an inactive type do nothing at all: the type's send, receive and dump return at once.
@@ -214,20 +211,7 @@ void StepCheck::batch(const JSON_Value *batch_value) {
         add(batch_value, "an empty batch_crud list ends the process: the batch's entry count check fails (assertion)");
         return;
     }
-    const JSON_Value *first = json_array_get_value(list, 0);
-    const JSON_Value *params = json_object_get_value(json_value_get_object(first), "batch_params");
-    if (!params) {
-        add(first, "the first element of batch_crud must be { batch_params: { ... } }; without it the run counts a mismatch, "
-                   "and this element is never queued");
-    } else if (const JSON_Object *p = json_value_get_object(params)) {
-        for (size_t i = 0; i < json_object_get_count(p); ++i) {
-            std::string_view key = json_object_get_name(p, i);
-            JSON_Value *v = json_object_get_value_at(p, i);
-            if (key == "batch_rc_expect") value(value_type_named("rc"), v, "rc");
-            else if (key == "continue_on_error") value(value_type_named("bool"), v, "continue_on_error");
-            else add(v, fmt::format("batch_params has no '{}' (batch_rc_expect, continue_on_error); the key is ignored", key));
-        }
-    }
+    batch_params(json_array_get_value(list, 0));
     for (size_t i = 1; i < n; ++i) {
         const JSON_Value *element = json_array_get_value(list, i);
         JSON_Value *records_value = nullptr;
@@ -242,6 +226,26 @@ void StepCheck::batch(const JSON_Value *batch_value) {
     }
 }
 
+void StepCheck::batch_params(const JSON_Value *first) {
+    const JSON_Value *params = json_object_get_value(json_value_get_object(first), "batch_params");
+    if (!params) {
+        add(first, "the first element of batch_crud must be { batch_params: { ... } }; without it the run counts a mismatch, "
+                   "and this element is never queued");
+    } else if (!json_value_get_object(params)) {
+        add(params, fmt::format("batch_params takes a mapping ({{ batch_rc_expect: 0, continue_on_error: false }}); this {} is read as "
+                                "neither", kind_of(params)));
+    } else {
+        const JSON_Object *p = json_value_get_object(params);
+        for (size_t i = 0; i < json_object_get_count(p); ++i) {
+            std::string_view key = json_object_get_name(p, i);
+            JSON_Value *v = json_object_get_value_at(p, i);
+            if (key == "batch_rc_expect") value(value_type_named("rc"), v, "rc");
+            else if (key == "continue_on_error") value(value_type_named("bool"), v, "continue_on_error");
+            else add(v, fmt::format("batch_params has no '{}' (batch_rc_expect, continue_on_error); the key is ignored", key));
+        }
+    }
+}
+
 void StepCheck::records(const TypeDesc &type, const JSON_Value *value, Use use) {
     const JSON_Array *list = json_value_get_array(value);
     if (!list) {
@@ -251,6 +255,12 @@ void StepCheck::records(const TypeDesc &type, const JSON_Value *value, Use use) 
     }
     lint_records(type, value, [this](const JSON_Value *at, const std::string &message) { add(at, message); });
     size_t n = json_array_get_count(list);
+    if (n == 0) {
+        add(value, use == Use::Batch ? fmt::format("a batch element with no {} record: the batch refuses it and the process ends "
+                                                   "(assertion rc == EOK)", type.name)
+                                     : fmt::format("{}: [] holds no record: the step runs nothing", type.name));
+        return;
+    }
     if (use == Use::Batch && n > 1)
         add(json_array_get_value(list, 1), fmt::format("a batch element queues its first record only; the {} after it {} passed over",
                                                        n - 1 == 1 ? "record" : fmt::format("{} records", n - 1), n - 1 == 1 ? "is" : "are"));
@@ -326,9 +336,17 @@ void StepCheck::passed_over(const JSON_Object *o, const char *taken) {
 }
 
 void StepCheck::members(const TypeDesc &type, const JSON_Object *record) {
-    const JSON_Array *list = json_value_get_array(json_object_get_value(record, "members"));
-    for (size_t j = 0; list && j < json_array_get_count(list); ++j)
-        if (const JSON_Object *element = json_value_get_object(json_array_get_value(list, j))) values(type, element, true);
+    const JSON_Value *value = json_object_get_value(record, "members");
+    const JSON_Array *list = json_value_get_array(value);
+    if (!list) {
+        add(value, fmt::format("members takes a list of element mappings; this {} is passed over without a word", kind_of(value)));
+        return;
+    }
+    for (size_t j = 0; j < json_array_get_count(list); ++j) {
+        const JSON_Value *v = json_array_get_value(list, j);
+        if (const JSON_Object *element = json_value_get_object(v)) values(type, element, true);
+        else add(v, fmt::format("an element of members is a mapping of element attributes; this {} is passed over without a word", kind_of(v)));
+    }
 }
 
 void StepCheck::values(const TypeDesc &type, const JSON_Object *o, bool element) {
@@ -342,6 +360,7 @@ void StepCheck::values(const TypeDesc &type, const JSON_Object *o, bool element)
         if (it == map.end()) {
             if (element) continue;
             if (!std::strcmp(key, "members")) members(type, o);
+            else if (!std::strcmp(key, "hdl") && !json_value_get_string(v)) value(value_type_named("ulong"), v, "hdl");
             else if (const char *vt = control_value_type(key)) value(value_type_named(vt), v, key);
             continue;
         }
@@ -360,8 +379,9 @@ void StepCheck::values(const TypeDesc &type, const JSON_Object *o, bool element)
 }
 
 // A refhdl value names a handle that an earlier record stored with "hdl", or is a number.
-void StepCheck::handle_read(const JSON_Value *v, const char *what) {
+void StepCheck::handle_read(JSON_Value *v, const char *what) {
     const char *name = json_value_get_string(v);
+    if (!name) return value(value_type_named("refhdl"), v, what);
     if (!name || handle_number(name) || stored_.count(name)) return;
     add(v, fmt::format("{}: handle name '{}' is read before any earlier record stores it (a create or get with hdl: {})", what, name, name));
 }

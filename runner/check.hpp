@@ -26,6 +26,11 @@ bool active_under(engine::Gate gate, int32_t object_set);
 // "inactive while object_set is 0"
 std::string inactive_text(int32_t object_set);
 
+// The special key a send step goes to first, or null.
+const char *special_key(const JSON_Object *step);
+// The object type a send step goes to: null for a special key or an unknown table.
+const engine::TypeDesc *send_type(const JSON_Object *step);
+
 // A handle number written as text ("0x1001"), not a name.
 bool handle_number(const char *text);
 // The "hdl" value of an update or delete record that names a handle `stored` does not know, or null.
@@ -46,7 +51,9 @@ public:
 private:
     void add(const JSON_Value *at, std::string message, bool warning = false);
     enum class Use { Sent, Batch, Received, Dumped };
+    const engine::TypeDesc *table(const JSON_Object *o, const JSON_Value *at, JSON_Value *&list, const char *who);
     void batch(const JSON_Value *list);
+    void batch_params(const JSON_Value *first);
     void records(const engine::TypeDesc &type, const JSON_Value *list, Use use);
     void sent_op(const engine::TypeDesc &type, const JSON_Value *record, size_t index);
     void queued_op(const JSON_Value *record);
@@ -56,7 +63,7 @@ private:
     void values(const engine::TypeDesc &type, const JSON_Object *o, bool element);
     void value(uint16_t value_type, JSON_Value *v, const char *name);
     void enum_range(uint16_t value_type, const JSON_Value *v, const char *name);
-    void handle_read(const JSON_Value *v, const char *what);
+    void handle_read(JSON_Value *v, const char *what);
     bool type_active(const engine::TypeDesc &type, const JSON_Value *at, bool dump);
 
     int32_t object_set_;

@@ -1,7 +1,18 @@
+// When the library ends the process (an unknown table ends it with exit status 1, a batch that no
+// longer pairs up ends it by an assertion), the file's report must still say where: the running
+// step's line is written from an exit hook or an abort handler, and a parent process reads the
+// trail that the run kept (see Trail in run.hpp).
+//
 // Every end of the process keeps what the run produced: on exit (the library's unknown-table
 // exit), on abort (the batch and validation assertions) and on a stop signal, the recorder, the
 // step's pending output and standard output and error are written out first.
 #pragma once
+
+#include "run.hpp"
+
+#include <cstdio>
+#include <string>
+#include <vector>
 
 namespace pc::runner::ending {
 
@@ -18,3 +29,33 @@ int stop_signal();
 void stop_if_requested();
 
 } // namespace pc::runner::ending
+
+namespace pc::runner {
+
+// Watches one file's run for as long as it lives; one at a time per process.
+class EndWatch {
+public:
+    EndWatch(const std::string &path, FILE *steps, Trail &trail, bool progress);
+    ~EndWatch();
+    EndWatch(const EndWatch &) = delete;
+    EndWatch &operator=(const EndWatch &) = delete;
+
+    // Around a call that may end by an assertion: a signal handler cannot compose text, so the
+    // step's line is composed beforehand.
+    void arm_abort();
+    void disarm_abort();
+};
+
+// Writes the step line that arm_abort composed (from the abort handler).
+void write_armed_abort_line();
+
+void trail_step(Trail &trail, size_t number, uint32_t line);
+void trail_label(Trail &trail, const std::string &label);
+void trail_error(Trail &trail, const std::string &line);
+void trail_done(Trail &trail, size_t steps_ran, uint64_t mismatches, uint64_t value_errors);
+
+// The result of a file whose run the library ended, from what its trail kept; `how` is
+// "exit status 1" or "signal 6 (Aborted)", `last_lines` the last lines the run wrote.
+FileResult ended_early(const std::string &path, const Trail &trail, const std::string &how, const std::vector<std::string> &last_lines);
+
+} // namespace pc::runner

@@ -144,16 +144,22 @@ FileResult failed(const std::string &file, const std::string &reason) {
     return r;
 }
 
-// Prints a child's output; returns its last line.
-std::string print_output(const std::string &file, const Child &c) {
+// Prints a child's output; returns its last two lines.
+std::vector<std::string> print_output(const std::string &file, const Child &c) {
     std::string text;
     if (!read_all(c.output.fd, text)) {
         fmt::print(stderr, "{}: its output cannot be read back: {}\n", file, std::strerror(errno));
         return {};
     }
     std::fputs(text.c_str(), stderr);
-    while (!text.empty() && text.back() == '\n') text.pop_back();
-    return text.substr(text.find_last_of('\n') + 1);
+    std::vector<std::string> last;
+    std::istringstream lines(text);
+    for (std::string line; std::getline(lines, line);) {
+        if (line.empty()) continue;
+        last.push_back(line);
+        if (last.size() > 2) last.erase(last.begin());
+    }
+    return last;
 }
 
 void release_trail(Child &c) {
@@ -163,11 +169,11 @@ void release_trail(Child &c) {
 
 FileResult finish(const std::string &file, Child &c) {
     if (!c.not_run.empty()) return release_trail(c), failed(file, "not run: " + c.not_run);
-    std::string last_line = print_output(file, c);
+    std::vector<std::string> last_lines = print_output(file, c);
     if (!WIFEXITED(c.status) || WEXITSTATUS(c.status) != 0) {
         std::string how = WIFEXITED(c.status) ? fmt::format("exit status {}", WEXITSTATUS(c.status))
                                               : fmt::format("signal {} ({})", WTERMSIG(c.status), strsignal(WTERMSIG(c.status)));
-        FileResult r = ended_early(file, c.trail ? *c.trail : Trail{}, how, last_line);
+        FileResult r = ended_early(file, c.trail ? *c.trail : Trail{}, how, last_lines);
         fmt::print(stderr, "{}\n", r.findings.front());
         release_trail(c);
         return r;

@@ -16,7 +16,6 @@
 #include <fmt/format.h>
 
 #include <chrono>
-#include <cstdlib>
 #include <cstring>
 #include <optional>
 #include <set>
@@ -36,7 +35,9 @@ public:
         if (!reader_.open(result_.path, error) || !reader_.read_header(error)) return invalid(error);
         if (options_.check_only) check_.emplace(reader_.config().object_set);
         else set_up(reader_.config());
-        EndWatch watch(this);
+        EndWatch watch(result_.path, options_.steps, trail(), options_.progress);
+        watch_ = &watch;
+        running_ = this;
         for (;;) {
             Step step;
             bool done = false;
@@ -46,13 +47,13 @@ public:
             ++result_.steps;
             show_progress();
             current_line_ = step.line;
-            current_step_ = &step;
             context_.session.record_line = 0;
-            if (options_.trail) start_trail(step);
+            trail_step(trail(), step.number, step.line);
+            current_step_ = &step;
             std::string problem = run_step(step);
             print_dump_document(step);
-            if (options_.trail) end_trail();
             current_step_ = nullptr;
+            trail_done(trail(), result_.steps, mismatches(), value_errors());
             if (!problem.empty()) {
                 error = {result_.path, pc_json_line(problem_at_), pc_json_column(problem_at_), problem};
                 return invalid(error);
@@ -65,19 +66,6 @@ public:
         return result_;
     }
 
-    // While a file runs, a library that ends the process still gets the running step's line written.
-    struct EndWatch {
-        explicit EndWatch(FileRun *run) {
-            static bool registered = (on_exit(&FileRun::ended, nullptr), true);
-            (void)registered;
-            running_ = run;
-        }
-        ~EndWatch() { running_ = nullptr; }
-        EndWatch(const EndWatch &) = delete;
-        EndWatch &operator=(const EndWatch &) = delete;
-    };
-    static inline FileRun *running_ = nullptr;
-
     // At an end of the process in the middle of a step: what the step has received so far.
     static void write_pending_of_running() {
         FileRun *run = running_;
@@ -85,36 +73,8 @@ public:
         run->clear_progress();
         run->print_dump_document(*run->current_step_);
     }
-
-    static void ended(int status, void *) {
-        FileRun *run = running_;
-        if (!run || !run->current_step_) return;
-        run->clear_progress();
-        fmt::print(run->options_.steps, "{}:{}: step {} {}: the library ended the run with exit status {} ({} before it){}\n",
-                   run->result_.path, run->current_step_->line, run->current_step_->number, run->label_, status,
-                   plural(run->result_.steps - 1, "step") + " ran", run->last_error_.empty() ? "" : ": " + without_location(run->result_.path, run->last_error_));
-        std::fflush(run->options_.steps);
-    }
-
-    void start_trail(const Step &step) {
-        Trail &t = *options_.trail;
-        t.step = step.number;
-        t.line = step.line;
-        t.label[0] = '\0';
-    }
-
-    void end_trail() {
-        Trail &t = *options_.trail;
-        t.steps_ran = result_.steps;
-        t.step = 0;
-        t.mismatches = mismatches();
-        t.value_errors = value_errors();
-    }
-
-    void set_label(const std::string &label) {
-        label_ = label;
-        if (options_.trail) std::snprintf(options_.trail->label, sizeof options_.trail->label, "%s", label.c_str());
-    }
+    static inline FileRun *running_ = nullptr; // the file being run, for the end-of-process handlers
+    const Step *current_step_ = nullptr;
 
 private:
     FileResult invalid(const yaml::LoadError &error) {
@@ -124,6 +84,13 @@ private:
         finish();
         return result_;
     }
+
+    void set_label(const std::string &label) {
+        label_ = label;
+        trail_label(trail(), label);
+    }
+
+    Trail &trail() { return options_.trail ? *options_.trail : own_trail_; }
 
     void set_up(const Config &c) {
         simplane::reset();
@@ -219,9 +186,9 @@ private:
         clear_progress();
         std::fputs(out.c_str(), stderr);
         if (level != 1) return;
-        last_error_ = out.substr(0, out.size() - (out.back() == '\n'));
-        result_.add_finding(last_error_);
-        if (options_.trail) std::snprintf(options_.trail->last_error, sizeof options_.trail->last_error, "%s", last_error_.c_str());
+        std::string finding = out.substr(0, out.size() - (out.back() == '\n'));
+        result_.add_finding(finding);
+        trail_error(trail(), finding);
     }
 
     std::string fail_at(const JSON_Value *at, std::string message) {
@@ -276,7 +243,10 @@ private:
         if (sdk) lint_type(json_value_get_object(sdk));
         if (sdk) answer_from(sdk);
         set_label(fmt::format("send {}", json_object_get_name(o, 0) ? json_object_get_name(o, 0) : ""));
+        bool batch = json_object_get_value(o, "batch_crud") != nullptr;
+        if (batch) watch_->arm_abort();
         json_send_object_client(body, &context_.process);
+        if (batch) watch_->disarm_abort();
         simplane::set_sdk_side(nullptr);
         if (const engine::TypeDesc *type = inactive_send_type(o)) return not_run(step, type->name);
         report(step, label_, mismatches() - before_m, value_errors() - before_v);
@@ -285,11 +255,7 @@ private:
 
     // The type a send step goes to, when the object-set flag makes it do nothing.
     const engine::TypeDesc *inactive_send_type(const JSON_Object *step) const {
-        static const char *const specials[] = {"ports", "vlan", "batch_crud", "route", "bundle", "get_then_update_test"};
-        for (const char *s : specials)
-            if (json_object_get_value(step, s)) return nullptr;
-        JSON_Value *records = nullptr;
-        const engine::TypeDesc *type = engine::first_type(step, records);
+        const engine::TypeDesc *type = send_type(step);
         return type && !active_under(type->gate, context_.process.object_set) ? type : nullptr;
     }
 
@@ -520,8 +486,9 @@ private:
     const Options &options_;
     FileResult result_;
     std::optional<StepCheck> check_;
-    const Step *current_step_ = nullptr;
-    std::string label_, last_error_;
+    std::string label_;
+    Trail own_trail_;           // where the run stands, when no parent process reads it
+    EndWatch *watch_ = nullptr;
     ScenarioReader reader_;
     simplane::Instance plane_; // objects, handles, injections and NPU results of this file only
     pc::support::Context context_;
@@ -552,26 +519,6 @@ FileResult run_file(const std::string &path, const Options &options) {
         }
     }
     return FileRun(path, options).run();
-}
-
-FileResult ended_early(const std::string &path, const Trail &trail, const std::string &how, const std::string &last_output_line) {
-    FileResult r;
-    r.path = path;
-    r.ended = true;
-    r.failed_steps = 1;
-    r.steps = trail.steps_ran;
-    r.mismatches = trail.mismatches;
-    r.value_errors = trail.value_errors;
-    // an assertion report goes straight to standard error, so it is the child's last line
-    r.last_error = trail.last_error[0] && how.rfind("exit", 0) == 0 ? trail.last_error : last_output_line;
-    if (r.last_error.empty()) r.last_error = trail.last_error;
-    r.ended_at = trail.step ? fmt::format("{}:{}", path, trail.line) : path;
-    std::string where = trail.step ? fmt::format(" in step {} ({}) at line {}, after {} ran", trail.step,
-                                                 trail.label[0] ? trail.label : "a step", trail.line, plural(trail.steps_ran, "step"))
-                                   : "";
-    r.add_finding(fmt::format("{}: the run ended early with {}{}", path, how, where));
-    if (!r.last_error.empty()) r.add_finding(r.last_error);
-    return r;
 }
 
 } // namespace pc::runner

@@ -21,6 +21,7 @@ struct Trail {
     uint64_t mismatches = 0, value_errors = 0;
     char label[128] = {};             // "send test_iff"
     char last_error[1024] = {};       // the last error line logged
+    bool step_line_written = false;   // the run wrote the ending step's line itself
 };
 
 struct Options {
@@ -59,8 +60,5 @@ struct FileResult {
 };
 
 FileResult run_file(const std::string &path, const Options &options);
-// The result of a file whose run the library ended, from what its trail kept; `how` is
-// "exit status 1" or "signal 6 (Aborted)", `last_output_line` the last line the run wrote.
-FileResult ended_early(const std::string &path, const Trail &trail, const std::string &how, const std::string &last_output_line);
 
 } // namespace pc::runner

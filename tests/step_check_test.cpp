@@ -1,0 +1,162 @@
+// The pre-flight check, called directly: which steps it flags, where, and which it leaves alone.
+#include "check.hpp"
+
+#include "arena.hpp"
+#include "yaml_loader.hpp"
+
+#include <gtest/gtest.h>
+
+#include <string>
+#include <vector>
+
+namespace {
+
+using pc::runner::CheckFinding;
+using pc::runner::StepCheck;
+
+class CheckSteps {
+public:
+    explicit CheckSteps(int32_t object_set = 0) : check(object_set) {}
+
+    // Checks one step written as YAML ({ send: ..., sdk: ... } or { dump: ... }); returns its findings.
+    std::vector<CheckFinding> step(const std::string &yaml) {
+        pc::yaml::LoadError error;
+        JSON_Value *v = pc::yaml::load_string(yaml, "t.yaml", arena, error);
+        EXPECT_NE(v, nullptr) << error.text();
+        const JSON_Object *o = json_value_get_object(v);
+        if (JSON_Value *dump = json_object_get_value(o, "dump")) check.dump(dump);
+        else check.send(json_object_get_value(o, "send"), json_object_get_value(o, "sdk"));
+        return check.take();
+    }
+
+    StepCheck check;
+    pc::Arena arena;
+};
+
+std::string texts(const std::vector<CheckFinding> &findings) {
+    std::string out;
+    for (const auto &f : findings) out += std::to_string(f.line) + ":" + std::to_string(f.column) + ": " + f.message + "\n";
+    return out;
+}
+
+TEST(StepCheck, HandleNamesCountAsStoredOnlyOnceAnEarlierRecordThatRunsStoresThem) {
+    CheckSteps c;
+    // create and the gets store; update, delete and refhdl values read; numbers are handles already
+    EXPECT_TRUE(c.step("send: { test_if: [ { op: create, key_a: 1, hdl: a }, { op: update, key_a: 1, hdl: a } ] }").empty());
+    EXPECT_TRUE(c.step("send: { test_if: [ { op: get_first, hdl: b }, { op: delete, key_a: 1, hdl: b } ] }").empty());
+    EXPECT_TRUE(c.step("send: { test_if: [ { op: delete, key_a: 1, hdl: \"0x1001\" }, { op: update, key_a: 1, hdl: 7 } ] }").empty());
+    EXPECT_TRUE(c.step("send: { test_if: [ { op: create, key_a: 2, testethport_refhdl: a } ] }").empty());
+
+    // read in the same record that stores it: the read comes first
+    auto same = c.step("send: { test_if: [ { op: create, key_a: 3, hdl: c, testethport_refhdl: c } ] }");
+    ASSERT_EQ(same.size(), 1u) << texts(same);
+    EXPECT_NE(same[0].message.find("'c' is read before"), std::string::npos);
+
+    // an update names a handle that only a later record stores
+    auto later = c.step("send: { test_if: [ { op: update, key_a: 1, hdl: d }, { op: create, key_a: 4, hdl: d } ] }");
+    ASSERT_EQ(later.size(), 1u) << texts(later);
+    EXPECT_EQ(later[0].column, 49u);
+
+    // an inactive type's create runs nothing, so it stores nothing
+    EXPECT_EQ(c.step("send: { ipvrf: [ { op: create, vrf_id: 1, hdl: v } ] }").size(), 1u);
+    auto unstored = c.step("send: { test_if: [ { op: delete, key_a: 1, hdl: v } ] }");
+    EXPECT_EQ(unstored.size(), 1u) << texts(unstored);
+}
+
+TEST(StepCheck, GatesFollowTheObjectSetAndTheDumpWithoutGate) {
+    CheckSteps zero(0), one(1);
+    EXPECT_TRUE(zero.step("send: { nhgroup: [ { op: create, nhgroup_id: 1 } ] }").empty());
+    EXPECT_EQ(one.step("send: { nhgroup: [ { op: create, nhgroup_id: 1 } ] }").size(), 1u);
+    EXPECT_TRUE(one.step("send: { ipnh: [ { op: create, intf: 1 } ] }").empty());
+    auto inactive = zero.step("send: { ipnh: [ { op: create, intf: 1, atr: 1 } ] }");
+    ASSERT_EQ(inactive.size(), 1u) << texts(inactive); // the records of a step that runs nothing are not looked at
+    EXPECT_NE(inactive[0].message.find("ipnh is inactive while object_set is 0"), std::string::npos);
+    // macnh's dump ignores the gate, its send does not
+    EXPECT_TRUE(one.step("dump: { macnh: [ { op: get } ] }").empty());
+    EXPECT_EQ(one.step("send: { macnh: [ { op: get } ] }").size(), 1u);
+    // a pair is gated by its target: pbrsbf's ipvrf pair while the flag is 0, its vrfid pair while it is not
+    EXPECT_EQ(zero.step("send: { pbrsbf: [ { op: create, vrf_obj_ipvrf_refkey: { vrf_id: 1 } } ] }").size(), 1u);
+    EXPECT_TRUE(zero.step("send: { pbrsbf: [ { op: create, vrf_obj_vrfid_refkey: { vrf_id: 1 } } ] }").empty());
+    EXPECT_EQ(one.step("send: { pbrsbf: [ { op: create, vrf_obj_vrfid_refkey: { vrf_id: 1 } } ] }").size(), 1u);
+}
+
+TEST(StepCheck, OpsAreThoseABranchOfTheTypeHandles) {
+    CheckSteps c;
+    for (const char *op : {"create", "update", "delete", "get", "get_first", "get_next", "get_gt_eq", "walk_by_key"})
+        EXPECT_TRUE(c.step(std::string("send: { test_if: [ { op: ") + op + ", key_a: 1 } ] }").empty()) << op;
+    EXPECT_TRUE(c.step("send: { ipacl: [ { op: eod } ] }").empty());
+    EXPECT_TRUE(c.step("send: { test_if: [ { op: replay_start } ] }").empty());
+    for (const char *op : {"getx", "Create", "eod", "\"\""})
+        EXPECT_EQ(c.step(std::string("send: { test_if: [ { op: ") + op + ", key_a: 1 } ] }").size(), 1u) << op;
+    EXPECT_EQ(c.step("send: { test_if: [ { op: 5 } ] }").size(), 1u);
+    // replay_end after the first record does nothing; and after a first replay nothing else runs, said once
+    EXPECT_EQ(c.step("send: { test_if: [ { op: get, key_a: 1 }, { op: replay_end } ] }").size(), 1u);
+    auto replay = c.step("send: { test_if: [ { op: replay }, { op: creat }, { op: create } ] }");
+    ASSERT_EQ(replay.size(), 1u) << texts(replay);
+    EXPECT_NE(replay[0].message.find("never run"), std::string::npos);
+}
+
+TEST(StepCheck, BatchesAreCheckedAsTheBatchLayerQueuesThem) {
+    CheckSteps c;
+    EXPECT_TRUE(c.step("send: { batch_crud: [ { batch_params: {} } ] }").empty()); // nothing queued is fine
+    EXPECT_TRUE(c.step("send: { batch_crud: [ { batch_params: { batch_rc_expect: DONT_CARE } }, { ipacl: [ { op: eod } ] } ] }").empty());
+    // only the first record of an element is queued: the second is said once, and not checked
+    auto extra = c.step("send: { batch_crud: [ { batch_params: {} }, { test_if: [ { op: create, key_a: 1 }, { op: creat } ] } ] }");
+    ASSERT_EQ(extra.size(), 1u) << texts(extra);
+    EXPECT_NE(extra[0].message.find("first record only"), std::string::npos);
+    // a record without op is refused by the batch list, which ends the process
+    auto no_op = c.step("send: { batch_crud: [ { batch_params: {} }, { test_if: [ { key_a: 1 } ] } ] }");
+    ASSERT_EQ(no_op.size(), 1u) << texts(no_op);
+    EXPECT_NE(no_op[0].message.find("the batch refuses a record without op"), std::string::npos);
+    auto params = c.step("send: { batch_crud: [ { batch_params: { batch_rc: 0, continue_on_error: maybe } } ] }");
+    EXPECT_EQ(params.size(), 2u) << texts(params);
+    // the special keys come before any type, whatever the order of the keys
+    auto both = c.step("send: { test_if: [ { op: creat } ], batch_crud: [ { batch_params: {} } ] }");
+    ASSERT_EQ(both.size(), 1u) << texts(both);
+    EXPECT_NE(both[0].message.find("'test_if' is passed over: the step goes to batch_crud"), std::string::npos);
+}
+
+TEST(StepCheck, ShapesTheLibraryPassesOverWithoutAWordAreFound) {
+    CheckSteps c;
+    EXPECT_TRUE(c.step("send: { nhgroup: [ { op: create, nhgroup_id: 1, members: [ {}, { forward_class: 2 } ] } ] }").empty());
+    for (const char *shape : {"send: { test_if: [] }", "send: { test_if: [ { op: create, key_a: 1, members: 5 } ] }",
+                              "send: { nhgroup: [ { op: create, nhgroup_id: 1, members: [ 1 ] } ] }",
+                              "send: { batch_crud: [ { batch_params: 5 } ] }",
+                              "send: { batch_crud: [ { batch_params: {} }, { test_if: [] } ] }",
+                              "send: { test_if: [ { op: delete, key_a: 1, hdl: { a: 1 } } ] }",
+                              "send: { test_if: [ { op: create, key_a: 1, testethport_refhdl: [ x ] } ] }"}) {
+        auto found = c.step(shape);
+        EXPECT_EQ(found.size(), 1u) << shape << "\n" << texts(found);
+    }
+}
+
+TEST(StepCheck, EnumNumbersOutsideTheirValuesAreWarningsOnly) {
+    CheckSteps c;
+    EXPECT_TRUE(c.step("send: { bfdoff: [ { op: create, local_disc: 1, local_state: up } ] }").empty());
+    EXPECT_TRUE(c.step("send: { bfdoff: [ { op: create, local_disc: 1, local_state: 3 } ] }").empty());
+    auto out = c.step("send: { bfdoff: [ { op: create, local_disc: 1, local_state: \"0x10\" } ] }");
+    ASSERT_EQ(out.size(), 1u) << texts(out);
+    EXPECT_TRUE(out[0].warning);
+    EXPECT_NE(out[0].message.find("16 is not a value of dpa_bfdoff_local_state_en"), std::string::npos);
+    // a name the enum does not have is refused by the converter: an error, not a warning
+    auto name = c.step("send: { bfdoff: [ { op: create, local_disc: 1, local_state: sideways } ] }");
+    ASSERT_EQ(name.size(), 1u);
+    EXPECT_FALSE(name[0].warning);
+    // NOT_SET asks for an absent attribute; it is no value to convert
+    EXPECT_TRUE(c.step("send: { bfdoff: [ { op: get, local_disc: 1, local_state: NOT_SET } ] }").empty());
+}
+
+TEST(StepCheck, TheSdkSideAndDumpsAreCheckedForTablesShapesAndValues) {
+    CheckSteps c;
+    EXPECT_TRUE(c.step("send: { test_if: [ { op: get, key_a: 1 } ] }\nsdk: { test_if: [ { op: get, attr_a1: 5, rc: 0 } ] }").empty());
+    auto sdk = c.step("send: { test_if: [ { op: get, key_a: 1 } ] }\nsdk: { test_if: { op: get } }");
+    ASSERT_EQ(sdk.size(), 1u) << texts(sdk);
+    EXPECT_EQ(sdk[0].line, 2u);
+    auto dump = c.step("dump: { test_if: [ { op: get, key_a: one } ], test_nh: [] }");
+    EXPECT_EQ(dump.size(), 2u) << texts(dump); // a refused key value and the table passed over
+    auto empty = c.step("dump: {}");
+    ASSERT_EQ(empty.size(), 1u);
+    EXPECT_NE(empty[0].message.find("unknown table (the mapping is empty)"), std::string::npos);
+}
+
+} // namespace

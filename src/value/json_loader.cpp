@@ -126,13 +126,13 @@ struct Builder {
     }
 
     // Integers keep their exact value as the YAML reader keeps them: a non-negative one is
-    // unsigned, a negative one signed; one beyond 64 bits is read as a floating-point number.
+    // unsigned, a negative one signed; one beyond 64 bits is refused, as the YAML reader refuses it.
     bool number(od::value v, std::string_view token, json::Position at, JSON_Value *&out) {
         od::number n;
         auto code = v.get_number().get(n);
         if (code == simdjson::NUMBER_ERROR && token.find_first_not_of("-0123456789 \t\r\n") == std::string_view::npos) {
-            out = json::make_number(arena, std::strtod(std::string(token).c_str(), nullptr), at);
-            return true;
+            std::string_view digits = token.substr(0, token.find_first_of(" \t\r\n"));
+            return fail(at, "the integer " + std::string(digits) + " does not fit in 64 bits (-9223372036854775808 to 18446744073709551615)");
         }
         if (code) return fail(at, describe(code));
         switch (n.get_number_type()) {

@@ -285,6 +285,14 @@ private:
 
 } // namespace
 
+void count_into(pc_session &session, const PROCESS &process, Report &report) {
+    session.ran = [&process, &report](uint16_t type, const JSON_Object *record, bool judged, int32_t returned, int32_t expected) {
+        int op = op_from_text(json_value_get_string(json_object_get_value(record, "op")));
+        if (op >= 0) report.note(*engine::kTypes[type], record, Op(op), process.object_set);
+        if (judged) report.note_status(returned, expected);
+    };
+}
+
 bool write_file(const Report &report, const std::string &path) {
     FILE *out = std::fopen(path.c_str(), "w");
     if (!out) return false;

@@ -4,6 +4,7 @@
 #pragma once
 
 #include "descriptors.hpp"
+#include "planecheck/session.hpp"
 
 #include <array>
 #include <cstdint>
@@ -63,6 +64,9 @@ private:
     std::map<int32_t, uint64_t> returned_, expected_;
     uint64_t files_ = 0;
 };
+
+// Makes the session count every operation record the engine runs (and its statuses) into `report`.
+void count_into(pc_session &session, const PROCESS &process, Report &report);
 
 // Writes the report to `path`; false (errno set) when it cannot.
 bool write_file(const Report &report, const std::string &path);

@@ -83,12 +83,7 @@ private:
     // are counted where those steps run them.
     void measure_coverage(coverage::Report &report) {
         report.note_file();
-        context_.session.ran = [this, &report](uint16_t type, const JSON_Object *record, bool judged, int32_t returned,
-                                               int32_t expected) {
-            int op = coverage::op_from_text(json_value_get_string(json_object_get_value(record, "op")));
-            if (op >= 0) report.note(*engine::kTypes[type], record, coverage::Op(op), context_.process.object_set);
-            if (judged) report.note_status(returned, expected);
-        };
+        coverage::count_into(context_.session, context_.process, report);
     }
 
     // Every record under the first type of `by_type`, as one operation of the step's kind.

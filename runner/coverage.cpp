@@ -69,27 +69,29 @@ TypeCoverage &Report::touch(const TypeDesc &type) {
 
 namespace {
 
-void mark(const TypeDesc &type, TypeCoverage &c, const JSON_Object *object, bool element, int32_t object_set) {
+void mark(const TypeDesc &type, TypeCoverage &c, const JSON_Object *object, bool element, int32_t object_set,
+          bool key_fields_only) {
     PROCESS context{};
     context.object_set = object_set;
     for (const engine::Member &m : engine::RecordMembers(type, object, element)) {
-        if (m.what == engine::Member::Attribute) c.attrs[m.index] = 1;
+        if (m.what == engine::Member::Attribute) c.attrs[m.index] |= !key_fields_only || m.index < type.key_count;
+        else if (key_fields_only) continue;
         else if (engine::active(type.roles[m.index].gate, &context)) c.roles[m.index] = 1; // set and compared only then
     }
 }
 
 } // namespace
 
-void Report::note(const TypeDesc &type, const JSON_Object *record, Op op, int32_t object_set) {
+void Report::note(const TypeDesc &type, const JSON_Object *record, Op op, int32_t object_set, Reach reach) {
     TypeCoverage &c = touch(type);
     ++c.ops[op];
-    if (!record) return;
-    mark(type, c, record, false, object_set);
-    if (type.elements().empty() && type.element_roles().empty()) return;
+    if (!record || reach == Reach::Nothing) return;
+    mark(type, c, record, false, object_set, reach == Reach::KeyFields);
+    if (reach == Reach::KeyFields || (type.elements().empty() && type.element_roles().empty())) return;
     const JSON_Array *members = json_value_get_array(json_object_get_value(record, "members"));
     for (size_t i = 0; members && i < json_array_get_count(members); ++i)
         if (const JSON_Object *element = json_value_get_object(json_array_get_value(members, i)))
-            mark(type, c, element, true, object_set);
+            mark(type, c, element, true, object_set, false);
 }
 
 void Report::note_status(int32_t returned, int32_t expected) {

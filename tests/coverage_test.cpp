@@ -89,6 +89,21 @@ TEST(Coverage, StepsOfInactiveTypesAndPairsToInactiveTargetsDoNotCount) {
     EXPECT_FALSE(attribute_covered(active, "ethportstats", "ether_port"));
 }
 
+TEST(Coverage, SdkAndDumpRecordsCountAsFarAsTheirStepReadsThem) {
+    Report r = run_text("steps:\n"
+                        "  - send: { test_if: [ { op: create, key_a: 1 } ] }\n"
+                        "    sdk: { test_if: [ { op: create, attr_a1: 0 }, { op: delete, attr_a2: 1, rc: 0 } ] }\n"
+                        "  - dump: { test_if: [ { op: get, key_a: 1, attr_a3: 1 }, { op: update, key_a: 1, attr_a4: 1 } ] }\n");
+    ASSERT_NE(of(r, "test_if"), nullptr);
+    EXPECT_EQ(of(r, "test_if")->ops[pc::coverage::kSdkAnswer], 2u);
+    EXPECT_EQ(of(r, "test_if")->ops[pc::coverage::kDump], 2u);
+    EXPECT_TRUE(attribute_covered(r, "test_if", "attr_a1"));  // checked on the SDK side
+    EXPECT_FALSE(attribute_covered(r, "test_if", "attr_a2")); // a delete's answer gives only its rc
+    EXPECT_FALSE(attribute_covered(r, "test_if", "attr_a3")); // a dump of a get builds the key alone
+    EXPECT_TRUE(attribute_covered(r, "test_if", "attr_a4"));
+    EXPECT_TRUE(attribute_covered(r, "test_if", "key_a"));
+}
+
 TEST(Coverage, OnlyOperationsThatRanCountAndTheirStatusesAreKept) {
     Report r = run_text("steps:\n"
                         "  - send: { test_if: [ { op: create, key_a: 1 } ] }\n"

@@ -71,10 +71,8 @@ TypeCoverage &Report::touch(const TypeDesc &type) {
 
 namespace {
 
-void mark(const TypeDesc &type, TypeCoverage &c, const JSON_Object *object, bool element, int32_t object_set,
+void mark(const TypeDesc &type, TypeCoverage &c, const JSON_Object *object, bool element, const PROCESS &context,
           bool key_fields_only) {
-    PROCESS context{};
-    context.object_set = object_set;
     for (const engine::Member &m : engine::RecordMembers(type, object, element)) {
         if (m.what == engine::Member::Attribute) c.attrs[m.index] |= !key_fields_only || m.index < type.key_count;
         else if (key_fields_only) continue;
@@ -84,16 +82,16 @@ void mark(const TypeDesc &type, TypeCoverage &c, const JSON_Object *object, bool
 
 } // namespace
 
-void Report::note(const TypeDesc &type, const JSON_Object *record, Op op, int32_t object_set, Reach reach) {
+void Report::note(const TypeDesc &type, const JSON_Object *record, Op op, const PROCESS &context, Reach reach) {
     TypeCoverage &c = touch(type);
     ++c.ops[op];
     if (!record || reach == Reach::Nothing) return;
-    mark(type, c, record, false, object_set, reach == Reach::KeyFields);
+    mark(type, c, record, false, context, reach == Reach::KeyFields);
     if (reach == Reach::KeyFields || (type.elements().empty() && type.element_roles().empty())) return;
     const JSON_Array *members = json_value_get_array(json_object_get_value(record, "members"));
     for (size_t i = 0; members && i < json_array_get_count(members); ++i)
         if (const JSON_Object *element = json_value_get_object(json_array_get_value(members, i)))
-            mark(type, c, element, true, object_set, false);
+            mark(type, c, element, true, context, false);
 }
 
 void Report::note_status(int32_t returned, int32_t expected) {
@@ -312,7 +310,7 @@ private:
 void count_into(pc_session &session, const PROCESS &process, Report &report) {
     session.ran = [&process, &report](uint16_t type, const JSON_Object *record, bool judged, int32_t returned, int32_t expected) {
         int op = op_from_text(json_value_get_string(json_object_get_value(record, "op")));
-        if (op >= 0) report.note(*engine::kTypes[type], record, Op(op), process.object_set);
+        if (op >= 0) report.note(*engine::kTypes[type], record, Op(op), process);
         if (judged) report.note_status(returned, expected);
     };
 }

@@ -41,8 +41,8 @@ public:
     enum class Reach : uint8_t { All, KeyFields, Nothing };
     // A record of `type` that ran as `op`: marks the attributes and the reference pairs it names
     // (as far as `reach` goes), also in its "members", leaving out pairs whose target type is
-    // inactive under `object_set`.
-    void note(const engine::TypeDesc &type, const JSON_Object *record, Op op, int32_t object_set, Reach reach = Reach::All);
+    // inactive under the context's object set.
+    void note(const engine::TypeDesc &type, const JSON_Object *record, Op op, const PROCESS &context, Reach reach = Reach::All);
     void note_status(int32_t returned, int32_t expected);
     void note_file() { ++files_; }
     // What reading a report back needs: a type's entry, counts added as a whole.

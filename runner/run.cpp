@@ -103,7 +103,7 @@ private:
             bool changes = what == "create" || what == "update", get = what.substr(0, 3) == "get";
             Reach reach = op == coverage::kSdkAnswer ? (changes || get ? Reach::All : Reach::Nothing)
                                                      : (changes || what == "delete" ? Reach::All : Reach::KeyFields);
-            options_.coverage->note(*type, record, op, context_.process.object_set, reach);
+            options_.coverage->note(*type, record, op, context_.process, reach);
         }
     }
 

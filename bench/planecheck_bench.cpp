@@ -1,4 +1,5 @@
 // Throughput of the send path, the recorder and a whole streamed scenario run.
+#include "coverage.hpp"
 #include "run.hpp"
 #include "scale_scenario.hpp"
 
@@ -36,11 +37,14 @@ std::string records(const char *op, int n, bool attributes) {
     return s + "]";
 }
 
-// Create, get (with comparison) and delete of 1000 test_if objects per iteration.
-void BM_SendCreateGetDelete(benchmark::State &state) {
+// Create, get (with comparison) and delete of 1000 test_if objects per iteration; with
+// `coverage`, each record that ran is counted into a coverage report, as run --coverage does.
+void send_create_get_delete(benchmark::State &state, bool coverage) {
     pc::support::Context ctx;
     ctx.process.mode = 0;
     simplane::reset();
+    pc::coverage::Report report;
+    if (coverage) pc::coverage::count_into(ctx.session, ctx.process, report);
     pc::Arena arena;
     JSON_Value *create = load(arena, records("create", 1000, true)), *get = load(arena, records("get", 1000, true)),
                *del = load(arena, records("delete", 1000, false));
@@ -53,7 +57,10 @@ void BM_SendCreateGetDelete(benchmark::State &state) {
     if (ctx.session.mismatches() || ctx.session.value_errors()) state.SkipWithError("the records did not run clean");
     state.SetItemsProcessed(state.iterations() * 3000);
 }
+void BM_SendCreateGetDelete(benchmark::State &state) { send_create_get_delete(state, false); }
 BENCHMARK(BM_SendCreateGetDelete)->Unit(benchmark::kMillisecond);
+void BM_SendCreateGetDeleteWithCoverage(benchmark::State &state) { send_create_get_delete(state, true); }
+BENCHMARK(BM_SendCreateGetDeleteWithCoverage)->Unit(benchmark::kMillisecond);
 
 // The largest type (102 attributes): a create, a compared get and a delete of one entry.
 void BM_ScaleAclAllAttributes(benchmark::State &state) {

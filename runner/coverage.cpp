@@ -8,6 +8,8 @@
 
 #include <fmt/format.h>
 
+#include <climits>
+#include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -69,27 +71,27 @@ TypeCoverage &Report::touch(const TypeDesc &type) {
 
 namespace {
 
-void mark(const TypeDesc &type, TypeCoverage &c, const JSON_Object *object, bool element, int32_t object_set) {
-    PROCESS context{};
-    context.object_set = object_set;
+void mark(const TypeDesc &type, TypeCoverage &c, const JSON_Object *object, bool element, const PROCESS &context,
+          bool key_fields_only) {
     for (const engine::Member &m : engine::RecordMembers(type, object, element)) {
-        if (m.what == engine::Member::Attribute) c.attrs[m.index] = 1;
+        if (m.what == engine::Member::Attribute) c.attrs[m.index] |= !key_fields_only || m.index < type.key_count;
+        else if (key_fields_only) continue;
         else if (engine::active(type.roles[m.index].gate, &context)) c.roles[m.index] = 1; // set and compared only then
     }
 }
 
 } // namespace
 
-void Report::note(const TypeDesc &type, const JSON_Object *record, Op op, int32_t object_set) {
+void Report::note(const TypeDesc &type, const JSON_Object *record, Op op, const PROCESS &context, Reach reach) {
     TypeCoverage &c = touch(type);
     ++c.ops[op];
-    if (!record) return;
-    mark(type, c, record, false, object_set);
-    if (type.elements().empty() && type.element_roles().empty()) return;
+    if (!record || reach == Reach::Nothing) return;
+    mark(type, c, record, false, context, reach == Reach::KeyFields);
+    if (reach == Reach::KeyFields || (type.elements().empty() && type.element_roles().empty())) return;
     const JSON_Array *members = json_value_get_array(json_object_get_value(record, "members"));
     for (size_t i = 0; members && i < json_array_get_count(members); ++i)
         if (const JSON_Object *element = json_value_get_object(json_array_get_value(members, i)))
-            mark(type, c, element, true, object_set);
+            mark(type, c, element, true, context, false);
 }
 
 void Report::note_status(int32_t returned, int32_t expected) {
@@ -201,11 +203,12 @@ public:
             return fail(fmt::format("{}:{}: not a planecheck coverage report (written by run --coverage)", path_, pc_json_line(root)));
         Report part;
         uint64_t files = 0;
-        if (pc_json_get_uint64(json_object_get_value(o, "files"), &files)) part.add_files(files);
-        read_types(part, json_value_get_object(json_object_get_value(o, "types")));
-        const JSON_Object *statuses = json_value_get_object(json_object_get_value(o, "statuses"));
-        read_statuses(part, json_value_get_object(json_object_get_value(statuses, "returned")), true);
-        read_statuses(part, json_value_get_object(json_object_get_value(statuses, "expected")), false);
+        if (const JSON_Value *f = json_object_get_value(o, "files"))
+            pc_json_get_uint64(f, &files) ? part.add_files(files) : problem(f, "files: is a whole number");
+        read_types(part, object_member(o, "types"));
+        const JSON_Object *statuses = object_member(o, "statuses");
+        read_statuses(part, object_member(statuses, "returned"), true);
+        read_statuses(part, object_member(statuses, "expected"), false);
         into_.merge(part);
         return true;
     }
@@ -220,6 +223,20 @@ private:
         problems_.push_back(fmt::format("{}:{}: {}; left out", path_, pc_json_line(at), text));
     }
 
+    // The member `key` of `o` when it is a mapping; null when absent, and reported when it is
+    // something else.
+    const JSON_Object *object_member(const JSON_Object *o, const char *key) {
+        const JSON_Value *v = json_object_get_value(o, key);
+        if (v && !json_value_get_object(v)) problem(v, fmt::format("{}: is a mapping", key));
+        return json_value_get_object(v);
+    }
+
+    const JSON_Array *list_member(const JSON_Object *o, const char *key) {
+        const JSON_Value *v = json_object_get_value(o, key);
+        if (v && !json_value_get_array(v)) problem(v, fmt::format("{}: is a list of names", key));
+        return json_value_get_array(v);
+    }
+
     void read_types(Report &part, const JSON_Object *types) {
         for (size_t i = 0; types && i < json_object_get_count(types); ++i) {
             const char *name = json_object_get_name(types, i);
@@ -229,26 +246,30 @@ private:
                 problem(value, fmt::format("there is no object type '{}' in this catalogue", name));
                 continue;
             }
-            read_type(part, *t, json_value_get_object(value));
+            if (!json_value_get_object(value)) problem(value, fmt::format("{}: is a mapping", name));
+            else read_type(part, *t, json_value_get_object(value));
         }
     }
 
     void read_type(Report &part, const TypeDesc &t, const JSON_Object *o) {
         TypeCoverage &c = part.touch(t);
-        const JSON_Object *ops = json_value_get_object(json_object_get_value(o, "ops"));
+        const JSON_Object *ops = object_member(o, "ops");
         for (size_t i = 0; ops && i < json_object_get_count(ops); ++i) {
-            int op = op_from_text(json_object_get_name(ops, i));
+            const char *name = json_object_get_name(ops, i);
+            int op = op_from_text(name);
             uint64_t n = 0;
-            if (op < 0 || !pc_json_get_uint64(json_object_get_value_at(ops, i), &n))
-                problem(json_object_get_value_at(ops, i), fmt::format("'{}' is no operation with a count", json_object_get_name(ops, i)));
+            if (op < 0) problem(json_object_get_value_at(ops, i), fmt::format("'{}' is no operation", name));
+            else if (!pc_json_get_uint64(json_object_get_value_at(ops, i), &n))
+                problem(json_object_get_value_at(ops, i), fmt::format("the count of '{}' is not a whole number", name));
             else c.ops[size_t(op)] += n;
         }
         for (const NameList &l : kLists) {
-            const JSON_Array *names = json_value_get_array(json_object_get_value(o, l.key));
+            const JSON_Array *names = list_member(o, l.key);
             for (size_t i = 0; names && i < json_array_get_count(names); ++i) {
                 const JSON_Value *v = json_array_get_value(names, i);
-                if (!mark_name(t, c, l, json_value_get_string(v)))
-                    problem(v, fmt::format("{} has no {} '{}'", t.name, l.key, json_value_get_string(v) ? json_value_get_string(v) : "?"));
+                const char *name = json_value_get_string(v);
+                if (!name) problem(v, fmt::format("{}: is a list of names", l.key));
+                else if (!mark_name(t, c, l, name)) problem(v, fmt::format("{} has no {} '{}'", t.name, l.key, name));
             }
         }
     }
@@ -270,7 +291,8 @@ private:
             char *end = nullptr;
             long long status = std::strtoll(key, &end, 10);
             uint64_t n = 0;
-            if (!*key || *end || !pc_json_get_uint64(json_object_get_value_at(counts, i), &n)) {
+            if (!*key || *end || status < INT32_MIN || status > INT32_MAX ||
+                !pc_json_get_uint64(json_object_get_value_at(counts, i), &n)) {
                 problem(json_object_get_value_at(counts, i), fmt::format("status '{}' is no number with a count", key));
                 continue;
             }
@@ -284,6 +306,14 @@ private:
 };
 
 } // namespace
+
+void count_into(pc_session &session, const PROCESS &process, Report &report) {
+    session.ran = [&process, &report](uint16_t type, const JSON_Object *record, bool judged, int32_t returned, int32_t expected) {
+        int op = op_from_text(json_value_get_string(json_object_get_value(record, "op")));
+        if (op >= 0) report.note(*engine::kTypes[type], record, Op(op), process);
+        if (judged) report.note_status(returned, expected);
+    };
+}
 
 bool write_file(const Report &report, const std::string &path) {
     FILE *out = std::fopen(path.c_str(), "w");

@@ -4,6 +4,7 @@
 #pragma once
 
 #include "descriptors.hpp"
+#include "planecheck/session.hpp"
 
 #include <array>
 #include <cstdint>
@@ -36,9 +37,12 @@ public:
     Report(Report &&) noexcept;
     Report &operator=(Report &&) noexcept;
 
-    // A record of `type` that ran as `op`: marks the attributes and the reference pairs it names,
-    // also in its "members", leaving out pairs whose target type is inactive under `object_set`.
-    void note(const engine::TypeDesc &type, const JSON_Object *record, Op op, int32_t object_set);
+    // How much of a record its operation reads: all it names, its key fields only, or nothing.
+    enum class Reach : uint8_t { All, KeyFields, Nothing };
+    // A record of `type` that ran as `op`: marks the attributes and the reference pairs it names
+    // (as far as `reach` goes), also in its "members", leaving out pairs whose target type is
+    // inactive under the context's object set.
+    void note(const engine::TypeDesc &type, const JSON_Object *record, Op op, const PROCESS &context, Reach reach = Reach::All);
     void note_status(int32_t returned, int32_t expected);
     void note_file() { ++files_; }
     // What reading a report back needs: a type's entry, counts added as a whole.
@@ -63,6 +67,9 @@ private:
     std::map<int32_t, uint64_t> returned_, expected_;
     uint64_t files_ = 0;
 };
+
+// Makes the session count every operation record the engine runs (and its statuses) into `report`.
+void count_into(pc_session &session, const PROCESS &process, Report &report);
 
 // Writes the report to `path`; false (errno set) when it cannot.
 bool write_file(const Report &report, const std::string &path);

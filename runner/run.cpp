@@ -20,6 +20,7 @@
 #include <optional>
 #include <set>
 #include <sys/stat.h>
+#include <string_view>
 
 namespace pc::runner {
 namespace {
@@ -129,22 +130,27 @@ private:
     // are counted where those steps run them.
     void measure_coverage(coverage::Report &report) {
         report.note_file();
-        context_.session.ran = [this, &report](uint16_t type, const JSON_Object *record, bool judged, int32_t returned,
-                                               int32_t expected) {
-            int op = coverage::op_from_text(json_value_get_string(json_object_get_value(record, "op")));
-            if (op >= 0) report.note(*engine::kTypes[type], record, coverage::Op(op), context_.process.object_set);
-            if (judged) report.note_status(returned, expected);
-        };
+        coverage::count_into(context_.session, context_.process, report);
     }
 
-    // Every record under the first type of `by_type`, as one operation of the step's kind.
+    // Every record under the first type of `by_type`, as one operation of the step's kind, as far
+    // as that kind reads it: the SDK side checks creates and updates and fills gets; a dump sets
+    // everything for creates, updates and deletes, and only the key otherwise.
     void note_records(const JSON_Object *by_type, coverage::Op op) {
+        using Reach = coverage::Report::Reach;
         JSON_Value *records = nullptr;
         const engine::TypeDesc *type = engine::first_type(by_type, records);
         const JSON_Array *list = json_value_get_array(records);
-        for (size_t i = 0; type && list && i < json_array_get_count(list); ++i)
-            if (const JSON_Object *record = json_value_get_object(json_array_get_value(list, i)))
-                options_.coverage->note(*type, record, op, context_.process.object_set);
+        for (size_t i = 0; type && list && i < json_array_get_count(list); ++i) {
+            const JSON_Object *record = json_value_get_object(json_array_get_value(list, i));
+            if (!record) continue;
+            const char *text = engine::string_member(record, "op");
+            std::string_view what = text ? text : "";
+            bool changes = what == "create" || what == "update", get = what.substr(0, 3) == "get";
+            Reach reach = op == coverage::kSdkAnswer ? (changes || get ? Reach::All : Reach::Nothing)
+                                                     : (changes || what == "delete" ? Reach::All : Reach::KeyFields);
+            options_.coverage->note(*type, record, op, context_.process, reach);
+        }
     }
 
     bool verbose() const { return options_.verbose || reader_.config().verbose; }

@@ -89,6 +89,21 @@ TEST(Coverage, StepsOfInactiveTypesAndPairsToInactiveTargetsDoNotCount) {
     EXPECT_FALSE(attribute_covered(active, "ethportstats", "ether_port"));
 }
 
+TEST(Coverage, SdkAndDumpRecordsCountAsFarAsTheirStepReadsThem) {
+    Report r = run_text("steps:\n"
+                        "  - send: { test_if: [ { op: create, key_a: 1 } ] }\n"
+                        "    sdk: { test_if: [ { op: create, attr_a1: 0 }, { op: delete, attr_a2: 1, rc: 0 } ] }\n"
+                        "  - dump: { test_if: [ { op: get, key_a: 1, attr_a3: 1 }, { op: update, key_a: 1, attr_a4: 1 } ] }\n");
+    ASSERT_NE(of(r, "test_if"), nullptr);
+    EXPECT_EQ(of(r, "test_if")->ops[pc::coverage::kSdkAnswer], 2u);
+    EXPECT_EQ(of(r, "test_if")->ops[pc::coverage::kDump], 2u);
+    EXPECT_TRUE(attribute_covered(r, "test_if", "attr_a1"));  // checked on the SDK side
+    EXPECT_FALSE(attribute_covered(r, "test_if", "attr_a2")); // a delete's answer gives only its rc
+    EXPECT_FALSE(attribute_covered(r, "test_if", "attr_a3")); // a dump of a get builds the key alone
+    EXPECT_TRUE(attribute_covered(r, "test_if", "attr_a4"));
+    EXPECT_TRUE(attribute_covered(r, "test_if", "key_a"));
+}
+
 TEST(Coverage, OnlyOperationsThatRanCountAndTheirStatusesAreKept) {
     Report r = run_text("steps:\n"
                         "  - send: { test_if: [ { op: create, key_a: 1 } ] }\n"
@@ -178,12 +193,28 @@ TEST(CoverageReport, NamesThisCatalogueLacksAreReportedAtTheirLineAndTheRestIsKe
     EXPECT_TRUE(r.merge_file(path, problems));
     ASSERT_EQ(problems.size(), 4u);
     EXPECT_NE(problems[0].find(":5: there is no object type 'no_such_type'"), std::string::npos) << problems[0];
-    EXPECT_NE(problems[1].find(":6: 'teleport' is no operation"), std::string::npos) << problems[1];
+    EXPECT_NE(problems[1].find(":6: 'teleport' is no operation; left out"), std::string::npos) << problems[1];
     EXPECT_NE(problems[2].find(":7: test_if has no attributes 'atr_a2'"), std::string::npos) << problems[2];
     EXPECT_NE(problems[3].find(":9: status 'zero'"), std::string::npos) << problems[3];
     EXPECT_EQ(of(r, "test_if")->ops[pc::coverage::kCreate], 2u);
     EXPECT_TRUE(attribute_covered(r, "test_if", "attr_a1"));
     EXPECT_EQ(r.returned().at(0), 2u);
+
+    // values of the wrong shape are reported too, never trusted
+    std::ofstream(path) << "{\"planecheck_coverage\": 1, \"files\": -3,\n"
+                           "\"types\": {\"test_if\": {\"ops\": {\"get\": -1}, \"attributes\": [1, \"attr_a1\"]},\n"
+                           "  \"nhgroup\": 5},\n"
+                           "\"statuses\": {\"returned\": {\"99999999999\": 1, \"-5\": 2}, \"expected\": 7}}\n";
+    Report shapes;
+    problems.clear();
+    EXPECT_TRUE(shapes.merge_file(path, problems));
+    EXPECT_EQ(problems.size(), 6u);
+    EXPECT_EQ(shapes.files(), 0u);
+    EXPECT_EQ(of(shapes, "test_if")->records(), 0u);
+    EXPECT_TRUE(attribute_covered(shapes, "test_if", "attr_a1"));
+    EXPECT_TRUE(of(shapes, "nhgroup") == nullptr);
+    EXPECT_EQ(shapes.returned(), (std::map<int32_t, uint64_t>{{-5, 2}}));
+    EXPECT_TRUE(shapes.expected().empty());
 
     for (const char *text : {"{ \"files\": 1 }\n", "[1, 2]\n", "{ \"planecheck_coverage\": 1, \"types\": [\n"}) {
         std::ofstream(path) << text;

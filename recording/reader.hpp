@@ -77,7 +77,7 @@ private:
     bool read_line(std::string_view &line);
     bool parse_record(Record &record, std::string &why, uint32_t &why_line);
     bool parse_entry(Entry &entry, std::string &why, uint32_t &why_line);
-    bool parse_members(Entry &entry, std::string &why, uint32_t &why_line);
+    bool parse_members(Entry &entry, size_t &used, std::string &why, uint32_t &why_line);
     bool parse_field(std::string_view line, Field &field, bool &last, std::string &why);
     void report(uint32_t line, std::string message);
     void skip_to_next_record();
@@ -90,6 +90,7 @@ private:
     size_t consumed_ = 0;
     uint32_t line_ = 0;
     uint64_t records_ = 0, problems_ = 0;
+    size_t entries_used_ = 0;
     bool partial_line_ = false; // the file ended inside a line
     bool pending_open_ = false; // a record's "{" was met while skipping and is not consumed yet
     std::string spill_;         // a line that ran across the buffer's end

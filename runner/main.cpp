@@ -13,6 +13,7 @@
 #include <cerrno>
 #include <chrono>
 #include <cstring>
+#include <functional>
 #include <unistd.h>
 
 namespace {
@@ -41,7 +42,9 @@ bool take_shard(RunOptions &o) {
     return true;
 }
 
-int run_files(RunOptions &o) {
+using RunOne = std::function<pc::runner::FileResult(const std::string &, const pc::runner::Options &)>;
+
+int run_files(RunOptions &o, const RunOne &run_one = pc::runner::run_file) {
     auto start = std::chrono::steady_clock::now();
     if (!take_shard(o)) return 2;
     o.file.progress = !o.jobs && !o.file.verbose && isatty(STDERR_FILENO);
@@ -58,7 +61,7 @@ int run_files(RunOptions &o) {
         results = pc::runner::run_in_processes(o.files, o.file, o.jobs, o.recorder);
     } else {
         for (const auto &file : o.files) {
-            results.push_back(pc::runner::run_file(file, o.file));
+            results.push_back(run_one(file, o.file));
             if (results.back().invalid) fmt::print(stderr, "{}\n", results.back().error);
         }
         pc::recorder::close();
@@ -79,27 +82,19 @@ int run_files(RunOptions &o) {
     return totals.invalid ? 2 : totals.failed_files ? 1 : 0;
 }
 
-// Writes the scenario a recording replays to; runs it unless it was asked for as a file.
+// Writes the scenario a recording replays to, or runs its operations again.
 int replay_recording(const std::string &recording, const std::string &scenario, const pc::recording::ReplayOptions &options,
                      RunOptions &run) {
-    std::string path = scenario.empty() ? pc::runner::temporary_scenario_path() : scenario;
-    if (path.empty()) {
-        fmt::print(stderr, "planecheck: cannot make a temporary file for the replayed scenario: {}\n", std::strerror(errno));
-        return 2;
-    }
     pc::recording::ReplaySummary summary;
-    bool written = pc::runner::write_replayed_scenario(recording, path, options, summary);
     if (!scenario.empty()) {
-        if (written) fmt::print("planecheck replay: {} operations of {} records written to {}\n", summary.operations, summary.records, path);
+        bool written = pc::runner::write_replayed_scenario(recording, scenario, options, summary);
+        if (written) fmt::print("planecheck replay: {} operations of {} records written to {}\n", summary.operations, summary.records, scenario);
         return !written ? 2 : summary.problems ? 1 : 0;
     }
-    int status = 2;
-    if (written) {
-        run.files = {path};
-        status = run_files(run);
-    }
-    if (status == 0) std::remove(path.c_str());
-    else if (written) fmt::print(stderr, "planecheck replay: the replayed scenario is kept in {}\n", path);
+    run.files = {recording};
+    int status = run_files(run, [&](const std::string &file, const pc::runner::Options &o) {
+        return pc::runner::run_replayed(file, options, o, summary);
+    });
     return status == 0 && summary.problems ? 1 : status;
 }
 

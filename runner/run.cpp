@@ -22,7 +22,9 @@ namespace {
 
 class FileRun {
 public:
-    FileRun(const std::string &path, const Options &options) : options_(options) { result_.path = path; }
+    FileRun(const std::string &path, const Options &options, StepSource &source) : options_(options), reader_(source) {
+        result_.path = path;
+    }
 
     FileResult run() {
         yaml::LoadError error;
@@ -323,7 +325,7 @@ private:
 
     const Options &options_;
     FileResult result_;
-    ScenarioReader reader_;
+    StepSource &reader_;
     pc::support::Context context_;
     uint32_t current_line_ = 0;
     const JSON_Value *problem_at_ = nullptr;
@@ -335,6 +337,13 @@ private:
 
 } // namespace
 
-FileResult run_file(const std::string &path, const Options &options) { return FileRun(path, options).run(); }
+FileResult run_file(const std::string &path, const Options &options) {
+    ScenarioReader reader;
+    return FileRun(path, options, reader).run();
+}
+
+FileResult run_steps(const std::string &path, StepSource &source, const Options &options) {
+    return FileRun(path, options, source).run();
+}
 
 } // namespace pc::runner

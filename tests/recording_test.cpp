@@ -7,6 +7,7 @@
 #include "recording/diff.hpp"
 #include "recording/reader.hpp"
 #include "recording/replay.hpp"
+#include "replay.hpp"
 #include "run.hpp"
 #include "samples.hpp"
 
@@ -71,18 +72,31 @@ DiffOutcome diff(const std::string &a, const std::string &b, DiffOptions options
     return o;
 }
 
-// Run, replay, run the replay, and compare; returns the first recording.
+void expect_equal(const std::string &a, const std::string &b, const std::string &what) {
+    DiffOutcome d = diff(a, b);
+    EXPECT_GT(d.summary.records_a, 0u);
+    EXPECT_EQ(d.summary.exit_code(), 0) << what << ": " << (d.differences.empty() ? "" : difference_text(d.differences[0], a, b));
+}
+
+// Run, replay, run the replay, and compare; returns the first recording. The replay runs both
+// ways: straight from the recording, and through the scenario file it writes.
 std::string round_trip(const std::string &scenario) {
-    std::string a = temp_path(".rec"), b = temp_path(".rec"), replayed = temp_path(".yaml");
+    std::string a = temp_path(".rec"), b = temp_path(".rec"), c = temp_path(".rec"), replayed = temp_path(".yaml");
     record_run(scenario, a);
     ReplaySummary summary;
     std::vector<Problem> problems = problems_of_replay(a, replayed, summary);
     EXPECT_TRUE(problems.empty()) << problems[0].text();
     record_run(replayed, b);
-    DiffOutcome d = diff(a, b);
-    EXPECT_GT(d.summary.records_a, 0u);
-    EXPECT_EQ(d.summary.exit_code(), 0) << scenario << " replayed as " << replayed << ": "
-                                        << (d.differences.empty() ? "" : difference_text(d.differences[0], a, b));
+    expect_equal(a, b, scenario + " replayed as " + replayed);
+
+    EXPECT_TRUE(pc::recorder::open_file(c)) << c;
+    pc::runner::Options options;
+    options.quiet = true;
+    pc::runner::FileResult direct = pc::runner::run_replayed(a, {}, options, summary);
+    pc::recorder::close();
+    EXPECT_TRUE(direct.passed()) << (direct.findings.empty() ? direct.error : direct.findings[0]);
+    EXPECT_EQ(summary.problems, 0u);
+    expect_equal(a, c, scenario + " replayed straight from " + a);
     return a;
 }
 

@@ -109,6 +109,29 @@ const Field *Entry::find(std::string_view name) const {
 // A file that cannot be opened has no line: its message names the file itself.
 std::string Problem::text() const { return line ? fmt::format("{}:{}: {}", file, line, message) : message; }
 
+bool for_each_line(const std::string &path, const std::function<void(std::string_view line)> &line) {
+    FILE *f = std::fopen(path.c_str(), "rb");
+    if (!f) return false;
+    std::vector<char> buffer(kBufferSize);
+    size_t kept = 0;
+    for (;;) {
+        if (kept == buffer.size()) buffer.resize(buffer.size() * 2); // a line longer than the buffer
+        size_t n = std::fread(buffer.data() + kept, 1, buffer.size() - kept, f);
+        size_t end = kept + n, begin = 0;
+        while (const void *nl = std::memchr(buffer.data() + begin, '\n', end - begin)) {
+            size_t at = size_t(static_cast<const char *>(nl) - buffer.data());
+            line(std::string_view(buffer.data() + begin, at - begin));
+            begin = at + 1;
+        }
+        kept = end - begin;
+        std::memmove(buffer.data(), buffer.data() + begin, kept);
+        if (n == 0) break;
+    }
+    if (kept) line(std::string_view(buffer.data(), kept));
+    std::fclose(f);
+    return true;
+}
+
 Reader::~Reader() {
     if (file_) std::fclose(file_);
 }

@@ -53,6 +53,11 @@ using ProblemSink = std::function<void(const Problem &)>;
 // True when `text` is one complete JSON value (what the recorder writes as a field's value).
 bool is_json_value(std::string_view text);
 
+// Calls `line` with each line of a file (without its newline), as fast as the disk gives them:
+// for a look over a whole recording where reading its records would cost too much. False when
+// the file cannot be read.
+bool for_each_line(const std::string &path, const std::function<void(std::string_view line)> &line);
+
 class Reader {
 public:
     Reader() = default;

@@ -168,39 +168,40 @@ struct Replayer::Impl {
     void read_settings() {
         int object_set = -1, npus = 4;
         bool state_seen = false;
-        Reader scan;
-        std::string error;
-        if (scan.open(path_, error)) {
-            Record r;
-            while (scan.next(r)) {
-                const TypeDesc *t = engine::find_type(r.type.c_str());
-                if (!t || r.entries.empty()) continue;
-                if (object_set < 0) object_set = gate_shown(*t, r.entries[0]);
-                if (const Field *state = r.entries[0].find("npd_state"); state && !state_seen)
-                    state_seen = read_state(state->value, config_.node, npus);
-                note_references(r.entries[0].fields);
-                for (const Element &m : r.entries[0].members) note_references(m.fields);
+        const TypeDesc *type = nullptr;
+        for_each_line(path_, [&](std::string_view line) {
+            size_t quote = line.find('"');
+            if (quote == std::string_view::npos) return;
+            std::string_view text = line.substr(quote);
+            if (quote == 4 && text.size() > 5 && text.substr(text.size() - 4) == "\": [") { // the type line
+                type = engine::find_type(std::string(text.substr(1, text.size() - 5)).c_str());
+                if (type && object_set < 0 && type->gate != engine::Gate::None) object_set = type->gate == engine::Gate::Nonzero ? 1 : 0;
+                return;
             }
-        }
+            size_t close = text.find("\": ");
+            if (close == std::string_view::npos) return;
+            std::string_view name = text.substr(1, close - 1), value = text.substr(close + 3);
+            if (!value.empty() && value.back() == ',') value.remove_suffix(1);
+            if (name.size() > 7 && name.substr(name.size() - 7) == "_refhdl") {
+                bool ok = false;
+                uint64_t h = hex_value(std::string(value), ok);
+                if (ok) referenced_.insert(h);
+                if (type && object_set < 0) object_set = reference_gate(*type, name);
+            } else if (name.size() > 7 && name.substr(name.size() - 7) == "_refkey") {
+                if (type && object_set < 0) object_set = reference_gate(*type, name);
+            } else if (name == "npd_state" && !state_seen) {
+                state_seen = read_state(std::string(value), config_.node, npus);
+            }
+        });
         config_.object_set = options_.object_set.value_or(std::max(object_set, 0));
         config_.mode = options_.mode.value_or(1);
         config_.npus = uint32_t(npus);
     }
 
-    void note_references(const std::vector<Field> &fields) {
-        for (const Field &f : fields)
-            if (ends_with(f.name, "_refhdl")) {
-                bool ok = false;
-                uint64_t h = hex_value(f.value, ok);
-                if (ok) referenced_.insert(h);
-            }
-    }
-
-    static int gate_shown(const TypeDesc &t, const Entry &e) {
-        if (t.gate != engine::Gate::None) return t.gate == engine::Gate::Nonzero ? 1 : 0;
+    // A reference pair to a flag-gated type is written only while its target is active.
+    static int reference_gate(const TypeDesc &t, std::string_view name) {
         for (const RoleDesc &r : t.roles)
-            if (r.gate != engine::Gate::None && (e.find(r.hdl_key) || e.find(r.key_key)))
-                return r.gate == engine::Gate::Nonzero ? 1 : 0;
+            if (r.gate != engine::Gate::None && (name == r.hdl_key || name == r.key_key)) return r.gate == engine::Gate::Nonzero ? 1 : 0;
         return -1;
     }
 
@@ -256,7 +257,8 @@ struct Replayer::Impl {
             // the NPU id line opens the entry of a type without an NPU mask; a type may also have
             // an attribute of that name, further down
             if (!element && &f == &fields.front() && f.name == "npu_id" && !t.npu_mask) continue;
-            if (!element && is_control(f.name) && !index.find(f.name, false)) continue;
+            const Target *target = index.find(f.name, element);
+            if (!element && !target && is_control(f.name)) continue;
             if (!element && t.count_key && f.name == t.count_key) {
                 // the count line follows the attributes and is always written, so the name
                 // stands twice where a type's attribute of that name is set; the members list
@@ -265,7 +267,6 @@ struct Replayer::Impl {
                 count_seen = true;
                 if (!attribute) continue;
             }
-            const Target *target = index.find(f.name, element);
             Values *into = &out;
             if (!target && !element && !t.sized() && (target = index.find(f.name, true)))
                 into = &loose_element_; // an element attribute of a type without a members list is recorded at the top
@@ -367,6 +368,7 @@ struct Replayer::Impl {
         }
         bool retry = false;
         for (const Field &f : recorded.fields) {
+            if (f.name.empty() || !std::strchr("rcnh", f.name[0])) continue; // none of the control keys below
             if (f.name == "retry_mode" && !index_of(t).find(f.name, false)) {
                 if (!retry) add_value(v, "retry_mode", "1", f.line); // an update writes it twice
                 retry = true;

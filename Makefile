@@ -36,6 +36,7 @@ test: build
 
 bench: build
 	build/bench/planecheck_bench
+	build/bench/recording_bench --benchmark_filter=/334/ --benchmark_repetitions=3
 
 asan: deps
 	@cmake --preset asan >/dev/null

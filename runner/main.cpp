@@ -137,7 +137,7 @@ int main(int argc, char **argv) {
     auto *diff = app.add_subcommand("diff", "compare two recorder files record by record (exit 0 equal, 1 different, 2 unreadable)");
     diff->add_option("a", diff_a, "the first recording")->required();
     diff->add_option("b", diff_b, "the second recording")->required();
-    diff->add_option("--ignore", ignore, "leave the field FIELD out of the comparison (repeatable)")->take_last()->allow_extra_args(false);
+    diff->add_option("--ignore", ignore, "leave the field FIELD out of the comparison (repeatable)")->allow_extra_args(false);
     diff->add_flag("--json", diff_json, "print the differences as one JSON document");
 
     RunOptions replay_options;

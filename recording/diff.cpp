@@ -125,6 +125,7 @@ private:
             identify(item);
             flatten(item, ignore_);
             queue.push_back(std::move(item));
+            if (options_.progress && &reader == &a_ && a_.records_seen() % 4096 == 0) options_.progress(a_.bytes_read());
         }
     }
 

@@ -46,6 +46,7 @@ test: build
 
 bench: build
 	build/bench/planecheck_bench
+	build/bench/recording_bench --benchmark_filter=/334/ --benchmark_repetitions=3
 
 # planecheck beside libyaml's bare parse of the same files; sizes and rounds are arguments, such
 # as `make bench-limit BENCH_LIMIT_ARGS="--scale 1000000 --runs 3"`.

@@ -14,9 +14,16 @@
 namespace pc::recording {
 namespace {
 
+// A field in comparison order; its shown name is made only when it is reported.
 struct FlatField {
-    std::string name;
     const Field *field;
+    int32_t entry;  // which entry of a record with several, else -1
+    int32_t member; // which element of the members list, else -1
+    bool same_place(const FlatField &o) const { return entry == o.entry && member == o.member && field->name == o.field->name; }
+    std::string name() const {
+        std::string prefix = entry >= 0 ? fmt::format("[{}].", entry) : "";
+        return member >= 0 ? fmt::format("{}members[{}].{}", prefix, member, field->name) : prefix + field->name;
+    }
 };
 
 // A record with what the comparison needs ready: its identity and its fields in order.
@@ -43,16 +50,15 @@ void flatten(Item &item, const std::unordered_set<std::string> &ignore) {
     const bool several = item.record.entries.size() > 1;
     for (size_t e = 0; e < item.record.entries.size(); ++e) {
         const Entry &entry = item.record.entries[e];
-        std::string prefix = several ? fmt::format("[{}].", e) : "";
-        auto add = [&](const std::string &name, const Field &f) {
-            if (f.name == "recorder_timestamp" || ignore.count(f.name)) return;
-            item.fields.push_back({prefix + name, &f});
+        auto add = [&](int32_t member, const Field &f) {
+            if (f.name == "recorder_timestamp" || (!ignore.empty() && ignore.count(f.name))) return;
+            item.fields.push_back({&f, several ? int32_t(e) : -1, member});
         };
         for (size_t i = 0; i <= entry.fields.size(); ++i) {
             if (i == entry.members_at)
                 for (size_t m = 0; m < entry.members.size(); ++m)
-                    for (const Field &f : entry.members[m].fields) add(fmt::format("members[{}].{}", m, f.name), f);
-            if (i < entry.fields.size()) add(entry.fields[i].name, entry.fields[i]);
+                    for (const Field &f : entry.members[m].fields) add(int32_t(m), f);
+            if (i < entry.fields.size()) add(-1, entry.fields[i]);
         }
     }
 }
@@ -60,11 +66,11 @@ void flatten(Item &item, const std::unordered_set<std::string> &ignore) {
 void identify(Item &item) {
     const Record &r = item.record;
     item.op = unquoted(op_of(r));
-    item.identity = r.section + '\0' + r.type + '\0' + item.op;
+    item.identity.assign(r.section).append(1, '\0').append(r.type).append(1, '\0').append(item.op);
     const engine::TypeDesc *type = engine::find_type(r.type.c_str());
     if (!type || r.entries.empty()) return;
     for (const engine::AttrDesc &k : type->keys())
-        if (const Field *f = r.entries[0].find(k.name)) item.identity += '\0' + f->value;
+        if (const Field *f = r.entries[0].find(k.name)) item.identity.append(1, '\0').append(f->value);
 }
 
 // Handle values: "handle 0x1a2b" in "hdl", "0x1a2b" in references. 0 when the text is none.
@@ -110,15 +116,30 @@ private:
     // Keeps up to `n` records read ahead on a side.
     void fill(Reader &reader, std::deque<Item> &queue, bool &done, size_t n) {
         while (!done && queue.size() < n) {
-            Item item;
+            Item item = spare();
             if (!reader.next(item.record)) {
                 done = true;
+                spare_.push_back(std::move(item));
                 break;
             }
             identify(item);
             flatten(item, ignore_);
             queue.push_back(std::move(item));
+            if (options_.progress && &reader == &a_ && a_.records_seen() % 4096 == 0) options_.progress(a_.bytes_read());
         }
+    }
+
+    // Items are recycled, so that records of one shape are read into storage already there.
+    Item spare() {
+        if (spare_.empty()) return Item{};
+        Item item = std::move(spare_.back());
+        spare_.pop_back();
+        return item;
+    }
+
+    void pop(std::deque<Item> &queue) {
+        spare_.push_back(std::move(queue.front()));
+        queue.pop_front();
     }
 
     // Where a record missing from the other side would stand there.
@@ -155,10 +176,7 @@ private:
             fill(b_, qb_, done_b, 1);
             if (qa_.empty() && qb_.empty()) return;
             if (qa_.empty() || qb_.empty()) {
-                bool in_a = qb_.empty();
-                Item item = std::move(in_a ? qa_.front() : qb_.front());
-                (in_a ? qa_ : qb_).pop_front();
-                only_in(in_a, item);
+                pop_only(qb_.empty());
                 continue;
             }
             if (qa_.front().identity != qb_.front().identity) {
@@ -180,16 +198,15 @@ private:
                 }
             }
             compare(qa_.front(), qb_.front());
-            qa_.pop_front();
-            qb_.pop_front();
+            pop(qa_);
+            pop(qb_);
         }
     }
 
     void pop_only(bool in_a) {
         std::deque<Item> &q = in_a ? qa_ : qb_;
-        Item item = std::move(q.front());
-        q.pop_front();
-        only_in(in_a, item);
+        only_in(in_a, q.front());
+        pop(q);
     }
 
     // Handles correspond when they first meet at the same place; afterwards they must agree.
@@ -231,7 +248,7 @@ private:
         return ha && hb && same_handle(ha, hb);
     }
 
-    void changed(const Item &a, const Item &b, const std::string &name, const Field *fa, const Field *fb) {
+    void changed(const Item &a, const Item &b, const FlatField &at, const Field *fa, const Field *fb) {
         Difference d;
         d.number_a = a.record.number;
         d.number_b = b.record.number;
@@ -240,7 +257,7 @@ private:
         d.section = a.record.section;
         d.type = a.record.type;
         d.op = a.op == b.op ? a.op : a.op + "|" + b.op;
-        d.field = name;
+        d.field = at.name();
         if (fa) d.value_a = fa->value, d.field_line_a = fa->line;
         if (fb) d.value_b = fb->value, d.field_line_b = fb->line;
         if (difference_) difference_(d);
@@ -248,27 +265,27 @@ private:
 
     void compare(const Item &a, const Item &b) {
         bool differs = false;
-        std::vector<bool> used(b.fields.size(), false);
+        used_.assign(b.fields.size(), false);
         for (size_t i = 0; i < a.fields.size(); ++i) {
             const FlatField &fa = a.fields[i];
             // the fields are nearly always in the same order: look at the same place first
-            size_t at = i < b.fields.size() && !used[i] && b.fields[i].name == fa.name ? i : b.fields.size();
+            size_t at = i < b.fields.size() && !used_[i] && b.fields[i].same_place(fa) ? i : b.fields.size();
             for (size_t k = 0; at == b.fields.size() && k < b.fields.size(); ++k)
-                if (!used[k] && b.fields[k].name == fa.name) at = k;
+                if (!used_[k] && b.fields[k].same_place(fa)) at = k;
             if (at == b.fields.size()) {
-                changed(a, b, fa.name, fa.field, nullptr);
+                changed(a, b, fa, fa.field, nullptr);
                 differs = true;
                 continue;
             }
-            used[at] = true;
+            used_[at] = true;
             if (!same_value(*fa.field, *b.fields[at].field)) {
-                changed(a, b, fa.name, fa.field, b.fields[at].field);
+                changed(a, b, fa, fa.field, b.fields[at].field);
                 differs = true;
             }
         }
         for (size_t k = 0; k < b.fields.size(); ++k)
-            if (!used[k]) {
-                changed(a, b, b.fields[k].name, nullptr, b.fields[k].field);
+            if (!used_[k]) {
+                changed(a, b, b.fields[k], nullptr, b.fields[k].field);
                 differs = true;
             }
         if (differs) ++summary_.changed;
@@ -292,6 +309,8 @@ private:
     std::string a_name_, b_name_;
     Reader a_, b_;
     std::deque<Item> qa_, qb_;
+    std::vector<Item> spare_;
+    std::vector<bool> used_;
     std::unordered_map<uint64_t, uint64_t> a_to_b_, b_to_a_;
     DiffSummary summary_;
 };

@@ -14,6 +14,8 @@ namespace pc::recording {
 struct DiffOptions {
     std::vector<std::string> ignore; // field names left out of the comparison (recorder_timestamp always is)
     size_t window = 256;             // records looked ahead on each side to realign after a gap
+    // Called now and then with how many bytes of A have been read, for a progress line.
+    std::function<void(size_t bytes_of_a)> progress;
 };
 
 struct Difference {

@@ -109,6 +109,29 @@ const Field *Entry::find(std::string_view name) const {
 // A file that cannot be opened has no line: its message names the file itself.
 std::string Problem::text() const { return line ? fmt::format("{}:{}: {}", file, line, message) : message; }
 
+bool for_each_line(const std::string &path, const std::function<void(std::string_view line)> &line) {
+    FILE *f = std::fopen(path.c_str(), "rb");
+    if (!f) return false;
+    std::vector<char> buffer(kBufferSize);
+    size_t kept = 0;
+    for (;;) {
+        if (kept == buffer.size()) buffer.resize(buffer.size() * 2); // a line longer than the buffer
+        size_t n = std::fread(buffer.data() + kept, 1, buffer.size() - kept, f);
+        size_t end = kept + n, begin = 0;
+        while (const void *nl = std::memchr(buffer.data() + begin, '\n', end - begin)) {
+            size_t at = size_t(static_cast<const char *>(nl) - buffer.data());
+            line(std::string_view(buffer.data() + begin, at - begin));
+            begin = at + 1;
+        }
+        kept = end - begin;
+        std::memmove(buffer.data(), buffer.data() + begin, kept);
+        if (n == 0) break;
+    }
+    if (kept) line(std::string_view(buffer.data(), kept));
+    std::fclose(f);
+    return true;
+}
+
 Reader::~Reader() {
     if (file_) std::fclose(file_);
 }
@@ -187,10 +210,12 @@ bool Reader::next(Record &record) {
         ++records_;
         record.number = records_;
         record.line = line_;
-        record.entries.clear();
+        entries_used_ = 0;
         std::string why;
         uint32_t why_line = 0;
-        if (parse_record(record, why, why_line)) return true;
+        bool ok = parse_record(record, why, why_line);
+        record.entries.resize(entries_used_); // what was used keeps its storage for the next record
+        if (ok) return true;
         if (partial_line_) {
             why = fmt::format("the file ends inside line {} (truncated)", line_);
             why_line = record.line;
@@ -242,9 +267,11 @@ bool Reader::parse_record(Record &record, std::string &why, uint32_t &why_line) 
             why_line = line_;
             return false;
         }
-        record.entries.emplace_back();
-        record.entries.back().line = line_;
-        if (!parse_entry(record.entries.back(), why, why_line)) {
+        if (entries_used_ == record.entries.size()) record.entries.emplace_back();
+        Entry &entry = record.entries[entries_used_++];
+        entry.line = line_;
+        entry.members_at = 0;
+        if (!parse_entry(entry, why, why_line)) {
             if (why_line == 0) why_line = record_line;
             return false;
         }
@@ -292,6 +319,21 @@ bool Reader::parse_entry(Entry &entry, std::string &why, uint32_t &why_line) {
     const uint32_t record_line = 0; // the caller puts the record's line where none is set
     std::string_view line;
     bool closed_by_last = false;
+    size_t used = 0, members_used = 0;
+    // the fields and members of the previous record keep their storage: records of one type
+    // have the same shape, so reading them allocates nothing once warm
+    struct Trim {
+        Entry &e;
+        size_t &used, &members;
+        ~Trim() {
+            e.fields.resize(used);
+            e.members.resize(members);
+        }
+    } trim_on_return{entry, used, members_used};
+    auto next_field = [&]() -> Field & {
+        if (used == entry.fields.size()) entry.fields.emplace_back();
+        return entry.fields[used++];
+    };
     for (;;) {
         PC_NEXT_LINE(line);
         if (line == "}") return true;
@@ -313,24 +355,25 @@ bool Reader::parse_entry(Entry &entry, std::string &why, uint32_t &why_line) {
                 why_line = line_;
                 return false;
             }
-            entry.fields.push_back({"recorder_timestamp", "{" + sec_text + " " + nsec_text + "}", line_ - 3});
+            Field &f = next_field();
+            f.name = "recorder_timestamp";
+            f.value.assign("{").append(sec_text).append(" ").append(nsec_text).append("}");
+            f.line = line_ - 3;
             continue;
         }
         if (quoted_then(line, ": [", name) && name == "members") {
-            entry.members_at = entry.fields.size();
-            if (!parse_members(entry, why, why_line)) return false;
+            entry.members_at = used;
+            if (!parse_members(entry, members_used, why, why_line)) return false;
             continue;
         }
-        Field field;
-        if (!parse_field(line, field, closed_by_last, why)) {
+        if (!parse_field(line, next_field(), closed_by_last, why)) {
             why_line = line_;
             return false;
         }
-        entry.fields.push_back(std::move(field));
     }
 }
 
-bool Reader::parse_members(Entry &entry, std::string &why, uint32_t &why_line) {
+bool Reader::parse_members(Entry &entry, size_t &used, std::string &why, uint32_t &why_line) {
     const uint32_t record_line = 0;
     std::string_view line;
     for (;;) {
@@ -341,20 +384,23 @@ bool Reader::parse_members(Entry &entry, std::string &why, uint32_t &why_line) {
             why_line = line_;
             return false;
         }
-        Element &element = entry.members.emplace_back();
+        if (used == entry.members.size()) entry.members.emplace_back();
+        Element &element = entry.members[used++];
         element.line = line_;
+        size_t fields = 0;
         for (;;) {
             PC_NEXT_LINE(line);
             if (line == "\"#\": 0") break; // the dummy member that closes an element
-            Field field;
+            if (fields == element.fields.size()) element.fields.emplace_back();
             bool last = false;
-            if (!parse_field(line, field, last, why) || last) {
+            if (!parse_field(line, element.fields[fields++], last, why) || last) {
                 if (why.empty()) why = "a member's field without a comma before its closing \"#\": 0";
                 why_line = line_;
+                element.fields.resize(fields);
                 return false;
             }
-            element.fields.push_back(std::move(field));
         }
+        element.fields.resize(fields);
         PC_NEXT_LINE(line);
         if (line != "},") {
             why = fmt::format("expected '}},' after a member, found '{}'", line.substr(0, 60));

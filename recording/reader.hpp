@@ -53,6 +53,11 @@ using ProblemSink = std::function<void(const Problem &)>;
 // True when `text` is one complete JSON value (what the recorder writes as a field's value).
 bool is_json_value(std::string_view text);
 
+// Calls `line` with each line of a file (without its newline), as fast as the disk gives them:
+// for a look over a whole recording where reading its records would cost too much. False when
+// the file cannot be read.
+bool for_each_line(const std::string &path, const std::function<void(std::string_view line)> &line);
+
 class Reader {
 public:
     Reader() = default;
@@ -77,7 +82,7 @@ private:
     bool read_line(std::string_view &line);
     bool parse_record(Record &record, std::string &why, uint32_t &why_line);
     bool parse_entry(Entry &entry, std::string &why, uint32_t &why_line);
-    bool parse_members(Entry &entry, std::string &why, uint32_t &why_line);
+    bool parse_members(Entry &entry, size_t &used, std::string &why, uint32_t &why_line);
     bool parse_field(std::string_view line, Field &field, bool &last, std::string &why);
     void report(uint32_t line, std::string message);
     void skip_to_next_record();
@@ -90,6 +95,7 @@ private:
     size_t consumed_ = 0;
     uint32_t line_ = 0;
     uint64_t records_ = 0, problems_ = 0;
+    size_t entries_used_ = 0;
     bool partial_line_ = false; // the file ended inside a line
     bool pending_open_ = false; // a record's "{" was met while skipping and is not consumed yet
     std::string spill_;         // a line that ran across the buffer's end

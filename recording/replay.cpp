@@ -3,13 +3,14 @@
 #include "descriptors.hpp"
 #include "engine.hpp"
 #include "planecheck/session.hpp"
-#include "yaml_loader.hpp"
+#include "json_text.hpp"
 
 #include <fmt/format.h>
 
 #include <algorithm>
 #include <cstring>
 #include <deque>
+#include <unordered_set>
 #include <unordered_map>
 #include <vector>
 
@@ -97,29 +98,42 @@ struct Operation {
     const Record *record = nullptr;
     std::string op;      // the scenario's op text
     int status = 0;      // the recorded status class
-    std::string body;    // the record's members, without braces
-    std::string npu_results; // "5, 7" when the record carries results
+    ReplayRecord body;
+    std::string npu_results; // "[ 5,7 ]" when the record carries results
     std::string problem;
     uint32_t problem_line = 0; // the line of the field at fault, else the record's
 };
 
-class Replayer {
-public:
-    Replayer(const std::string &path, FILE *out, const ReplayOptions &options, const ProblemSink &sink)
-        : path_(path), out_(out), options_(options), sink_(sink) {
+} // namespace
+
+struct Replayer::Impl {
+    Impl(const std::string &path, const ReplayOptions &options, ProblemSink sink)
+        : path_(path), options_(options), sink_(std::move(sink)) {
         scratch_.session.log = [this](int, const std::string &text, uint32_t) { refused_ = text; };
     }
 
-    ReplaySummary run() {
+    bool open() {
         std::string error;
         if (!reader_.open(path_, error)) {
             problem({path_, 0, error});
-            return summary_;
+            return false;
         }
         reader_.on_problem([this](const Problem &p) { problem(p); });
-        write_header();
-        for (;;) {
-            if (!fill(2)) break;
+        read_settings();
+        return true;
+    }
+
+    // Works through records until a step is ready; false at the end.
+    bool next(ReplayStep &step) {
+        while (ready_.empty()) {
+            if (!fill(2)) {
+                flush_group();
+                if (ready_.empty()) {
+                    summary_.records = reader_.records_seen();
+                    return false;
+                }
+                break;
+            }
             Record &r = ahead_.front();
             if (r.section == "receive_call") receive_call();
             else if (r.section == "send_object") send_object();
@@ -128,12 +142,12 @@ public:
                 ahead_.pop_front();
             }
         }
-        flush_group();
+        step = std::move(ready_.front());
+        ready_.pop_front();
         summary_.records = reader_.records_seen();
-        return summary_;
+        return true;
     }
 
-private:
     void problem(const Problem &p) {
         ++summary_.problems;
         if (sink_) sink_(p);
@@ -149,34 +163,45 @@ private:
     }
 
     // The settings a recording does not carry are read from what it shows: a flag-gated type or
-    // reference pair tells the object set, a state text the node and the number of NPUs.
-    void write_header() {
+    // reference pair tells the object set, a state text the node and the number of NPUs. The same
+    // look ahead notes which handles later records refer to: only those are given names.
+    void read_settings() {
         int object_set = -1, npus = 4;
-        std::string node = "node0";
         bool state_seen = false;
-        Reader scan;
-        std::string error;
-        if (scan.open(path_, error)) {
-            Record r;
-            while ((object_set < 0 || !state_seen) && scan.next(r)) {
-                const TypeDesc *t = engine::find_type(r.type.c_str());
-                if (!t || r.entries.empty()) continue;
-                if (object_set < 0) object_set = gate_shown(*t, r.entries[0]);
-                if (const Field *state = r.entries[0].find("npd_state"); state && !state_seen) state_seen = read_state(state->value, node, npus);
+        const TypeDesc *type = nullptr;
+        for_each_line(path_, [&](std::string_view line) {
+            size_t quote = line.find('"');
+            if (quote == std::string_view::npos) return;
+            std::string_view text = line.substr(quote);
+            if (quote == 4 && text.size() > 5 && text.substr(text.size() - 4) == "\": [") { // the type line
+                type = engine::find_type(std::string(text.substr(1, text.size() - 5)).c_str());
+                if (type && object_set < 0 && type->gate != engine::Gate::None) object_set = type->gate == engine::Gate::Nonzero ? 1 : 0;
+                return;
             }
-        }
-        if (options_.object_set) object_set = *options_.object_set;
-        fmt::print(out_, "# The operations of {}, replayed by planecheck replay.\n", path_);
-        fmt::print(out_, "name: {}\n", yaml_string("replay of " + path_));
-        fmt::print(out_, "config: {{ mode: {}, object_set: {}, npus: {}, node: {} }}\nsteps:\n",
-                   options_.mode.value_or(1) ? "client" : "server", std::max(object_set, 0), npus, yaml_string(node));
+            size_t close = text.find("\": ");
+            if (close == std::string_view::npos) return;
+            std::string_view name = text.substr(1, close - 1), value = text.substr(close + 3);
+            if (!value.empty() && value.back() == ',') value.remove_suffix(1);
+            if (name.size() > 7 && name.substr(name.size() - 7) == "_refhdl") {
+                bool ok = false;
+                uint64_t h = hex_value(std::string(value), ok);
+                if (ok) referenced_.insert(h);
+                if (type && object_set < 0) object_set = reference_gate(*type, name);
+            } else if (name.size() > 7 && name.substr(name.size() - 7) == "_refkey") {
+                if (type && object_set < 0) object_set = reference_gate(*type, name);
+            } else if (name == "npd_state" && !state_seen) {
+                state_seen = read_state(std::string(value), config_.node, npus);
+            }
+        });
+        config_.object_set = options_.object_set.value_or(std::max(object_set, 0));
+        config_.mode = options_.mode.value_or(1);
+        config_.npus = uint32_t(npus);
     }
 
-    static int gate_shown(const TypeDesc &t, const Entry &e) {
-        if (t.gate != engine::Gate::None) return t.gate == engine::Gate::Nonzero ? 1 : 0;
+    // A reference pair to a flag-gated type is written only while its target is active.
+    static int reference_gate(const TypeDesc &t, std::string_view name) {
         for (const RoleDesc &r : t.roles)
-            if (r.gate != engine::Gate::None && (e.find(r.hdl_key) || e.find(r.key_key)))
-                return r.gate == engine::Gate::Nonzero ? 1 : 0;
+            if (r.gate != engine::Gate::None && (name == r.hdl_key || name == r.key_key)) return r.gate == engine::Gate::Nonzero ? 1 : 0;
         return -1;
     }
 
@@ -190,15 +215,6 @@ private:
         return true;
     }
 
-    static std::string yaml_string(const std::string &s) {
-        std::string out = "\"";
-        for (char c : s) {
-            if (c == '"' || c == '\\') out += '\\';
-            out += c;
-        }
-        return out + '"';
-    }
-
     const TypeIndex &index_of(const TypeDesc &t) {
         auto it = indexes_.find(t.number);
         if (it == indexes_.end()) it = indexes_.emplace(t.number, TypeIndex(t)).first;
@@ -208,20 +224,11 @@ private:
     // A value the type's converter refuses is a problem of the record.
     bool converts(const AttrDesc *attr, const RoleDesc *role, const Field &f, std::string &why) {
         uint16_t value_type = attr ? attr->value_type : role->key_value_type;
-        std::vector<uint8_t> buffer(std::max<size_t>(attr ? attr->width : role->key_width, 16) + 64);
-        Arena arena(4096);
-        JSON_Value *value = nullptr;
-        if (f.value[0] == '"') {
-            yaml::LoadError error;
-            value = yaml::load_string(f.value, path_, arena, error);
-        } else if (f.value[0] == '{' || f.value[0] == '[') {
-            yaml::LoadError error;
-            value = yaml::load_string(f.value, path_, arena, error);
-        } else {
-            value = json::resolve_plain_scalar(arena, f.value, {f.line, 1});
-        }
+        buffer_.assign(std::max<size_t>(attr ? attr->width : role->key_width, 16) + 64, 0);
+        arena_.reset();
+        JSON_Value *value = parse_json(arena_, f.value, f.line);
         refused_.clear();
-        int rc = value ? engine::kValueTypes[value_type].convert(&scratch_.process, buffer.data(), value, f.name.c_str()) : -1;
+        int rc = value ? engine::kValueTypes[value_type].convert(&scratch_.process, buffer_.data(), value, f.name.c_str()) : -1;
         if (rc == 0 && refused_.empty()) return true;
         why = fmt::format("the value {} of \"{}\" is refused ({})", f.value, f.name,
                           refused_.empty() ? "not a value" : refused_.substr(0, refused_.find('\n')));
@@ -234,79 +241,66 @@ private:
         uint64_t h = hex_value(value, ok);
         if (!ok) return value;
         auto it = handle_names_.find(h);
-        return it != handle_names_.end() ? it->second : std::to_string(h);
+        return it != handle_names_.end() ? "\"" + it->second + "\"" : std::to_string(h);
     }
 
-    bool fields_text(const TypeDesc &t, const std::vector<Field> &fields, bool element, std::string &out, std::string &why) {
+    using Values = std::vector<ReplayValue>;
+
+    static void add_value(Values &out, const std::string &key, std::string json, uint32_t line) {
+        out.push_back({key, std::move(json), line});
+    }
+
+    bool fields_of(const TypeDesc &t, const std::vector<Field> &fields, bool element, Values &out, std::string &why) {
         const TypeIndex &index = index_of(t);
         bool count_seen = false;
         for (const Field &f : fields) {
             // the NPU id line opens the entry of a type without an NPU mask; a type may also have
             // an attribute of that name, further down
             if (!element && &f == &fields.front() && f.name == "npu_id" && !t.npu_mask) continue;
-            if (!element && is_control(f.name) && !index.find(f.name, false)) continue;
+            const Target *target = index.find(f.name, element);
+            if (!element && !target && is_control(f.name)) continue;
             if (!element && t.count_key && f.name == t.count_key) {
-                // the count line follows the attributes (a type may have an attribute of its name
-                // too): the members list is padded to the count instead, which sizes the object
-                // without setting anything
-                // the count line is always written, so the name stands twice where the attribute is set
+                // the count line follows the attributes and is always written, so the name
+                // stands twice where a type's attribute of that name is set; the members list
+                // is padded to the count instead, which sizes the object and sets nothing
                 bool attribute = !count_seen && std::count_if(fields.begin(), fields.end(), [&](const Field &g) { return g.name == f.name; }) > 1;
                 count_seen = true;
                 if (!attribute) continue;
             }
-            const Target *target = index.find(f.name, element);
-            if (!target && !element && !t.sized()) {
-                // an element attribute of a type without a members list is recorded at the top
-                if ((target = index.find(f.name, true))) {
-                    if (!check(*target, f, why)) return false;
-                    append(loose_element_, f.name, f.name.size() > 7 && ends_with(f.name, "_refhdl") ? handle_text(f.value) : f.value);
-                    continue;
-                }
-            }
+            Values *into = &out;
+            if (!target && !element && !t.sized() && (target = index.find(f.name, true)))
+                into = &loose_element_; // an element attribute of a type without a members list is recorded at the top
             if (!target) {
                 why = fmt::format("\"{}\" is no {}attribute of {}", f.name, element ? "member " : "", t.name);
                 why_line_ = f.line;
                 return false;
             }
-            bool handle = ends_with(f.name, "_refhdl");
-            if (handle) {
-                append(out, f.name, handle_text(f.value));
+            if (ends_with(f.name, "_refhdl")) {
+                add_value(*into, f.name, handle_text(f.value), f.line);
                 continue;
             }
             if (target->attr && target->attr->kind == engine::Kind::ReadOnly) continue; // the data plane fills it
             if (!check(*target, f, why)) return false;
-            append(out, f.name, f.value);
+            add_value(*into, f.name, f.value, f.line);
         }
         return true;
     }
 
     bool check(const Target &target, const Field &f, std::string &why) {
-        if (ends_with(f.name, "_refhdl") || converts(target.attr, target.role, f, why)) return true;
+        if (converts(target.attr, target.role, f, why)) return true;
         why_line_ = f.line;
         return false;
     }
 
-    static void append(std::string &out, const std::string &name, const std::string &value) {
-        if (!out.empty()) out += ", ";
-        out += name;
-        out += ": ";
-        out += value;
-    }
-
-    bool members_text(const TypeDesc &t, const Entry &e, std::string &out, std::string &why) {
+    bool members_of(const TypeDesc &t, const Entry &e, ReplayRecord &out, std::string &why) {
         size_t count = std::max<size_t>(e.members.size(), loose_element_.empty() ? 0 : 1);
         if (t.count_key)
             for (const Field &c : e.fields) // the count line is the last field of the name
                 if (c.name == t.count_key) count = std::max<size_t>(e.members.size(), std::strtoul(c.value.c_str(), nullptr, 10));
-        if (count == 0) return true;
-        std::string list;
-        for (size_t i = 0; i < count; ++i) {
-            std::string element;
-            if (i < e.members.size() && !fields_text(t, e.members[i].fields, true, element, why)) return false;
-            if (i == 0 && e.members.empty()) element = loose_element_;
-            list += (i ? ", {" : "{") + element + "}";
-        }
-        append(out, "members", "[" + list + "]");
+        out.members.assign(count, {});
+        for (size_t i = 0; i < e.members.size(); ++i)
+            if (!fields_of(t, e.members[i].fields, true, out.members[i], why)) return false;
+        if (e.members.empty() && count) out.members[0] = std::move(loose_element_);
         return true;
     }
 
@@ -328,9 +322,17 @@ private:
             if (const Field *f = e.find(k.name)) keys.push_back(*f);
     }
 
+    // The object's own values of an entry: attributes, references, members.
+    bool object_values(const TypeDesc &t, const Entry &e, ReplayRecord &out, std::string &why) {
+        loose_element_.clear();
+        why_line_ = 0;
+        return fields_of(t, e.fields, false, out.fields, why) && members_of(t, e, out, why);
+    }
+
     Operation operation(Record &r) {
         Operation o;
         o.record = &r;
+        o.body.line = r.line;
         o.type = engine::find_type(r.type.c_str());
         if (!o.type) {
             o.problem = fmt::format("record {} is of the unknown object type \"{}\"; it is left out", r.number, r.type);
@@ -340,42 +342,48 @@ private:
             o.problem = fmt::format("record {} has no entry; it is left out", r.number);
             return o;
         }
-        Entry e = r.entries[0]; // the instances of a batch record repeat the same attribute values
-        std::string recorded_op = op_of(e);
+        const Entry &recorded = r.entries[0]; // the instances of a batch record repeat the same attribute values
+        std::string recorded_op = op_of(recorded);
         o.op = recorded_op == "walk_bykey" ? "walk_by_key" : recorded_op; // the recorder spells the walk so
-        o.status = status_of(e);
+        o.status = status_of(recorded);
         const TypeDesc &t = *o.type;
-        if (o.op == "get_next" && o.status == 0) start_key_of_get_next(t, e);
-        remember_key(t, r.entries[0]);
-        std::string why, body = "op: " + o.op;
-        if (o.op == "replay" || o.op == "replay_start" || o.op == "replay_end") {
-            o.body = body;
-            return o;
+        const Field *op_field = recorded.find("op");
+        Values &v = o.body.fields;
+        add_value(v, "op", "\"" + o.op + "\"", op_field ? op_field->line : r.line);
+        if (o.op == "replay" || o.op == "replay_start" || o.op == "replay_end") return o;
+        std::string why;
+        bool readable;
+        if (o.op == "get_next" && o.status == 0) {
+            Entry e = recorded;
+            start_key_of_get_next(t, e);
+            readable = object_values(t, e, o.body, why);
+        } else {
+            readable = object_values(t, recorded, o.body, why);
         }
-        std::string fields;
-        loose_element_.clear();
-        why_line_ = 0;
-        if (!fields_text(t, e.fields, false, fields, why) || !members_text(t, e, fields, why)) {
+        remember_key(t, recorded);
+        if (!readable) {
             o.problem = fmt::format("record {} cannot be replayed: {}; it is left out", r.number, why);
             o.problem_line = why_line_;
             return o;
         }
-        if (!fields.empty()) body += ", " + fields;
-        if (e.find("retry_mode")) append(body, "retry_mode", "1");
-        if (const Field *f = e.find("create_option")) append(body, "create_option", f->value);
-        if (const Field *f = e.find("npu_mask")) append(body, "npu_mask", f->value);
-        if (const Field *f = e.find("npu_result")) {
-            std::string list = f->value;
-            o.npu_results = list.substr(1, list.size() - 2);
-            append(body, "npu_result", list);
+        bool retry = false;
+        for (const Field &f : recorded.fields) {
+            if (f.name.empty() || !std::strchr("rcnh", f.name[0])) continue; // none of the control keys below
+            if (f.name == "retry_mode" && !index_of(t).find(f.name, false)) {
+                if (!retry) add_value(v, "retry_mode", "1", f.line); // an update writes it twice
+                retry = true;
+            } else if ((f.name == "create_option" || f.name == "npu_mask") && !index_of(t).find(f.name, false)) {
+                add_value(v, f.name, f.value, f.line);
+            } else if (f.name == "npu_result") {
+                o.npu_results = f.value;
+                add_value(v, f.name, f.value, f.line);
+            } else if (f.name == "hdl" && o.op == "create") {
+                bool ok = false;
+                uint64_t h = hex_value(f.value, ok);
+                if (ok && referenced_.count(h)) add_value(v, "hdl", "\"" + name_handle(h) + "\"", f.line);
+            }
         }
-        if (const Field *f = e.find("hdl"); f && o.op == "create") {
-            bool ok = false;
-            uint64_t h = hex_value(f->value, ok);
-            if (ok) append(body, "hdl", name_handle(h));
-        }
-        if (o.op != "walk_by_key") append(body, "rc", std::to_string(o.status));
-        o.body = body;
+        if (o.op != "walk_by_key") add_value(v, "rc", std::to_string(o.status), op_field ? op_field->line : r.line);
         return o;
     }
 
@@ -404,6 +412,8 @@ private:
         return true;
     }
 
+    void report(const Operation &o, const Record &r) { problem({path_, o.problem_line ? o.problem_line : r.line, o.problem}); }
+
     void send_object() {
         Record first = std::move(ahead_.front());
         ahead_.pop_front();
@@ -423,27 +433,23 @@ private:
             if (!chain.empty()) last = &chain.back();
             if (status_of(last->entries[0]) == kInjectedClass) {
                 // nothing ended the loop: each failure was expected, so each stands alone
-                emit_standalone_injections(first, chain);
+                standalone_injections(first, chain);
                 return;
             }
         }
         Operation o = operation(*last);
-        if (!o.problem.empty()) {
-            problem({path_, o.problem_line ? o.problem_line : last->line, o.problem});
-            return;
-        }
-        if (injected) arm("inject", o, fmt::format("status: {}, times: {}", kInjectedClass, injected));
-        else if (o.status == kInjectedClass) arm("inject", o, fmt::format("status: {}, times: 1", kInjectedClass));
-        if (!o.npu_results.empty()) arm("npu_result", o, fmt::format("results: [{}], times: 1", o.npu_results));
-        add(o, nullptr);
+        if (!o.problem.empty()) return report(o, *last);
+        if (injected || o.status == kInjectedClass) arm_injection(o, injected ? injected : 1);
+        if (!o.npu_results.empty()) arm_npu_results(o);
+        add(std::move(o), nullptr);
     }
 
-    void emit_standalone_injections(Record &first, std::vector<Record> &chain) {
+    void standalone_injections(Record &first, std::vector<Record> &chain) {
         auto one = [this](Record &r) {
             Operation o = operation(r);
-            if (!o.problem.empty()) return problem({path_, o.problem_line ? o.problem_line : r.line, o.problem});
-            arm("inject", o, fmt::format("status: {}, times: 1", kInjectedClass));
-            add(o, nullptr);
+            if (!o.problem.empty()) return report(o, r);
+            arm_injection(o, 1);
+            add(std::move(o), nullptr);
         };
         one(first);
         for (Record &r : chain) one(r);
@@ -465,16 +471,16 @@ private:
         Record sent = std::move(ahead_.front());
         ahead_.pop_front();
         Operation o = operation(sent);
-        if (!o.problem.empty()) return problem({path_, o.problem_line ? o.problem_line : sent.line, o.problem});
-        std::string why, answer = "op: " + op_of(received.entries[0]);
-        std::string fields;
-        loose_element_.clear();
-        if (!fields_text(*t, received.entries[0].fields, false, fields, why) || !members_text(*t, received.entries[0], fields, why))
-            return problem({path_, received.line, fmt::format("receive_call record {} cannot be replayed: {}; it is left out", received.number, why)});
-        if (!fields.empty()) answer += ", " + fields;
-        append(answer, "rc", std::to_string(o.status));
-        if (!o.npu_results.empty()) arm("npu_result", o, fmt::format("results: [{}], times: 1", o.npu_results));
-        add(o, &answer);
+        if (!o.problem.empty()) return report(o, sent);
+        ReplayRecord answer;
+        answer.line = received.line;
+        add_value(answer.fields, "op", "\"" + op_of(received.entries[0]) + "\"", received.line);
+        std::string why;
+        if (!object_values(*t, received.entries[0], answer, why))
+            return problem({path_, why_line_ ? why_line_ : received.line, fmt::format("receive_call record {} cannot be replayed: {}; it is left out", received.number, why)});
+        add_value(answer.fields, "rc", std::to_string(o.status), received.line);
+        if (!o.npu_results.empty()) arm_npu_results(o);
+        add(std::move(o), &answer);
     }
 
     // The op a received object reports for a client operation.
@@ -483,78 +489,191 @@ private:
         return "";
     }
 
-    void arm(const char *kind, const Operation &o, const std::string &what) {
+    void arm(const char *kind, const Operation &o, Values values) {
         flush_group();
-        fmt::print(out_, "  - {}: {{ op: \"{} {}\", {} }}\n", kind, o.type->name, o.op, what);
+        ReplayStep step;
+        step.kind = kind;
+        ReplayRecord &r = step.records.emplace_back();
+        r.line = o.record->line;
+        r.fields.push_back({"op", fmt::format("\"{} {}\"", o.type->name, o.op), o.record->line});
+        for (ReplayValue &v : values) r.fields.push_back(std::move(v));
+        ready_.push_back(std::move(step));
+    }
+
+    void arm_injection(const Operation &o, size_t times) {
+        uint32_t line = o.record->line;
+        arm("inject", o, {{"status", std::to_string(kInjectedClass), line}, {"times", std::to_string(times), line}});
+    }
+
+    void arm_npu_results(const Operation &o) {
+        uint32_t line = o.record->line;
+        arm("npu_result", o, {{"results", o.npu_results, line}, {"times", "1", line}});
     }
 
     // Consecutive records of one type share a step. A walk records the status its array's last
     // operation left, so it joins the group only where that status is the one it recorded.
-    void add(const Operation &o, const std::string *answer) {
+    void add(Operation o, ReplayRecord *answer) {
         bool walk = o.op == "walk_by_key";
         bool replay = o.op.rfind("replay", 0) == 0;
-        if (answer || replay || group_type_ != o.type || group_.size() >= options_.records_per_step ||
+        if (answer || replay || group_.type != o.type->name || group_.records.size() >= options_.records_per_step ||
             (walk && group_status_ != o.status))
             flush_group();
         if (walk && o.status != group_status_)
             problem({path_, o.record->line, fmt::format("record {}: the walk recorded status {}, which no operation before it in the replay leaves; replayed with status {}", o.record->number, o.status, group_status_)});
-        group_type_ = o.type;
-        group_.push_back(fmt::format("{{ {} }}", o.body));
-        group_lines_.push_back(o.record->line);
+        group_.kind = "send";
+        group_.type = o.type->name;
+        group_.records.push_back(std::move(o.body));
         ++summary_.operations;
         if (!walk && !replay && (o.op != "eod" || o.type->eod)) group_status_ = o.status;
-        if (answer) {
-            fmt::print(out_, "  - send: {{ {}: [ {} ] }}   # {}:{}\n", o.type->name, group_.front(), path_, o.record->line);
-            fmt::print(out_, "    sdk: {{ {}: [ {{ {} }} ] }}\n", o.type->name, *answer);
-            group_.clear();
-            group_lines_.clear();
-            group_type_ = nullptr;
-            group_status_ = 0;
-        } else if (replay) {
-            flush_group(); // a replay op acts only as the first record of its array
-        }
+        if (answer) group_.sdk = std::move(*answer);
+        if (answer || replay) flush_group(); // a replay op acts only as the first record of its array
     }
 
     void flush_group() {
-        if (group_.empty()) {
-            group_type_ = nullptr;
-            group_status_ = 0;
-            return;
-        }
-        fmt::print(out_, "  - send:\n      {}:\n", group_type_->name);
-        for (size_t i = 0; i < group_.size(); ++i) fmt::print(out_, "        - {}   # {}:{}\n", group_[i], path_, group_lines_[i]);
-        group_.clear();
-        group_lines_.clear();
-        group_type_ = nullptr;
+        if (!group_.records.empty()) ready_.push_back(std::move(group_));
+        group_ = ReplayStep{};
         group_status_ = 0;
     }
 
     std::string path_;
-    FILE *out_;
-    const ReplayOptions &options_;
-    const ProblemSink &sink_;
+    const ReplayOptions options_;
+    ProblemSink sink_;
+    ReplayConfig config_;
     Reader reader_;
     std::deque<Record> ahead_;
+    std::deque<ReplayStep> ready_;
     ReplaySummary summary_;
     pc::support::Context scratch_; // converters check values against it; nothing runs
+    Arena arena_{4096};
+    std::vector<uint8_t> buffer_;
     std::string refused_;
-    std::string loose_element_; // element attributes recorded at the top, for element 0
+    Values loose_element_; // element attributes recorded at the top, for element 0
     uint32_t why_line_ = 0;
     std::unordered_map<uint16_t, TypeIndex> indexes_;
+    std::unordered_set<uint64_t> referenced_;
     std::unordered_map<uint64_t, std::string> handle_names_;
     std::unordered_map<uint64_t, unsigned> handle_uses_;
     std::unordered_map<uint16_t, std::vector<Field>> last_keys_;
-    const TypeDesc *group_type_ = nullptr;
+    ReplayStep group_;
     int group_status_ = 0;
-    std::vector<std::string> group_;
-    std::vector<uint32_t> group_lines_;
 };
+
+Replayer::Replayer(const std::string &recording, const ReplayOptions &options, ProblemSink problem)
+    : impl_(std::make_unique<Impl>(recording, options, std::move(problem))) {}
+Replayer::~Replayer() = default;
+bool Replayer::open() { return impl_->open(); }
+const ReplayConfig &Replayer::config() const { return impl_->config_; }
+bool Replayer::next(ReplayStep &step) { return impl_->next(step); }
+ReplaySummary Replayer::summary() const { return impl_->summary_; }
+size_t Replayer::bytes_read() const { return impl_->reader_.bytes_read(); }
+
+namespace {
+
+std::string yaml_string(const std::string &s) {
+    std::string out = "\"";
+    for (char c : s) {
+        if (c == '"' || c == '\\') out += '\\';
+        out += c;
+    }
+    return out + '"';
+}
+
+void print_values(FILE *out, const std::vector<ReplayValue> &values) {
+    for (size_t i = 0; i < values.size(); ++i) fmt::print(out, "{}{}: {}", i ? ", " : "", values[i].key, values[i].json);
+}
+
+void print_record(FILE *out, const ReplayRecord &r) {
+    std::fputs("{ ", out);
+    print_values(out, r.fields);
+    if (!r.members.empty()) {
+        std::fputs(", members: [", out);
+        for (size_t i = 0; i < r.members.size(); ++i) {
+            std::fputs(i ? ", {" : "{", out);
+            print_values(out, r.members[i]);
+            std::fputs("}", out);
+        }
+        std::fputs("]", out);
+    }
+    std::fputs(" }", out);
+}
+
+void print_step(FILE *out, const ReplayStep &step, const std::string &path) {
+    if (step.kind != "send") {
+        fmt::print(out, "  - {}: ", step.kind);
+        print_record(out, step.records[0]);
+        std::fputs("\n", out);
+    } else if (step.sdk) {
+        fmt::print(out, "  - send: {{ {}: [ ", step.type);
+        print_record(out, step.records[0]);
+        fmt::print(out, " ] }}   # {}:{}\n    sdk: {{ {}: [ ", path, step.records[0].line, step.type);
+        print_record(out, *step.sdk);
+        std::fputs(" ] }\n", out);
+    } else {
+        fmt::print(out, "  - send:\n      {}:\n", step.type);
+        for (const ReplayRecord &r : step.records) {
+            std::fputs("        - ", out);
+            print_record(out, r);
+            fmt::print(out, "   # {}:{}\n", path, r.line);
+        }
+    }
+}
+
+const char *name_at(Arena &arena, const std::string &s) { return arena.copy_string(s); }
+
+JSON_Value *object_of(Arena &arena, const std::vector<ReplayValue> &values, const std::vector<std::vector<ReplayValue>> *members,
+                      uint32_t line) {
+    size_t n = values.size() + (members && !members->empty() ? 1 : 0);
+    const char **names = arena.make_array<const char *>(n);
+    JSON_Value **items = arena.make_array<JSON_Value *>(n);
+    for (size_t i = 0; i < values.size(); ++i) {
+        names[i] = name_at(arena, values[i].key);
+        items[i] = parse_json(arena, values[i].json, values[i].line);
+        if (!items[i]) items[i] = json::make_null(arena, {values[i].line, 1});
+    }
+    if (n > values.size()) {
+        std::vector<JSON_Value *> elements;
+        for (const auto &m : *members) elements.push_back(object_of(arena, m, nullptr, line));
+        names[n - 1] = "members";
+        items[n - 1] = json::make_array(arena, elements.data(), elements.size(), {line, 1});
+    }
+    return json::make_object(arena, names, items, n, {line, 1});
+}
+
+JSON_Value *by_type(Arena &arena, const std::string &type, const std::vector<ReplayRecord> &records) {
+    std::vector<JSON_Value *> list;
+    for (const ReplayRecord &r : records) list.push_back(object_of(arena, r.fields, &r.members, r.line));
+    uint32_t line = records.empty() ? 0 : records[0].line;
+    const char *name = name_at(arena, type);
+    JSON_Value *array = json::make_array(arena, list.data(), list.size(), {line, 1});
+    return json::make_object(arena, &name, &array, 1, {line, 1});
+}
 
 } // namespace
 
+JSON_Value *step_value(Arena &arena, const ReplayStep &step) {
+    uint32_t line = step.records.empty() ? 0 : step.records[0].line;
+    const char *names[2] = {name_at(arena, step.kind), "sdk"};
+    JSON_Value *values[2];
+    if (step.kind == "send") {
+        values[0] = by_type(arena, step.type, step.records);
+        if (step.sdk) values[1] = by_type(arena, step.type, {*step.sdk});
+    } else {
+        values[0] = object_of(arena, step.records[0].fields, nullptr, line);
+    }
+    return json::make_object(arena, names, values, step.sdk ? 2 : 1, {line, 1});
+}
+
 ReplaySummary write_scenario(const std::string &recording, FILE *out, const ReplayOptions &options,
                              const ProblemSink &problem) {
-    return Replayer(recording, out, options, problem).run();
+    Replayer replayer(recording, options, problem);
+    if (!replayer.open()) return replayer.summary();
+    const ReplayConfig &c = replayer.config();
+    fmt::print(out, "# The operations of {}, replayed by planecheck replay.\n", recording);
+    fmt::print(out, "name: {}\n", yaml_string("replay of " + recording));
+    fmt::print(out, "config: {{ mode: {}, object_set: {}, npus: {}, node: {} }}\nsteps:\n", c.mode ? "client" : "server",
+               c.object_set, c.npus, yaml_string(c.node));
+    for (ReplayStep step; replayer.next(step);) print_step(out, step, recording);
+    return replayer.summary();
 }
 
 } // namespace pc::recording

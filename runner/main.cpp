@@ -18,6 +18,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <fcntl.h>
+#include <functional>
 #include <unistd.h>
 
 namespace {
@@ -29,6 +30,7 @@ struct RunOptions {
     bool tap = false;
     unsigned jobs = 0; // 0: all files in this process, one after the other
     std::string shard; // "I/N": only every N-th file, starting with the I-th
+    bool in_process = false; // the files run here, never in child processes
 };
 
 // Keeps the files of shard I of N (1-based): the I-th, the (I+N)-th, ...
@@ -106,13 +108,16 @@ bool write_coverage(const std::string &path, const pc::coverage::Report &coverag
     return false;
 }
 
-int run_files(RunOptions &o) {
+using RunOne = std::function<pc::runner::FileResult(const std::string &, const pc::runner::Options &)>;
+
+int run_files(RunOptions &o, const RunOne &run_one = pc::runner::run_file) {
     auto start = std::chrono::steady_clock::now();
     if (!o.file.check_only && !take_ci_environment(o)) return 2;
     if (!take_shard(o)) return 2;
     pc::runner::ending::install();
     // a report must survive a file that the library ends: each file then runs in a process of its own
-    if ((o.tap || !o.junit.empty()) && !o.jobs) o.jobs = 1;
+    // (a replay runs in this process: its steps come from the recording, not from a file a child could open)
+    if ((o.tap || !o.junit.empty()) && !o.jobs && !o.in_process) o.jobs = 1;
     o.file.progress = !o.jobs && !o.file.verbose && isatty(STDERR_FILENO);
     if (o.tap) {
         o.file.quiet = true;
@@ -132,7 +137,7 @@ int run_files(RunOptions &o) {
         results = pc::runner::run_in_processes(o.files, o.file, o.jobs, parts_fd, recorder_problem);
     } else {
         for (const auto &file : o.files) {
-            results.push_back(pc::runner::run_file(file, o.file));
+            results.push_back(run_one(file, o.file));
             if (results.back().invalid) fmt::print(stderr, "{}\n", results.back().error);
         }
     }
@@ -155,27 +160,20 @@ int run_files(RunOptions &o) {
     return totals.invalid ? 2 : totals.failed_files ? 1 : 0;
 }
 
-// Writes the scenario a recording replays to; runs it unless it was asked for as a file.
+// Writes the scenario a recording replays to, or runs its operations again.
 int replay_recording(const std::string &recording, const std::string &scenario, const pc::recording::ReplayOptions &options,
                      RunOptions &run) {
-    std::string path = scenario.empty() ? pc::runner::temporary_scenario_path() : scenario;
-    if (path.empty()) {
-        fmt::print(stderr, "planecheck: cannot make a temporary file for the replayed scenario: {}\n", std::strerror(errno));
-        return 2;
-    }
     pc::recording::ReplaySummary summary;
-    bool written = pc::runner::write_replayed_scenario(recording, path, options, summary);
     if (!scenario.empty()) {
-        if (written) fmt::print("planecheck replay: {} operations of {} records written to {}\n", summary.operations, summary.records, path);
+        bool written = pc::runner::write_replayed_scenario(recording, scenario, options, summary);
+        if (written) fmt::print("planecheck replay: {} operations of {} records written to {}\n", summary.operations, summary.records, scenario);
         return !written ? 2 : summary.problems ? 1 : 0;
     }
-    int status = 2;
-    if (written) {
-        run.files = {path};
-        status = run_files(run);
-    }
-    if (status == 0) std::remove(path.c_str());
-    else if (written) fmt::print(stderr, "planecheck replay: the replayed scenario is kept in {}\n", path);
+    run.files = {recording};
+    run.in_process = true;
+    int status = run_files(run, [&](const std::string &file, const pc::runner::Options &o) {
+        return pc::runner::run_replayed(file, options, o, summary);
+    });
     return status == 0 && summary.problems ? 1 : status;
 }
 
@@ -223,7 +221,7 @@ int main(int argc, char **argv) {
     auto *diff = app.add_subcommand("diff", "compare two recorder files record by record (exit 0 equal, 1 different, 2 unreadable)");
     diff->add_option("a", diff_a, "the first recording")->required();
     diff->add_option("b", diff_b, "the second recording")->required();
-    diff->add_option("--ignore", ignore, "leave the field FIELD out of the comparison (repeatable)")->take_last()->allow_extra_args(false);
+    diff->add_option("--ignore", ignore, "leave the field FIELD out of the comparison (repeatable)")->allow_extra_args(false);
     diff->add_flag("--json", diff_json, "print the differences as one JSON document");
 
     RunOptions replay_options;

@@ -3,9 +3,7 @@
 #include <fmt/format.h>
 
 #include <cerrno>
-#include <cstdlib>
 #include <cstring>
-#include <unistd.h>
 
 namespace pc::runner {
 
@@ -25,13 +23,58 @@ bool write_replayed_scenario(const std::string &recording, const std::string &pa
     return written;
 }
 
-std::string temporary_scenario_path() {
-    const char *dir = std::getenv("TMPDIR");
-    std::string pattern = fmt::format("{}/planecheck-replay-XXXXXX.yaml", dir && *dir ? dir : "/tmp");
-    int fd = mkstemps(pattern.data(), 5);
-    if (fd < 0) return {};
-    close(fd);
-    return pattern;
+namespace {
+
+// The steps of a replay, made from the recording one at a time into an arena reset between steps.
+class ReplaySource : public StepSource {
+public:
+    ReplaySource(const std::string &recording, const recording::ReplayOptions &options)
+        : replayer_(recording, options, [](const recording::Problem &p) { fmt::print(stderr, "{}\n", p.text()); }) {}
+
+    bool open(const std::string &path, yaml::LoadError &error) override {
+        if (replayer_.open()) return true;
+        error = {path, 0, 0, "the recording cannot be read"};
+        return false;
+    }
+    bool read_header(yaml::LoadError &) override {
+        const recording::ReplayConfig &c = replayer_.config();
+        config_.mode = c.mode;
+        config_.object_set = c.object_set;
+        config_.npus = c.npus;
+        config_.node = c.node;
+        return true;
+    }
+    bool next_step(Step &step, bool &done, yaml::LoadError &) override {
+        arena_.reset();
+        recording::ReplayStep next;
+        done = !replayer_.next(next);
+        if (done) return true;
+        step.value = recording::step_value(arena_, next);
+        step.line = next.records.empty() ? 0 : next.records[0].line;
+        step.number = ++steps_;
+        return true;
+    }
+    const Config &config() const override { return config_; }
+    size_t bytes_read() const override { return replayer_.bytes_read(); }
+    recording::ReplaySummary summary() const { return replayer_.summary(); }
+
+private:
+    recording::Replayer replayer_;
+    Config config_;
+    Arena arena_;
+    size_t steps_ = 0;
+};
+
+} // namespace
+
+FileResult run_replayed(const std::string &recording, const recording::ReplayOptions &replay, const Options &options,
+                        recording::ReplaySummary &summary) {
+    ReplaySource source(recording, replay);
+    FileResult result = run_steps(recording, source, options);
+    summary = source.summary();
+    if (summary.problems)
+        fmt::print(stderr, "planecheck replay: {} of {} records left out (see above)\n", summary.problems, summary.records);
+    return result;
 }
 
 } // namespace pc::runner

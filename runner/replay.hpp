@@ -2,6 +2,7 @@
 #pragma once
 
 #include "recording/replay.hpp"
+#include "run.hpp"
 
 #include <string>
 
@@ -12,7 +13,9 @@ namespace pc::runner {
 bool write_replayed_scenario(const std::string &recording, const std::string &path,
                              const recording::ReplayOptions &options, recording::ReplaySummary &summary);
 
-// A file name for a scenario that is run and then removed.
-std::string temporary_scenario_path();
+// Runs the operations of `recording` again, step by step as they are read: no scenario file is
+// written, and every message names the recording's file and line.
+FileResult run_replayed(const std::string &recording, const recording::ReplayOptions &replay, const Options &options,
+                        recording::ReplaySummary &summary);
 
 } // namespace pc::runner

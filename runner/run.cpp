@@ -27,7 +27,9 @@ namespace {
 
 class FileRun {
 public:
-    FileRun(const std::string &path, const Options &options) : options_(options) { result_.path = path; }
+    FileRun(const std::string &path, const Options &options, StepSource &source) : options_(options), reader_(source) {
+        result_.path = path;
+    }
 
     FileResult run() {
         simplane::Binding bound(plane_); // the file's own data plane, for every call this run makes
@@ -495,7 +497,7 @@ private:
     std::string label_;
     Trail own_trail_;           // where the run stands, when no parent process reads it
     EndWatch *watch_ = nullptr;
-    ScenarioReader reader_;
+    StepSource &reader_;
     simplane::Instance plane_; // objects, handles, injections and NPU results of this file only
     pc::support::Context context_;
     uint32_t current_line_ = 0;
@@ -513,7 +515,8 @@ FileResult run_file(const std::string &path, const Options &options) {
         Options check = options;
         check.check_only = true;
         check.trail = nullptr;
-        FileResult checked = FileRun(path, check).run();
+        ScenarioReader check_reader;
+        FileResult checked = FileRun(path, check, check_reader).run();
         if (!checked.passed()) {
             FileResult refused = checked;
             refused.invalid = true;
@@ -524,7 +527,12 @@ FileResult run_file(const std::string &path, const Options &options) {
             return refused;
         }
     }
-    return FileRun(path, options).run();
+    ScenarioReader reader;
+    return FileRun(path, options, reader).run();
+}
+
+FileResult run_steps(const std::string &path, StepSource &source, const Options &options) {
+    return FileRun(path, options, source).run();
 }
 
 } // namespace pc::runner

@@ -60,5 +60,7 @@ struct FileResult {
 };
 
 FileResult run_file(const std::string &path, const Options &options);
+// Runs the steps `source` gives; `path` names them in messages.
+FileResult run_steps(const std::string &path, StepSource &source, const Options &options);
 
 } // namespace pc::runner

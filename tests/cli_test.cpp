@@ -287,6 +287,10 @@ TEST(Cli, DiffAndReplayOfARecording) {
     EXPECT_TRUE(has(json, R"("field": "attr_a1", "value_a": "6", "value_b": "7"})")) << json.output;
     EXPECT_TRUE(has(json, R"("changed": 1, "only_in_a": 0, "only_in_b": 0, "unreadable": 0, "equal": false})")) << json.output;
     EXPECT_EQ(run("diff --ignore attr_a1 " + a + " " + changed).status, 0);
+    text.replace(text.find("\"attr_a3\": 9"), 12, "\"attr_a3\": 8");
+    std::ofstream(changed) << text;
+    EXPECT_EQ(run("diff --ignore attr_a1 " + a + " " + changed).status, 1);
+    EXPECT_EQ(run("diff --ignore attr_a1 " + a + " --ignore attr_a3 " + changed).status, 0); // repeatable, anywhere
 
     std::ofstream(changed) << text.substr(0, 2000); // cut inside a record
     Result cut = run("diff " + a + " " + changed);

@@ -5,8 +5,10 @@
 #include "common.hpp"
 #include "recorder_sink.hpp"
 #include "recording/diff.hpp"
+#include "recording/json_text.hpp"
 #include "recording/reader.hpp"
 #include "recording/replay.hpp"
+#include "replay.hpp"
 #include "run.hpp"
 #include "samples.hpp"
 
@@ -71,18 +73,31 @@ DiffOutcome diff(const std::string &a, const std::string &b, DiffOptions options
     return o;
 }
 
-// Run, replay, run the replay, and compare; returns the first recording.
+void expect_equal(const std::string &a, const std::string &b, const std::string &what) {
+    DiffOutcome d = diff(a, b);
+    EXPECT_GT(d.summary.records_a, 0u);
+    EXPECT_EQ(d.summary.exit_code(), 0) << what << ": " << (d.differences.empty() ? "" : difference_text(d.differences[0], a, b));
+}
+
+// Run, replay, run the replay, and compare; returns the first recording. The replay runs both
+// ways: straight from the recording, and through the scenario file it writes.
 std::string round_trip(const std::string &scenario) {
-    std::string a = temp_path(".rec"), b = temp_path(".rec"), replayed = temp_path(".yaml");
+    std::string a = temp_path(".rec"), b = temp_path(".rec"), c = temp_path(".rec"), replayed = temp_path(".yaml");
     record_run(scenario, a);
     ReplaySummary summary;
     std::vector<Problem> problems = problems_of_replay(a, replayed, summary);
     EXPECT_TRUE(problems.empty()) << problems[0].text();
     record_run(replayed, b);
-    DiffOutcome d = diff(a, b);
-    EXPECT_GT(d.summary.records_a, 0u);
-    EXPECT_EQ(d.summary.exit_code(), 0) << scenario << " replayed as " << replayed << ": "
-                                        << (d.differences.empty() ? "" : difference_text(d.differences[0], a, b));
+    expect_equal(a, b, scenario + " replayed as " + replayed);
+
+    EXPECT_TRUE(pc::recorder::open_file(c)) << c;
+    pc::runner::Options options;
+    options.quiet = true;
+    pc::runner::FileResult direct = pc::runner::run_replayed(a, {}, options, summary);
+    pc::recorder::close();
+    EXPECT_TRUE(direct.passed()) << (direct.findings.empty() ? direct.error : direct.findings[0]);
+    EXPECT_EQ(summary.problems, 0u);
+    expect_equal(a, c, scenario + " replayed straight from " + a);
     return a;
 }
 
@@ -147,6 +162,52 @@ TEST(RecordingReader, TellsJsonValuesFromGarbledText) {
     for (const char *ok : {"1", "-2", "\"a\\\"b\"", "{\"a\": [1, 2], \"b\": {}}", "[]", "true", "1.5e3"})
         EXPECT_TRUE(is_json_value(ok)) << ok;
     for (const char *bad : {"", "1x", "\"open", "{\"a\" 1}", "[1,]", "tru", "{", "1 2"}) EXPECT_FALSE(is_json_value(bad)) << bad;
+}
+
+TEST(RecordingReader, LongLinesWindowsLineEndsAndEmptyFiles) {
+    std::string huge(3 << 20, 'x'); // longer than the reading buffer
+    std::string text = "{\r\n \"send_object\": {\r\n    \"test_if\": [\r\n      {\r\n      \"name\": \"" + huge +
+                       "\",\r\n      \"op\": \"get\"\r\n      }\r\n    ]\r\n  }\r\n},\r\n";
+    Reader reader;
+    std::string error;
+    ASSERT_TRUE(reader.open(write_temp(text + text, ".rec"), error));
+    Record r;
+    ASSERT_TRUE(reader.next(r));
+    EXPECT_EQ(r.entries[0].fields[0].value.size(), huge.size() + 2);
+    ASSERT_TRUE(reader.next(r));
+    EXPECT_EQ(r.line, 11u);
+    EXPECT_FALSE(reader.next(r));
+    EXPECT_EQ(reader.problems(), 0u);
+
+    Reader empty;
+    ASSERT_TRUE(empty.open(write_temp("", ".rec"), error));
+    EXPECT_FALSE(empty.next(r));
+    EXPECT_FALSE(Reader().open("/nonexistent/x.rec", error));
+    EXPECT_NE(error.find("/nonexistent/x.rec: cannot read the recording"), std::string::npos) << error;
+
+    std::vector<std::string> lines;
+    ASSERT_TRUE(for_each_line(write_temp("a\n\nb", ".txt"), [&](std::string_view l) { lines.emplace_back(l); }));
+    EXPECT_EQ(lines, (std::vector<std::string>{"a", "", "b"}));
+}
+
+TEST(RecordingJsonText, BuildsWhatTheRecorderWritesAndNothingElse) {
+    pc::Arena arena;
+    JSON_Value *v = parse_json(arena, R"({"a": [1, -2, 3.5], "b": "x\"y\u00e9", "c": {}, "d": null, "e": true})", 7);
+    ASSERT_NE(v, nullptr);
+    const JSON_Object *o = json_value_get_object(v);
+    ASSERT_EQ(json_object_get_count(o), 5u);
+    EXPECT_EQ(json_array_get_count(json_value_get_array(json_object_get_value(o, "a"))), 3u);
+    EXPECT_EQ(json_value_get_number(json_array_get_value(json_value_get_array(json_object_get_value(o, "a")), 1)), -2);
+    EXPECT_STREQ(json_value_get_string(json_object_get_value(o, "b")), "x\"y\xc3\xa9");
+    EXPECT_EQ(json_value_get_type(json_object_get_value(o, "d")), JSONNull);
+    EXPECT_EQ(pc_json_line(json_object_get_value(o, "e")), 7u);
+    JSON_Value *big = parse_json(arena, "18446744073709551000", 1);
+    uint64_t u = 0;
+    ASSERT_NE(big, nullptr);
+    EXPECT_TRUE(pc_json_get_uint64(big, &u));
+    EXPECT_EQ(u, 18446744073709551000ull); // exact, not through a double
+    // bare words are YAML, not JSON: a garbled value must not turn into a string
+    for (const char *bad : {"banana", "\"open", "[1,", "{\"a\" 1}", "{a: 1}", "1 2", "Null"}) EXPECT_EQ(parse_json(arena, bad, 1), nullptr) << bad;
 }
 
 // Two runs of one scenario, the second as if on another machine: other handles, other times.
@@ -285,6 +346,48 @@ steps:
     EXPECT_NE(problems[2].message.find("truncated"), std::string::npos) << problems[2].message;
     EXPECT_EQ(summary.records, 4u);
     EXPECT_EQ(summary.operations, 1u); // the get is all that is left
+}
+
+// A recording written by hand: what replay makes of records a run of planecheck rarely writes.
+std::string replayed_text(const std::string &recording, std::vector<Problem> &problems) {
+    std::string out = temp_path(".yaml");
+    ReplaySummary summary;
+    problems = problems_of_replay(write_temp(recording, ".rec"), out, summary);
+    return read_file(out);
+}
+
+std::string rec(const std::string &section, const std::string &type, const std::string &fields) {
+    return "{\n \"" + section + "\": {\n    \"" + type + "\": [\n      {\n" + fields + "      }\n    ]\n  }\n},\n";
+}
+
+TEST(RecordingReplay, SettingsAndStartKeysComeFromWhatTheRecordingShows) {
+    std::vector<Problem> problems;
+    // l3intf is active only in object set 1; a get_next shows the object it found
+    std::string text = replayed_text(rec("send_object", "test_if", "      \"key_a\": 1,\n      \"op\": \"get_first\"\n") +
+                                         rec("send_object", "test_if", "      \"key_a\": 5,\n      \"op\": \"get_next\"\n") +
+                                         rec("send_object", "test_if", "      \"key_a\": 7,\n      \"err\": 2,\n      \"op\": \"get_next\"\n") +
+                                         rec("send_object", "l3intf", "      \"npu_id\": 0,\n      \"op\": \"delete\"\n"),
+                                     problems);
+    EXPECT_TRUE(problems.empty()) << problems[0].text();
+    EXPECT_NE(text.find("object_set: 1"), std::string::npos) << text;
+    EXPECT_NE(text.find(R"({ op: "get_next", key_a: 1, rc: 0 })"), std::string::npos) << text; // from the key before it
+    EXPECT_NE(text.find(R"({ op: "get_next", key_a: 7, rc: 2 })"), std::string::npos) << text; // a failed one shows its own
+}
+
+TEST(RecordingReplay, UnpairedReceivesAndUnreproducibleWalksAreReported) {
+    std::vector<Problem> problems;
+    replayed_text(rec("receive_call", "test_if", "      \"key_a\": 1,\n      \"op\": \"create\"\n") +
+                      rec("send_object", "test_if", "      \"key_a\": 1,\n      \"op\": \"delete\"\n") +
+                      rec("send_object", "test_if", "      \"key_a\": 1,\n      \"err\": 17,\n      \"op\": \"walk_bykey\"\n") +
+                      rec("send_object", "test_if", "      \"no_such_key\": 1,\n      \"op\": \"delete\"\n"),
+                  problems);
+    ASSERT_EQ(problems.size(), 3u);
+    EXPECT_EQ(problems[0].line, 1u);
+    EXPECT_NE(problems[0].message.find("not followed by a client operation of its type and op"), std::string::npos);
+    EXPECT_EQ(problems[1].line, 21u);
+    EXPECT_NE(problems[1].message.find("the walk recorded status 17"), std::string::npos) << problems[1].message;
+    EXPECT_EQ(problems[2].line, 36u); // the key's own line
+    EXPECT_NE(problems[2].message.find("\"no_such_key\" is no attribute of test_if"), std::string::npos) << problems[2].message;
 }
 
 TEST(RecordingRoundTrip, Examples) {

@@ -30,20 +30,35 @@ struct Step {
     size_t number = 0;           // 1-based
 };
 
-class ScenarioReader {
+// Where a run's steps come from: a scenario file, or a recording being replayed.
+class StepSource {
 public:
-    bool open(const std::string &path, yaml::LoadError &error);
+    virtual ~StepSource() = default;
+    virtual bool open(const std::string &path, yaml::LoadError &error) = 0;
+    // Reads what comes before the steps: the config.
+    virtual bool read_header(yaml::LoadError &error) = 0;
+    // The next step; `done` after the last. The step lives until the next call.
+    virtual bool next_step(Step &step, bool &done, yaml::LoadError &error) = 0;
+    virtual const Config &config() const = 0;
+    virtual size_t bytes_read() const = 0; // how far into the file, for the progress line
+    // Where the steps begin, for the message of a source without any.
+    virtual json::Position steps_at() const { return {1, 1}; }
+};
+
+class ScenarioReader : public StepSource {
+public:
+    bool open(const std::string &path, yaml::LoadError &error) override;
     // Reads everything before "steps:". The config must come before the steps.
-    bool read_header(yaml::LoadError &error);
+    bool read_header(yaml::LoadError &error) override;
     // Reads the next step; `done` at the end of the file. The step lives until the next call.
-    bool next_step(Step &step, bool &done, yaml::LoadError &error);
+    bool next_step(Step &step, bool &done, yaml::LoadError &error) override;
 
     const std::string &name() const { return name_; }
-    const Config &config() const { return config_; }
+    const Config &config() const override { return config_; }
     const std::string &path() const { return path_; }
-    size_t bytes_read() const { return reader_ ? reader_->bytes_read() : 0; }
+    size_t bytes_read() const override { return reader_ ? reader_->bytes_read() : 0; }
     // Where "steps:" is, or the file's start when it has none.
-    json::Position steps_at() const { return steps_at_; }
+    json::Position steps_at() const override { return steps_at_; }
 
 private:
     bool read_config(const JSON_Value *value, yaml::LoadError &error);

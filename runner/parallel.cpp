@@ -111,6 +111,7 @@ bool load(const std::string &text, FileResult &r) {
     std::setvbuf(stdout, nullptr, _IOLBF, 0); // step lines and log lines share the file: keep their order
     if (c.recorder.fd >= 0) pc::recorder::to_descriptor(dup(c.recorder.fd));
     FileResult r = run_file(file, options);
+    if (r.invalid) fmt::print(stderr, "{}\n", r.error);
     if (c.recorder.fd >= 0 && !pc::recorder::close())
         r.add_finding(fmt::format("{}: cannot write its recorder part: {}", file, std::strerror(errno))), ++r.failed_steps;
     std::fflush(nullptr);

@@ -134,6 +134,14 @@ void on_abort(int) {
     write_abort_line();
 }
 
+// A reader of standard output that went away: the write that raised this holds stdio's lock, so
+// only the recorder is written out before the process ends with the signal, as pipelines expect.
+void on_broken_pipe(int) {
+    pc::recorder::flush();
+    std::signal(SIGPIPE, SIG_DFL);
+    std::raise(SIGPIPE);
+}
+
 void catch_signal(int signal, void (*handler)(int)) {
     struct sigaction action {};
     action.sa_handler = handler;
@@ -149,15 +157,17 @@ void write_abort_line() { write_armed_abort_line(); }
 void install() {
     std::atexit(flush_all);
     catch_signal(SIGABRT, on_abort);
+    catch_signal(SIGPIPE, on_broken_pipe);
     for (int signal : kStopSignals) catch_signal(signal, on_stop_signal);
     pc::recorder::on_record_end(stop_if_requested);
 }
 
 void set_pending_output(void (*write_pending)()) { g_write_pending = write_pending; }
 
+// The recorder first: writing to a standard output whose reader has gone may end the process.
 void flush_all() {
-    if (g_write_pending) g_write_pending();
     pc::recorder::flush();
+    if (g_write_pending) g_write_pending();
     std::fflush(stdout);
     std::fflush(stderr);
 }

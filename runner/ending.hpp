@@ -16,7 +16,7 @@
 
 namespace pc::runner::ending {
 
-// Installs the exit, abort and signal (SIGINT, SIGTERM, SIGHUP) handlers. A stop signal is acted
+// Installs the exit, abort and signal (SIGINT, SIGTERM, SIGHUP; SIGPIPE) handlers. A stop signal is acted
 // on at the next safe point (after a recorder record, between steps); a second one ends at once.
 void install();
 // The run in progress registers what it still holds for the output (null: nothing).

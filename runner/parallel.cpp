@@ -125,6 +125,7 @@ bool load(const std::string &text, FileResult &r) {
     Options traced = options;
     traced.trail = c.trail;
     FileResult r = run_file(file, traced);
+    if (r.invalid) fmt::print(stderr, "{}\n", r.error);
     if (c.recorder.fd >= 0 && !pc::recorder::close())
         r.add_finding(fmt::format("{}: cannot write its recorder part: {}", file, std::strerror(errno))), ++r.failed_steps;
     if (options.coverage && !write_all(c.coverage.fd, options.coverage->to_json()))

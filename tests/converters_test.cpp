@@ -193,6 +193,19 @@ TEST(Converters, SignedRangesAndHexBitPatternsHaveExactEdges) {
     EXPECT_EQ(h.value_errors(), 2u) << h.all_log();
 }
 
+// Numbers that no 64-bit integer holds read as 0 instead of an undefined conversion (the
+// sanitizer build checks float-cast-overflow); those that fit keep their value.
+TEST(Converters, ConstantsBeyond64BitsReadAsZeroAndTheEdgesKeepTheirValue) {
+    pc::test::Harness h;
+    for (const char *none : {".inf", "-.inf", ".nan", "1e400", "1.9e19", "-1e19", "\"0x1ffffffffffffffff\"", "\"-99999999999999999999\""})
+        EXPECT_EQ(json_value_get_constant(h.json(none)), 0) << none;
+    EXPECT_EQ(json_value_get_constant(h.json("1.8e19")), int64_t(uint64_t(18000000000000000000.0)));
+    EXPECT_EQ(json_value_get_constant(h.json("-2.5")), -2);
+    EXPECT_EQ(json_value_get_constant(h.json("\"0xffffffffffffffff\"")), -1);
+    EXPECT_EQ(json_value_get_constant(h.json("ENOENT")), 2);
+    EXPECT_EQ(pc::support::truncated(-9223372036854775808.0), INT64_MIN);
+}
+
 TEST(Converters, OverlongStringsAndListsAreCutToFitAndReported) {
     pc::test::Harness h;
     pc_string64_t s;

@@ -1,6 +1,7 @@
 // The recorder record format, byte for byte.
 #include "harness.hpp"
 
+#include <cerrno>
 #include <fstream>
 #include <sstream>
 
@@ -96,6 +97,35 @@ std::string body(const std::string &record) { // the lines between the entry's b
     std::string masked = mask_timestamps(record);
     size_t from = masked.find("      {\n") + 8, to = masked.find("      \"recorder_timestamp\"");
     return masked.substr(from, to - from);
+}
+
+// What a flush at an early end of the process writes: the records composed so far, never the one
+// still being composed; a normal close writes everything, and a write error is told.
+TEST(RecorderFile, AFlushWritesWholeRecordsOnly) {
+    std::string path = testing::TempDir() + "whole_records.rec";
+    ASSERT_TRUE(pc::recorder::open_file(path));
+    recorder_log("{\n");
+    recorder_log(" \"send_object\": %d\n", 1);
+    recorder_log("},\n");
+    recorder_log("{\n");
+    recorder_log(" \"send_object\": %d\n", 2);
+    ASSERT_TRUE(pc::recorder::flush());
+    auto read = [&] {
+        std::stringstream s;
+        s << std::ifstream(path).rdbuf();
+        return s.str();
+    };
+    EXPECT_EQ(read(), "{\n \"send_object\": 1\n},\n");
+    recorder_log("},\n");
+    ASSERT_TRUE(pc::recorder::close());
+    EXPECT_EQ(read(), "{\n \"send_object\": 1\n},\n{\n \"send_object\": 2\n},\n");
+    std::remove(path.c_str());
+
+    ASSERT_TRUE(pc::recorder::open_file("/dev/full"));
+    recorder_log("{\n");
+    recorder_log("},\n");
+    EXPECT_FALSE(pc::recorder::close());
+    EXPECT_EQ(errno, ENOSPC);
 }
 
 TEST(Recorder, NullObjectsAndTheOffSwitchWriteNothing) {

@@ -98,4 +98,25 @@ TEST(ValueModel, AliasesAreSharedButTheirExpansionIsBounded) {
     EXPECT_NE(blown.error.message.find("aliases expand to more than 100000 values"), std::string::npos);
 }
 
+// A literal that does not fit is refused at its place; the old reading turned 0x1ffffffffffffffff into 1.
+TEST(ValueModel, IntegersBeyond64BitsAndASecondDocumentAreRefused) {
+    for (const char *wide : {"0x1ffffffffffffffff", "18446744073709551616", "-9223372036854775809", "0o2000000000000000000000"}) {
+        Loaded d(std::string("a: ") + wide + "\n");
+        EXPECT_EQ(d.root, nullptr) << wide;
+        EXPECT_EQ(d.error.text(), std::string("t.yaml:1:4: the integer ") + wide +
+                                      " does not fit in 64 bits (-9223372036854775808 to 18446744073709551615)");
+    }
+    Loaded edge("a: 0xffffffffffffffff\nb: \"0x1ffffffffffffffff\"\n");
+    uint64_t u = 0;
+    ASSERT_TRUE(pc_json_get_uint64(edge.at("a"), &u));
+    EXPECT_EQ(u, UINT64_MAX);
+    EXPECT_STREQ(json_value_get_string(edge.at("b")), "0x1ffffffffffffffff"); // quoted: text, read where it is used
+
+    pc::Arena arena;
+    pc::yaml::LoadError error;
+    EXPECT_EQ(pc::yaml::load_string("a: 1\n---\nb: 2\n", "t.yaml", arena, error), nullptr);
+    EXPECT_EQ(error.text().rfind("t.yaml:2:1: a second YAML document starts here", 0), 0u) << error.text();
+    EXPECT_NE(pc::yaml::load_string("a: 1\n...\n", "t.yaml", arena, error), nullptr) << error.text();
+}
+
 } // namespace

@@ -17,8 +17,8 @@ constexpr std::string_view kRecordEnd = "},\n";
 
 struct Sink {
     int fd = -1;
-    std::string record;  // the record being composed
-    std::string pending; // complete records not written yet
+    std::string pending;   // records not written yet, the last one perhaps still being composed
+    size_t complete = 0;   // how much of `pending` is complete records
     int write_error = 0; // the first errno a write met
     std::string *buffer = nullptr;
     std::string *capture = nullptr;
@@ -46,11 +46,10 @@ bool write_all(int fd, const char *data, size_t size, int &error) {
 }
 
 void append(Sink &s, const char *text, size_t size) {
-    s.record.append(text, size);
+    s.pending.append(text, size);
     if (std::string_view(text, size) != kRecordEnd) return;
-    s.pending += s.record;
-    s.record.clear();
-    if (s.pending.size() >= kWriteSize) flush();
+    s.complete = s.pending.size();
+    if (s.complete >= kWriteSize) flush();
     if (s.record_end_hook) s.record_end_hook();
 }
 
@@ -81,9 +80,10 @@ void to_string(std::string *buffer) {
 
 bool flush() {
     auto &s = sink();
-    if (s.fd < 0 || s.pending.empty()) return s.write_error == 0;
-    write_all(s.fd, s.pending.data(), s.pending.size(), s.write_error);
-    s.pending.clear();
+    if (s.fd < 0 || !s.complete) return s.write_error == 0;
+    write_all(s.fd, s.pending.data(), s.complete, s.write_error);
+    s.pending.erase(0, s.complete);
+    s.complete = 0;
     errno = s.write_error;
     return s.write_error == 0;
 }
@@ -92,16 +92,15 @@ bool close() {
     auto &s = sink();
     bool ok = true;
     if (s.fd >= 0) {
-        // a record still open at a normal close is written as it stands: nothing is held back
-        s.pending += s.record;
+        s.complete = s.pending.size(); // a record still open at a normal close is written as it stands
         ok = flush();
         int error = s.write_error;
         if (::close(s.fd) != 0 && ok) ok = false, error = errno;
         errno = error;
     }
     s.fd = -1;
-    s.record.clear();
     s.pending.clear();
+    s.complete = 0;
     s.buffer = nullptr;
     return ok;
 }

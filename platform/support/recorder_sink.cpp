@@ -12,8 +12,10 @@ struct Sink {
     FILE *file = nullptr;
     std::unique_ptr<char[]> file_buffer;
     std::string *buffer = nullptr;
-    std::string *capture = nullptr;
 };
+
+// The capture is the calling thread's own: contexts on two threads may print values at once.
+thread_local std::string *capture = nullptr;
 
 Sink &sink() {
     static Sink s;
@@ -53,20 +55,19 @@ void close() {
 }
 
 bool enabled() { return sink().file || sink().buffer; }
-bool active() { return enabled() || sink().capture; }
+bool active() { return enabled() || capture; }
 
 void write_field(const char *name, const std::string &value_text) {
-    auto &s = sink();
-    if (s.capture) {
-        s.capture->append(value_text);
+    if (capture) {
+        capture->append(value_text);
         return;
     }
     if (!enabled()) return;
     recorder_log("      \"%s\": %s,\n", name ? name : "", value_text.c_str());
 }
 
-Capture::Capture() : previous_(sink().capture) { sink().capture = &text_; }
-Capture::~Capture() { sink().capture = previous_; }
+Capture::Capture() : previous_(capture) { capture = &text_; }
+Capture::~Capture() { capture = previous_; }
 
 } // namespace pc::recorder
 

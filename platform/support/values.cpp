@@ -57,7 +57,11 @@ int64_t json_value_get_constant(const JSON_Value *value) {
         uint64_t u;
         if (pc_json_get_int64(value, &i)) return i;
         if (pc_json_get_uint64(value, &u)) return int64_t(u);
-        return int64_t(std::trunc(json_value_get_number(value)));
+        // no integer stands for infinities, NaN or numbers beyond 64 bits: the converters report
+        // them, and 0 stands in rather than an undefined conversion
+        double d = json_value_get_number(value);
+        if (!(d >= -0x1p63 && d < 0x1p63)) return 0;
+        return int64_t(std::trunc(d));
     }
     case JSONBoolean: return json_value_get_boolean(value);
     case JSONString: {

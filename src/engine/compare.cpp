@@ -5,6 +5,7 @@
 #include "attributes.hpp"
 
 #include <cstdio>
+#include <limits>
 
 namespace pc::engine {
 
@@ -74,7 +75,13 @@ void compare_members(const TypeDesc &type, const RecordMembers &members, PROCESS
 }
 
 // A number probe reads as %ld after truncation toward zero; from 2^63 up it converts as unsigned.
-long probe_number(double d) { return d >= 9223372036854775808.0 ? long(static_cast<unsigned long>(d)) : long(d); }
+// A number with no 64-bit integer (infinities, NaN, beyond the range) probes as the x86-64
+// conversion's "integer indefinite" 0x8000000000000000, without an undefined conversion.
+long probe_number(double d) {
+    if (d >= -0x1p63 && d < 0x1p63) return long(d);
+    if (d >= 0x1p63 && d < 0x1p64) return long(static_cast<unsigned long>(d));
+    return std::numeric_limits<long>::min();
+}
 
 void compare_state(const TypeDesc &type, const JSON_Object *record, PROCESS *context, Obj obj) {
     const JSON_Object *state = json_value_get_object(json_object_get_value(record, "npd_state"));

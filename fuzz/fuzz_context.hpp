@@ -1,6 +1,7 @@
 // What every fuzz target starts each input from: a fresh simplane instance bound to the thread, a
 // fresh scenario context whose log lines are counted, and the recorder writing into a string, so
-// that the converters of the recorder run too.
+// that the converters of the recorder run too. With PC_FUZZ_LOG set in the environment the log
+// lines are printed, which shows what a replayed input did.
 #pragma once
 
 #include "arena.hpp"
@@ -21,12 +22,16 @@ namespace pc::fuzz {
 
 class Fixture {
 public:
-    explicit Fixture(FuzzedDataProvider &in) : bound_(plane_) {
+    explicit Fixture(FuzzedDataProvider &in) : bound_(plane_), show_(std::getenv("PC_FUZZ_LOG") != nullptr) {
         simplane::configure({});
-        simplane::set_log([this](int level, const std::string &) {
+        simplane::set_log([this](int level, const std::string &text) {
+            if (show_) std::fprintf(stderr, "simplane %d: %s\n", level, text.c_str());
             if (level == 1) ++errors_logged, context.session.stats[PC_STAT_VALUE_ERROR]++; // as the runner counts it
         });
-        context.session.log = [this](int level, const std::string &, uint32_t) { errors_logged += level == 1; };
+        context.session.log = [this](int level, const std::string &text, uint32_t line) {
+            if (show_) std::fprintf(stderr, "%u %d: %s", line, level, text.c_str());
+            errors_logged += level == 1;
+        };
         context.process.mode = in.ConsumeBool() ? 1 : 0;
         context.process.object_set = in.ConsumeBool();
         context.process.verbose = in.ConsumeBool();
@@ -57,6 +62,7 @@ public:
 private:
     simplane::Instance plane_;
     simplane::Binding bound_;
+    bool show_; // PC_FUZZ_LOG set: log lines go to standard error, to follow a replayed input
     std::string recorder_;
 };
 

@@ -15,6 +15,10 @@ RECORDS = {
     "create_get_delete": "[ {op: create, key_a: 1, attr_a1: 5, hdl: a}, {op: get, key_a: 1, attr_a1: 5, attr_a2: NOT_SET},"
                          " {op: update, key_a: 1, attr_a2: 0x10}, {op: get_first, npu_result: [0, 0]}, {op: delete, key_a: 1} ]",
     "walk_and_replay": "[ {op: walk_by_key, key_a: 2, depth: 3, trans_id: 9}, {op: replay}, {op: eod, rc: ENOENT} ]",
+    # a number with no 64-bit integer where constants are read: once an undefined conversion
+    "no_integer": "[ {op: create, key_a: 1, npu_result: [1e400], rc: 1e400} ]",
+    # state probes of numbers with no 64-bit integer: once an undefined conversion
+    "state_probe_no_integer": "[ {op: create, key_a: 1}, {op: get, key_a: 1, npd_state: {node0: {x: 1e400, y: -1e30, z: .nan}}} ]",
     "refs": "[ {op: create, key_a: 3, testethport_refhdl: a, rdesc_id_test1: 7, npd_state: {node0: {state: programmed}}} ]",
 }
 NHGROUP_RECORDS = "[ {op: create, nhgroup_id: 7, fec_id: 0x10, members: [ {is_protected: true, forward_class: 3}, {forward_class: 1} ]}," \

@@ -45,6 +45,18 @@ TEST(Compare, TheStateTextIsProbedForTheNodesExpectations) {
     EXPECT_TRUE(h.logged("dpa_test_if_get, expected UNSUPPORTED in "));
 }
 
+TEST(Compare, StateProbesOfNumbersWithoutASixtyFourBitIntegerAreDefined) {
+    Harness h;
+    h.send("test_if", "[ {op: create, key_a: 1} ]");
+    // 2^64 - 2048 still converts as unsigned; inf, -1e30 and NaN have no integer at all
+    h.send("test_if", "[ {op: get, key_a: 1, npd_state: {node0: {a: 18446744073709549568, b: 1e400, c: -1e30, d: .nan}}} ]");
+    EXPECT_EQ(h.mismatches(), 4u);
+    // the message names the last probe tried, the hexadecimal one
+    EXPECT_TRUE(h.logged("expected a=0xfffffffffffff800 in ")) << h.all_log();
+    for (const char *name : {"b", "c", "d"})
+        EXPECT_TRUE(h.logged(std::string("expected ") + name + "=0x8000000000000000 in ")) << name << "\n" << h.all_log();
+}
+
 TEST(Compare, ElementsAreComparedByIndexExceptTheWalkedOnlyOne) {
     Harness h;
     h.send("nhgroup", "[ {op: create, nhgroup_id: 1, members: [{is_protected: true, forward_class: 1}, {forward_class: 2}]} ]");

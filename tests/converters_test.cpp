@@ -238,3 +238,15 @@ TEST(Converters, KeyRecordsAndTwelveByteIdsKeepTheirFullWidth) {
 }
 
 } // namespace
+
+// Statuses, counts, NPU results and router types are read as constants: a number with no 64-bit
+// integer (`npu_result: [1e400]` in a send, run under the fuzz build) reads as 0, not as whatever
+// an out-of-range conversion gives.
+TEST(Converters, ConstantsBeyondSixtyFourBitsReadAsZeroAndFractionsTruncate) {
+    pc::test::Harness h;
+    for (const char *text : {"1e400", "-1e400", ".nan", "1e30", "-1e19"})
+        EXPECT_EQ(json_value_get_constant(h.json(text)), 0) << text;
+    EXPECT_EQ(json_value_get_constant(h.json("2.7")), 2);
+    EXPECT_EQ(json_value_get_constant(h.json("-2.7")), -2);
+    EXPECT_EQ(json_value_get_constant(h.json("-9.2e18")), int64_t(-9.2e18));
+}

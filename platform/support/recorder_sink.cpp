@@ -21,9 +21,11 @@ struct Sink {
     size_t complete = 0;   // how much of `pending` is complete records
     int write_error = 0; // the first errno a write met
     std::string *buffer = nullptr;
-    std::string *capture = nullptr;
     void (*record_end_hook)() = nullptr;
 };
+
+// The capture is the calling thread's own: contexts on two threads may print values at once.
+thread_local std::string *capture = nullptr;
 
 // Never destroyed: exit handlers and signal handlers flush it after static destructors ran.
 Sink &sink() {
@@ -106,22 +108,21 @@ bool close() {
 }
 
 bool enabled() { return sink().fd >= 0 || sink().buffer; }
-bool active() { return enabled() || sink().capture; }
+bool active() { return enabled() || capture; }
 
 void on_record_end(void (*hook)()) { sink().record_end_hook = hook; }
 
 void write_field(const char *name, const std::string &value_text) {
-    auto &s = sink();
-    if (s.capture) {
-        s.capture->append(value_text);
+    if (capture) {
+        capture->append(value_text);
         return;
     }
     if (!enabled()) return;
     recorder_log("      \"%s\": %s,\n", name ? name : "", value_text.c_str());
 }
 
-Capture::Capture() : previous_(sink().capture) { sink().capture = &text_; }
-Capture::~Capture() { sink().capture = previous_; }
+Capture::Capture() : previous_(capture) { capture = &text_; }
+Capture::~Capture() { capture = previous_; }
 
 } // namespace pc::recorder
 

@@ -5,6 +5,7 @@
 #include "attributes.hpp"
 
 #include <cstdio>
+#include <limits>
 
 namespace pc::engine {
 

@@ -64,7 +64,7 @@ int run_files(RunOptions &o) {
     auto start = std::chrono::steady_clock::now();
     if (!o.file.check_only && !take_ci_environment(o)) return 2;
     if (!take_shard(o)) return 2;
-    o.file.progress = !o.jobs && !o.file.verbose && isatty(STDERR_FILENO);
+    o.file.progress = !o.jobs && !o.file.verbose && !o.file.trace && isatty(STDERR_FILENO);
     if (o.tap) {
         o.file.quiet = true;
         o.file.steps = stderr; // standard output carries the TAP stream alone
@@ -116,6 +116,9 @@ int main(int argc, char **argv) {
                     "run N files at once, each in its own process (a file the library stops is reported, "
                     "and the others run)")->check(CLI::Range(1u, 256u));
     run->add_option("--junit", run_options.junit, "write a JUnit XML report to FILE: one test case per scenario file");
+    run->add_flag("--trace", run_options.file.trace,
+                  "write every call the engine makes into the platform (function and arguments, and what it returned) "
+                  "to standard error, at the line of its record");
     run->add_flag("--tap", run_options.tap, "print a TAP stream on standard output: one test point per scenario file");
     run->add_option("--shard", run_options.shard, "run shard I of N of the files (I/N, such as 2/4), for CI fan-out; without it, TEST_SHARD_INDEX and "
                     "TEST_TOTAL_SHARDS (or GTEST_SHARD_INDEX and GTEST_TOTAL_SHARDS) choose the shard, counting from 0");

@@ -8,6 +8,7 @@
 #include "planecheck/session.hpp"
 #include "planecheck/support.h"
 #include "store.hpp"
+#include "trace.hpp"
 
 #include <fmt/format.h>
 
@@ -74,6 +75,8 @@ private:
         p.verbose = verbose();
         std::snprintf(p.node_name, sizeof p.node_name, "%s", c.node.c_str());
         context_.session.log = [this](int level, const std::string &text, uint32_t line) { print_log(text, line, level); };
+        if (options_.trace)
+            simplane::set_trace([this](const std::string &call) { print_log(call + "\n", context_.session.record_line, 0); });
     }
 
     bool verbose() const { return options_.verbose || reader_.config().verbose; }
@@ -312,6 +315,7 @@ private:
     }
 
     void finish() {
+        if (options_.trace) simplane::set_trace(nullptr);
         result_.mismatches = mismatches();
         result_.value_errors = value_errors();
         clear_progress();

@@ -16,6 +16,7 @@ struct Options {
     bool check_only = false; // read and validate, run nothing
     FILE *steps = stdout;    // where the per-step lines go
     bool progress = false;   // keep a progress line on the terminal (standard error)
+    bool trace = false;      // write every platform call, at the line of its record
 };
 
 struct FileResult {

@@ -5,8 +5,13 @@ set(PC_PUBLIC_INCLUDE_DIRS
   ${CMAKE_SOURCE_DIR}/src/value/include ${CMAKE_SOURCE_DIR}/platform/include ${CMAKE_SOURCE_DIR}/src/engine/include
   ${PC_GEN_DIR}/include)
 
-function(pc_add_c_abi_library name objects_of output_name)
-  add_library(${name} SHARED $<TARGET_OBJECTS:${objects_of}>)
+# pc_add_c_abi_library(NAME OUTPUT_NAME LIBRARY...): a shared library of the objects of LIBRARY...
+function(pc_add_c_abi_library name output_name)
+  set(objects)
+  foreach(library ${ARGN})
+    list(APPEND objects $<TARGET_OBJECTS:${library}>)
+  endforeach()
+  add_library(${name} SHARED ${objects})
   set_target_properties(${name} PROPERTIES OUTPUT_NAME ${output_name} VERSION ${PROJECT_VERSION} SOVERSION 0
                                            LINK_DEPENDS ${CMAKE_SOURCE_DIR}/cmake/c_abi.map)
   target_link_options(${name} PRIVATE -Wl,--version-script=${CMAKE_SOURCE_DIR}/cmake/c_abi.map -Wl,--no-undefined)
@@ -15,4 +20,17 @@ function(pc_add_c_abi_library name objects_of output_name)
   endforeach()
   target_include_directories(${name} INTERFACE $<INSTALL_INTERFACE:include>)
   add_dependencies(${name} pc_generated)
+endfunction()
+
+# The engine as a shared library on a platform library: on simplane (whose shared library carries
+# the support library), or on another platform library, which then gets the support library
+# linked into the engine.
+function(pc_add_engine_library name platform)
+  if(platform STREQUAL "simplane")
+    pc_add_c_abi_library(${name} planecheck planecheck)
+    target_link_libraries(${name} PUBLIC simplane_shared pc_value_shared)
+  else()
+    pc_add_c_abi_library(${name} planecheck planecheck pc_support)
+    target_link_libraries(${name} PUBLIC ${platform} pc_value_shared)
+  endif()
 endfunction()

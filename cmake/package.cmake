@@ -3,13 +3,18 @@
 include(GNUInstallDirs)
 include(CMakePackageConfigHelpers)
 
-set_target_properties(planecheck_shared simplane_shared PROPERTIES INSTALL_RPATH "$ORIGIN")
-set_target_properties(planecheck_shared PROPERTIES EXPORT_NAME planecheck)
-set_target_properties(simplane_shared PROPERTIES EXPORT_NAME simplane)
+# With PC_PLATFORM naming another platform library, simplane is not installed: the engine library
+# carries the support library and needs that platform library at run time.
+set(PC_INSTALLED_LIBRARIES planecheck_shared pc_value_shared)
+if(TARGET simplane_shared)
+  list(APPEND PC_INSTALLED_LIBRARIES simplane_shared)
+  set_target_properties(simplane_shared PROPERTIES EXPORT_NAME simplane INSTALL_RPATH "$ORIGIN")
+endif()
+set_target_properties(planecheck_shared PROPERTIES EXPORT_NAME planecheck INSTALL_RPATH "$ORIGIN")
 set_target_properties(pc_value_shared PROPERTIES EXPORT_NAME value)
 set_target_properties(planecheck_cli PROPERTIES EXPORT_NAME cli)
 
-install(TARGETS planecheck_cli planecheck_shared simplane_shared pc_value_shared EXPORT planecheckTargets
+install(TARGETS planecheck_cli ${PC_INSTALLED_LIBRARIES} EXPORT planecheckTargets
         RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR} LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR})
 install(DIRECTORY src/value/include/ platform/include/ src/engine/include/ DESTINATION ${CMAKE_INSTALL_INCLUDEDIR})
 install(FILES ${PC_GEN_HEADERS} DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/planecheck)

@@ -118,7 +118,7 @@ int run_files(RunOptions &o, const RunOne &run_one = pc::runner::run_file) {
     // a report must survive a file that the library ends: each file then runs in a process of its own
     // (a replay runs in this process: its steps come from the recording, not from a file a child could open)
     if ((o.tap || !o.junit.empty()) && !o.jobs && !o.in_process) o.jobs = 1;
-    o.file.progress = !o.jobs && !o.file.verbose && isatty(STDERR_FILENO);
+    o.file.progress = !o.jobs && !o.file.verbose && !o.file.trace && isatty(STDERR_FILENO);
     if (o.tap) {
         o.file.quiet = true;
         o.file.steps = stderr; // standard output carries the TAP stream alone
@@ -194,6 +194,9 @@ int main(int argc, char **argv) {
                     "run N files at once, each in its own process (a file the library stops is reported, "
                     "and the others run)")->check(CLI::Range(1u, 256u));
     run->add_option("--junit", run_options.junit, "write a JUnit XML report to FILE: one test case per scenario file");
+    run->add_flag("--trace", run_options.file.trace,
+                  "write every call the engine makes into the platform (function and arguments, and what it returned) "
+                  "to standard error, at the line of its record");
     run->add_flag("--tap", run_options.tap, "print a TAP stream on standard output: one test point per scenario file");
     run->add_flag("--strict", run_options.file.strict,
                   "refuse (exit 2) a file that planecheck check fails, and fail a step that ran nothing (an inactive type)");

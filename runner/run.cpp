@@ -12,6 +12,7 @@
 #include "planecheck/session.hpp"
 #include "planecheck/support.h"
 #include "store.hpp"
+#include "trace.hpp"
 
 #include <fmt/format.h>
 
@@ -114,6 +115,8 @@ private:
         context_.session.log = [this](int level, const std::string &text, uint32_t line) { print_log(text, line, level); };
         context_.session.on_record = [this](const JSON_Value *record) { check_handle_read(record); };
         if (options_.coverage) measure_coverage(*options_.coverage);
+        if (options_.trace)
+            simplane::set_trace([this](const std::string &call) { print_log(call + "\n", context_.session.record_line, 0); });
     }
 
     // The library lets an update or delete go without a handle when its hdl: names none; a name
@@ -482,6 +485,7 @@ private:
 
     void finish() {
         ending::set_pending_output(nullptr);
+        if (options_.trace) simplane::set_trace(nullptr);
         result_.mismatches = mismatches();
         result_.value_errors = value_errors();
         clear_progress();

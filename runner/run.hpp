@@ -33,6 +33,7 @@ struct Options {
     bool progress = false;   // keep a progress line on the terminal (standard error)
     Trail *trail = nullptr;  // kept up to date while a file runs, when set
     coverage::Report *coverage = nullptr; // what the files' records exercised is added here
+    bool trace = false;      // write every platform call, at the line of its record
 };
 
 struct FileResult {

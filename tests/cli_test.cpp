@@ -8,6 +8,7 @@
 #include <sstream>
 #include <string>
 #include <unistd.h>
+#include <vector>
 
 namespace {
 
@@ -234,6 +235,37 @@ TEST(Cli, UnusableShardVariablesAreUsageErrorsNamingTheVariable) {
         EXPECT_EQ(r.status, 2) << c.env;
         EXPECT_TRUE(has(r, c.message)) << c.env << "\n" << r.output;
     }
+}
+
+// "LINE: function" of each platform call in `text`, whose lines are "PREFIXLINE: function(...)...".
+std::vector<std::string> platform_calls(const std::string &text, const std::string &prefix) {
+    std::vector<std::string> calls;
+    std::istringstream in(text);
+    for (std::string line; std::getline(in, line);) {
+        if (line.compare(0, prefix.size(), prefix) != 0) continue;
+        size_t colon = line.find(": ", prefix.size()), paren = line.find('(', colon);
+        if (colon == std::string::npos || paren == std::string::npos) continue;
+        std::string name = line.substr(colon + 2, paren - colon - 2);
+        if (name.find_first_not_of("abcdefghijklmnopqrstuvwxyz0123456789_") != std::string::npos) continue;
+        calls.push_back(line.substr(prefix.size(), colon - prefix.size()) + ": " + name);
+    }
+    return calls;
+}
+
+// --trace shows the calls the scripted C platform receives for the same scenario, each at the
+// line of its record, with what simplane answered.
+TEST(Cli, TraceShowsEveryPlatformCallAtTheLineOfItsRecord) {
+    std::string dir = std::string(PC_SOURCE_DIR) + "/tests/scripted_platform/", file = dir + "calls.yaml";
+    Result traced = run("run --trace " + file);
+    EXPECT_EQ(traced.status, 0) << traced.output;
+    std::vector<std::string> calls = platform_calls(traced.output, file + ":");
+    EXPECT_EQ(calls, platform_calls(read_file(dir + "calls.expected"), ""));
+    for (const char *line : {":6: dpa_test_if_ctor() = obj1\n", ":6: dpa_test_if_set_attr_a1(obj1, 5)\n",
+                             ":6: dpa_test_if_create(obj1) = 0\n", ":6: dpa_test_if_get_hdl(obj1) = 4097\n",
+                             ":7: dpa_test_if_get_attr_a1(obj2) = 5\n", ":9: dpa_test_if_create(obj3) = 12\n",
+                             ":9: dpa_error_inject_start(\"test_if create\")\n", ":10: ofa_client_test_if_batch_enq(obj6, 2) = 0\n"})
+        EXPECT_TRUE(has(traced, file + line)) << line << "\n" << traced.output;
+    EXPECT_TRUE(platform_calls(run("run " + file).output, file + ":").empty());
 }
 
 TEST(Cli, ATypeIsDescribedWithEverythingARecordMayCarry) {

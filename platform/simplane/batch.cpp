@@ -1,6 +1,7 @@
 // Batch lists: queued operations of any types, run in order by one send.
 #include "planecheck/platform_api.h"
 #include "store.hpp"
+#include "trace.hpp"
 
 #include <vector>
 
@@ -26,9 +27,19 @@ int32_t simplane::batch_enqueue(ofa_batch_list_t list, Obj obj, uint16_t type, u
 
 extern "C" {
 
-ofa_batch_list_t ofa_batch_list_ctor(void) { return new ofa_batch_list_s; }
-uint32_t ofa_batch_list_num_entries(ofa_batch_list_t list) { return uint32_t(list->entries.size()); }
-void ofa_batch_list_set_continue_on_error(ofa_batch_list_t list, uint8_t flag) { list->continue_on_error = flag != 0; }
+ofa_batch_list_t ofa_batch_list_ctor(void) {
+    simplane::trace::call("ofa_batch_list_ctor", {});
+    return new ofa_batch_list_s;
+}
+uint32_t ofa_batch_list_num_entries(ofa_batch_list_t list) {
+    auto n = uint32_t(list->entries.size());
+    simplane::trace::call("ofa_batch_list_num_entries", {}, n);
+    return n;
+}
+void ofa_batch_list_set_continue_on_error(ofa_batch_list_t list, uint8_t flag) {
+    list->continue_on_error = flag != 0;
+    simplane::trace::call("ofa_batch_list_set_continue_on_error", {flag});
+}
 
 // Runs the entries in order; without continue-on-error the first failure stops the batch and
 // the entries after it do not run. The batch's status is the first failure's, or 0.
@@ -42,25 +53,40 @@ int32_t ofa_batch_list_send(ofa_batch_list_t list) {
         if (o.rc && !first_failure) first_failure = o.rc;
     }
     list->cursor = 0;
+    simplane::trace::call("ofa_batch_list_send", {}, first_failure);
     return first_failure;
 }
 
 ofa_client_obj_base_t ofa_batch_list_iterate(ofa_batch_list_t list) {
-    return list->cursor < list->entries.size() ? list->entries[list->cursor++].obj : nullptr;
+    ofa_client_obj_base_t next = list->cursor < list->entries.size() ? list->entries[list->cursor++].obj : nullptr;
+    simplane::trace::call("ofa_batch_list_iterate", {}, next);
+    return next;
 }
 
 void ofa_batch_list_dtor_all(ofa_batch_list_t list) {
+    simplane::trace::call("ofa_batch_list_dtor_all", {});
     for (auto &e : list->entries) {
         simplane::forget_batch_outcome(e.obj);
         simplane::destroy(e.obj, e.type);
+        simplane::trace::forget(e.obj);
     }
     delete list;
 }
 
 uint8_t ofa_client_base_get_table_op(ofa_client_obj_base_t entry) {
-    return static_cast<dpa_inst_hdr_t *>(entry->data)->op;
+    uint8_t op = static_cast<dpa_inst_hdr_t *>(entry->data)->op;
+    simplane::trace::call("ofa_client_base_get_table_op", {entry}, op);
+    return op;
 }
-int32_t ofa_client_base_get_rc(ofa_client_obj_base_t entry) { return simplane::batch_outcome(entry).rc; }
-uint8_t ofa_client_base_get_did_not_run(ofa_client_obj_base_t entry) { return simplane::batch_outcome(entry).did_not_run; }
+int32_t ofa_client_base_get_rc(ofa_client_obj_base_t entry) {
+    int32_t rc = simplane::batch_outcome(entry).rc;
+    simplane::trace::call("ofa_client_base_get_rc", {entry}, rc);
+    return rc;
+}
+uint8_t ofa_client_base_get_did_not_run(ofa_client_obj_base_t entry) {
+    uint8_t did_not_run = simplane::batch_outcome(entry).did_not_run;
+    simplane::trace::call("ofa_client_base_get_did_not_run", {entry}, did_not_run);
+    return did_not_run;
+}
 
 }

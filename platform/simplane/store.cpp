@@ -1,4 +1,5 @@
 #include "store.hpp"
+#include "trace.hpp"
 
 #include "planecheck/simplane.h"
 
@@ -458,9 +459,21 @@ size_t stored_count(uint16_t type) { return state().stores[type].size(); }
 
 extern "C" {
 
-void dpa_error_inject_start(const char *text) { simplane::log(0, std::string("simplane: error injection start: ") + text); }
-void dpa_error_inject_end(const char *text) { simplane::log(0, std::string("simplane: error injection end: ") + text); }
-uint32_t syspro_config_get_max_num_npus(void) { return simplane::config().npus; }
-uint32_t platform_get_router_type(void) { return simplane::config().router_type; }
+void dpa_error_inject_start(const char *text) {
+    simplane::log(0, std::string("simplane: error injection start: ") + text);
+    simplane::trace::call("dpa_error_inject_start", {text});
+}
+void dpa_error_inject_end(const char *text) {
+    simplane::log(0, std::string("simplane: error injection end: ") + text);
+    simplane::trace::call("dpa_error_inject_end", {text});
+}
+uint32_t syspro_config_get_max_num_npus(void) {
+    simplane::trace::call("syspro_config_get_max_num_npus", {}, simplane::config().npus);
+    return simplane::config().npus;
+}
+uint32_t platform_get_router_type(void) {
+    simplane::trace::call("platform_get_router_type", {}, simplane::config().router_type);
+    return simplane::config().router_type;
+}
 
 }

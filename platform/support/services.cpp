@@ -78,6 +78,8 @@ uint64_t pc_session_count(const pc_session *session, int kind) {
     return session && kind >= 0 && kind < PC_STAT_KINDS ? session->stats[kind] : 0;
 }
 
+uint32_t pc_session_line(const pc_session *session) { return session ? session->record_line : 0; }
+
 void pc_trace_record(PROCESS *context, const JSON_Value *record) {
     if (!context || !context->session) return;
     context->session->record_line = record ? pc_json_line(record) : 0;

@@ -46,6 +46,9 @@ void pc_session_free(struct pc_session *session);
 void pc_session_set_log(struct pc_session *session, pc_log_fn log, void *user);
 /* How many events of a kind (PC_STAT_MISMATCH, PC_STAT_VALUE_ERROR) were counted. */
 uint64_t pc_session_count(const struct pc_session *session, int kind);
+/* The scenario line of the operation record being worked on (0 when none): where a platform call
+ * made now comes from. */
+uint32_t pc_session_line(const struct pc_session *session);
 
 /* handlers of the special client steps */
 int json_ports_send(JSON_Value *value, PROCESS *context);

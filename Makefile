@@ -3,7 +3,7 @@
 PRESET ?= $(if $(CI),ci,default)
 JOBS ?= $(shell nproc)
 DEPS := cmake ninja-build g++ pkg-config libyaml-dev libfmt-dev libcli11-dev \
-        libgtest-dev libgmock-dev libbenchmark-dev libsimdjson-dev
+        libgtest-dev libgmock-dev libbenchmark-dev libsimdjson-dev libmimalloc-dev
 
 .PHONY: all deps configure build run test bench bench-limit asan clean
 

@@ -203,6 +203,7 @@ struct Row {
 struct Settings {
     size_t scale_records = 300000, realistic_records = 60000, dispatch_records = 100000;
     int runs = 5;
+    bool write_only = false; // --write-only 1: write the scenarios, run nothing
     std::string dir = "build/bench-limit", planecheck = "build/planecheck", parser = "build/bench/pc_libyaml_parse";
 };
 
@@ -214,6 +215,7 @@ bool parse(int argc, char **argv, Settings &s) {
         else if (k == "--realistic") s.realistic_records = n;
         else if (k == "--dispatch") s.dispatch_records = n;
         else if (k == "--runs") s.runs = int(n);
+        else if (k == "--write-only") s.write_only = n != 0;
         else if (k == "--dir") s.dir = v;
         else if (k == "--planecheck") s.planecheck = v;
         else if (k == "--parser") s.parser = v;
@@ -234,7 +236,7 @@ std::string mib(double v) {
 int main(int argc, char **argv) {
     Settings s;
     if (!parse(argc, argv, s)) {
-        std::fprintf(stderr, "usage: pc_bench_limit [--scale RECORDS] [--realistic RECORDS] [--dispatch RECORDS] [--runs N]\n"
+        std::fprintf(stderr, "usage: pc_bench_limit [--scale RECORDS] [--realistic RECORDS] [--dispatch RECORDS] [--runs N] [--write-only 1]\n"
                              "                      [--dir DIR] [--planecheck PATH] [--parser PATH]\n");
         return 2;
     }
@@ -247,6 +249,7 @@ int main(int argc, char **argv) {
         std::fprintf(stderr, "bench-limit: cannot write the scenarios into %s\n", s.dir.c_str());
         return 1;
     }
+    if (s.write_only) return 0;
     const size_t scale_n = std::max<size_t>(1, s.scale_records / 3000) * 3000;
     const size_t real_n = (s.realistic_records + 11) / 12 * 12;
     const size_t dispatch_n = (s.dispatch_records + 999) / 1000 * 1000;

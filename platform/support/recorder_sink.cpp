@@ -63,7 +63,7 @@ void write_field(const char *name, const std::string &value_text) {
     }
     if (!enabled()) return;
     // the line is composed once and written whole: no format string to parse, no lock to take
-    static thread_local std::string line;
+    static std::string line; // the sink is one per process, so is its line
     line.assign("      \"");
     line += name ? name : "";
     line += "\": ";

@@ -6,6 +6,7 @@
 #include <arpa/inet.h>
 
 #include <cctype>
+#include <charconv>
 #include <cinttypes>
 #include <cmath>
 #include <cstring>
@@ -402,8 +403,9 @@ void append_value(std::string &out, const ValueForm &f, const void *p) {
     char text[64];
     auto put = [&](int n) { out.append(text, size_t(std::max(n, 0))); };
     switch (f.form) {
-    case Form::Uint: return put(std::snprintf(text, sizeof text, "%" PRIu64, load_bits(p, f.width)));
-    case Form::Int: case Form::Status: return put(std::snprintf(text, sizeof text, "%" PRId64, load_signed(p, f.width)));
+    // integers, the commonest values, are formatted without a format string to parse
+    case Form::Uint: return put(int(std::to_chars(text, text + sizeof text, load_bits(p, f.width)).ptr - text));
+    case Form::Int: case Form::Status: return put(int(std::to_chars(text, text + sizeof text, load_signed(p, f.width)).ptr - text));
     case Form::Hex: return put(std::snprintf(text, sizeof text, "\"0x%" PRIx64 "\"", load_bits(p, f.width)));
     case Form::Bool: out += *static_cast<const uint8_t *>(p) ? "true" : "false"; return;
     case Form::Refhdl: case Form::HandleName: return put(std::snprintf(text, sizeof text, "\"0x%" PRIx64 "\"", load_bits(p, 8)));

@@ -118,7 +118,14 @@ void write_field(const char *name, const std::string &value_text) {
         return;
     }
     if (!enabled()) return;
-    recorder_log("      \"%s\": %s,\n", name ? name : "", value_text.c_str());
+    // the line is composed once and written whole: no format string to parse, no lock to take
+    static std::string line; // the sink is one per process, so is its line
+    line.assign("      \"");
+    line += name ? name : "";
+    line += "\": ";
+    line += value_text;
+    line += ",\n";
+    recorder_write(line.data(), line.size());
 }
 
 Capture::Capture() : previous_(capture) { capture = &text_; }
@@ -146,6 +153,14 @@ extern "C" void recorder_log(const char *format, ...) {
     }
     if (s.buffer) s.buffer->append(out, size_t(n));
     else pc::recorder::append(s, out, size_t(n));
+}
+
+// One unlocked copy into the file's buffer: the recorder is written from one thread, and the
+// buffer goes to the file when it is full.
+extern "C" void recorder_write(const char *text, size_t length) {
+    auto &s = pc::recorder::sink();
+    if (s.file) fwrite_unlocked(text, 1, length, s.file);
+    else if (s.buffer) s.buffer->append(text, length);
 }
 
 extern "C" int recorder_is_enabled(void) { return pc::recorder::enabled(); }

@@ -62,7 +62,10 @@ void set_members(const TypeDesc &type, const RecordMembers &members, PROCESS *co
 }
 
 void set_elements(const TypeDesc &type, const JSON_Object *record, PROCESS *context, Obj obj) {
-    const JSON_Array *list = json_value_get_array(json_object_get_value(record, "members"));
+    set_elements_of(type, json_value_get_array(json_object_get_value(record, "members")), context, obj);
+}
+
+void set_elements_of(const TypeDesc &type, const JSON_Array *list, PROCESS *context, Obj obj) {
     for (size_t i = 0; list && i < json_array_get_count(list); ++i) {
         const JSON_Object *element = json_value_get_object(json_array_get_value(list, i));
         if (!element) continue; // a non-object element keeps its index slot
@@ -72,38 +75,41 @@ void set_elements(const TypeDesc &type, const JSON_Object *record, PROCESS *cont
 }
 
 int set_attributes(const TypeDesc &type, JSON_Object *record, PROCESS *context, Obj obj) {
+    return set_attributes(type, RecordMembers(type, record, false), context, obj);
+}
+
+int set_attributes(const TypeDesc &type, const RecordMembers &members, PROCESS *context, Obj obj) {
     context->received_obj = nullptr;
-    const char *op = string_member(record, "op");
+    const char *op = json_value_get_string(members.control(Control::Op));
     if (!op) return 0;
-    RecordMembers members(type, record, false);
     const TypeOps &ops = *type.ops;
     if (!is(op, "eod")) {
         set_keys(type, members, context, obj);
-        if (JSON_Value *mask = json_object_get_value(record, "npu_mask"); mask && ops.set_npu_mask) {
+        if (JSON_Value *mask = members.control(Control::NpuMask); mask && ops.set_npu_mask) {
             uint32_t value = 0;
             json_convert_32hex(context, &value, mask, "npu_mask");
             ops.set_npu_mask(obj, value);
         }
     }
-    JSON_Value *retry = json_object_get_value(record, "retry_mode");
+    JSON_Value *retry = members.control(Control::RetryMode);
     if (retry) {
         int32_t value = 0;
         json_convert_int(context, &value, retry, "retry_mode");
         ops.set_retry_mode(obj, uint8_t(value));
     }
     if (!is(op, "create")) {
-        if (JSON_Value *hdl = json_object_get_value(record, "hdl")) {
+        if (JSON_Value *hdl = members.control(Control::Hdl)) {
             uint64_t value = 0;
             json_convert_ulong(context, &value, hdl, "hdl");
             if (value) ops.set_hdl(obj, value);
         }
-    } else if (JSON_Value *option = json_object_get_value(record, "create_option")) {
+    } else if (JSON_Value *option = members.control(Control::CreateOption)) {
         int32_t value = 0;
         json_convert_int(context, &value, option, "create_option");
         ops.set_create_opt(obj, uint8_t(value));
     }
     if (starts_with_get(op))
-        if (JSON_Value *option = json_object_get_value(record, "get_option")) {
+        if (JSON_Value *option = members.control(Control::GetOption)) {
             int32_t value = 0;
             json_convert_int(context, &value, option, "update_option"); // the get option is named so on purpose
             ops.set_getopt(obj, uint8_t(value));
@@ -115,7 +121,7 @@ int set_attributes(const TypeDesc &type, JSON_Object *record, PROCESS *context, 
     }
     if (!is(op, "create") && !is(op, "delete") && !is(op, "update")) return 0;
     set_members(type, members, context, obj, 0, false);
-    set_elements(type, record, context, obj);
+    set_elements_of(type, json_value_get_array(members.control(Control::Members)), context, obj);
     return 0;
 }
 

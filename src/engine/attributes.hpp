@@ -21,6 +21,7 @@ void set_members(const TypeDesc &type, const RecordMembers &members, PROCESS *co
                  bool element);
 // The element attributes of "members", each element at its own index.
 void set_elements(const TypeDesc &type, const JSON_Object *record, PROCESS *context, Obj obj);
+void set_elements_of(const TypeDesc &type, const JSON_Array *members, PROCESS *context, Obj obj);
 // Writes the set sides of a reference pair under their full keys through one converter family:
 // `handle` for the handle, the key record's `family` member (recorder_dump or json_dump) for the key.
 void write_reference(const RoleDesc &role, PROCESS *context, Obj obj, uint32_t index, uint8_t *buffer, DumpFn handle,

@@ -113,12 +113,15 @@ void compare_state(const TypeDesc &type, const JSON_Object *record, PROCESS *con
 } // namespace
 
 int cmp_attributes(const TypeDesc &type, JSON_Object *record, PROCESS *context, Obj obj) {
+    return cmp_attributes(type, record, RecordMembers(type, record, false), context, obj);
+}
+
+int cmp_attributes(const TypeDesc &type, JSON_Object *record, const RecordMembers &members, PROCESS *context, Obj obj) {
     context->received_obj = obj;
     context->received_type = type.number;
-    RecordMembers members(type, record, false);
     compare_members(type, members, context, obj, 0, false);
     compare_state(type, record, context, obj);
-    const JSON_Array *list = json_value_get_array(json_object_get_value(record, "members"));
+    const JSON_Array *list = json_value_get_array(members.control(Control::Members));
     for (size_t i = 0; list && i < json_array_get_count(list); ++i) {
         const JSON_Object *element = json_value_get_object(json_array_get_value(list, i));
         if (!element) continue;

@@ -9,6 +9,10 @@ int64_t send(const TypeDesc &type, JSON_Value *value, PROCESS *context);
 int32_t send_retry(const TypeDesc &type, JSON_Object *record, PROCESS *context);
 int set_attributes(const TypeDesc &type, JSON_Object *record, PROCESS *context, Obj obj);
 int cmp_attributes(const TypeDesc &type, JSON_Object *record, PROCESS *context, Obj obj);
+// The same with the record's index already built: one index serves a record's whole run.
+class RecordMembers;
+int set_attributes(const TypeDesc &type, const RecordMembers &members, PROCESS *context, Obj obj);
+int cmp_attributes(const TypeDesc &type, JSON_Object *record, const RecordMembers &members, PROCESS *context, Obj obj);
 int32_t recorder_dump(const TypeDesc &type, PROCESS *context, const char *section, const char *op, Obj obj,
                       int32_t status);
 int32_t recorder_dump_replay(const TypeDesc &type, PROCESS *context, const char *section, const char *op,

@@ -1,6 +1,7 @@
 #include "record_index.hpp"
 
 #include <algorithm>
+#include <iterator>
 #include <memory>
 #include <mutex>
 #include <string_view>
@@ -10,20 +11,43 @@
 namespace pc::engine {
 namespace {
 
-struct TypeIndex {
-    std::unordered_map<std::string_view, Member> top, element;
+// What a record key names: a role or an attribute of the type, a control field, or both when an
+// attribute has a control field's name.
+struct Entry {
+    Member member{Member::Attribute, false, 0, nullptr};
+    bool is_member = false;
+    int8_t control = -1;
 };
+
+struct TypeIndex {
+    std::unordered_map<std::string_view, Entry> top, element;
+};
+
+constexpr const char *kControlNames[] = {"op", "rc", "hdl", "trans_id", "depth", "members", "npu_mask",
+                                         "retry_mode", "create_option", "get_option"};
+static_assert(std::size(kControlNames) == size_t(Control::Count));
+
+void add(std::unordered_map<std::string_view, Entry> &map, const char *name, Member m) {
+    Entry &e = map[name];
+    if (e.is_member) return; // the first definition stands, as a hash map's emplace keeps it
+    e.member = m;
+    e.is_member = true;
+}
 
 TypeIndex build(const TypeDesc &t) {
     TypeIndex ix;
+    for (size_t c = 0; c < size_t(Control::Count); ++c) {
+        ix.top[kControlNames[c]].control = int8_t(c);
+        ix.element[kControlNames[c]].control = int8_t(c);
+    }
     for (uint16_t i = 0; i < t.attrs.size(); ++i) {
         auto &map = i < t.top_count ? ix.top : ix.element;
-        map.emplace(t.attrs[i].name, Member{Member::Attribute, false, i, nullptr});
+        add(map, t.attrs[i].name, Member{Member::Attribute, false, i, nullptr});
     }
     for (uint16_t i = 0; i < t.roles.size(); ++i) {
         auto &map = i < t.top_role_count ? ix.top : ix.element;
-        map.emplace(t.roles[i].hdl_key, Member{Member::Role, false, i, nullptr});
-        map.emplace(t.roles[i].key_key, Member{Member::Role, true, i, nullptr});
+        add(map, t.roles[i].hdl_key, Member{Member::Role, false, i, nullptr});
+        add(map, t.roles[i].key_key, Member{Member::Role, true, i, nullptr});
     }
     return ix;
 }
@@ -54,8 +78,12 @@ RecordMembers::RecordMembers(const TypeDesc &type, const JSON_Object *record, bo
     for (size_t i = 0; i < n; ++i) {
         auto it = map.find(json_object_get_name(record, i));
         if (it == map.end()) continue;
-        Member m = it->second;
-        m.value = json_object_get_value_at(record, i);
+        const Entry &e = it->second;
+        JSON_Value *value = json_object_get_value_at(record, i);
+        if (e.control >= 0 && !controls_[e.control]) controls_[e.control] = value;
+        if (!e.is_member) continue;
+        Member m = e.member;
+        m.value = value;
         items_[count_++] = m;
     }
     std::sort(items_, items_ + count_, [](const Member &a, const Member &b) { return a.order() < b.order(); });

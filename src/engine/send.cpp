@@ -1,6 +1,7 @@
 // Running the operation records of one object type.
 #include "common.hpp"
 #include "engine.hpp"
+#include "record_index.hpp"
 #include "planecheck/dpa_api.h"
 #include "planecheck/support.h"
 
@@ -34,13 +35,13 @@ void read_expected(PROCESS *context, JSON_Value *rc, int32_t &expected) {
     json_convert_rc(context, &expected, rc, "rc");
 }
 
-void walk_by_key(const TypeDesc &type, PROCESS *context, Obj obj, const JSON_Object *record, int32_t last,
+void walk_by_key(const TypeDesc &type, PROCESS *context, Obj obj, const RecordMembers &record, int32_t last,
                  dpa_walk_opts_t &walk) {
-    if (JSON_Value *trans = json_object_get_value(record, "trans_id")) {
+    if (JSON_Value *trans = record.control(Control::TransId)) {
         walk.trans_id = 0;
         json_convert_uint(context, &walk.trans_id, trans, "trans_id");
     }
-    if (JSON_Value *depth = json_object_get_value(record, "depth")) {
+    if (JSON_Value *depth = record.control(Control::Depth)) {
         walk.depth = 0;
         json_convert_uint(context, &walk.depth, depth, "depth");
     }
@@ -69,7 +70,8 @@ int64_t send(const TypeDesc &type, JSON_Value *value, PROCESS *context) {
         JSON_Object *record = json_value_get_object(json_array_get_value(records, i));
         if (!record) continue;
         pc_trace_record(context, json_object_get_wrapping_value(record));
-        JSON_Value *op_value = json_object_get_value(record, "op");
+        RecordMembers members(type, record, false);
+        JSON_Value *op_value = members.control(Control::Op);
         const char *op = json_value_get_string(op_value);
         if (!op) {
             pc_report_value_error(context, json_object_get_wrapping_value(record),
@@ -77,8 +79,8 @@ int64_t send(const TypeDesc &type, JSON_Value *value, PROCESS *context) {
             continue;
         }
         Obj obj = construct(type, record, type.has(kSendCountsMembersOnly));
-        set_attributes(type, record, context, obj);
-        JSON_Value *rc = json_object_get_value(record, "rc");
+        set_attributes(type, members, context, obj);
+        JSON_Value *rc = members.control(Control::Rc);
         if (rc) read_expected(context, rc, expected);
         uint8_t code = op_code(type, op);
         if (code) {
@@ -89,12 +91,12 @@ int64_t send(const TypeDesc &type, JSON_Value *value, PROCESS *context) {
                 usleep(100000);
             }
         } else if (is(op, "walk_by_key")) {
-            walk_by_key(type, context, obj, record, last, walk);
+            walk_by_key(type, context, obj, members, last, walk);
         }
         if (rc) read_expected(context, rc, expected); // converted again after the operation, deliberately
         if (code || is(op, "walk_by_key")) note_ran(type, context, record, code != 0, last, expected);
         check_result(type, context, obj, last, expected, record, op_value);
-        if (last == 0 && starts_with_get(op)) cmp_attributes(type, record, context, obj);
+        if (last == 0 && starts_with_get(op)) cmp_attributes(type, record, members, context, obj);
         type.ops->dtor(obj);
     }
     pc_trace_record(context, nullptr);

@@ -150,6 +150,15 @@ JSON_Value *make_object(Arena &arena, const char *const *names, JSON_Value *cons
 }
 
 JSON_Value *resolve_plain_scalar(Arena &arena, std::string_view text, Position at) {
+    // Most plain scalars are names or short decimal numbers: those skip the word lists.
+    unsigned char first = text.empty() ? 0 : static_cast<unsigned char>(text[0]);
+    if (std::isalpha(first) && !std::strchr("tTfFnN", first)) return make_string(arena, text, at);
+    if (text.size() <= 19 && std::isdigit(first)) {
+        uint64_t n = 0;
+        size_t i = 0;
+        while (i < text.size() && std::isdigit(static_cast<unsigned char>(text[i]))) n = n * 10 + uint64_t(text[i++] - '0');
+        if (i == text.size()) return make_unsigned(arena, n, at);
+    }
     if (is_one_of(text, {"", "~", "null", "Null", "NULL"})) return make_null(arena, at);
     if (is_one_of(text, {"true", "True", "TRUE"})) return make_bool(arena, true, at);
     if (is_one_of(text, {"false", "False", "FALSE"})) return make_bool(arena, false, at);

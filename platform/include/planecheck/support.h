@@ -3,6 +3,7 @@
 #ifndef PLANECHECK_SUPPORT_H
 #define PLANECHECK_SUPPORT_H
 
+#include <stddef.h>
 #include <stdint.h>
 
 #include "planecheck/process.h"
@@ -59,6 +60,8 @@ int json_get_then_update_send(JSON_Value *value, PROCESS *context);
 
 /* the operation recorder: appends formatted text to the recorder output */
 void recorder_log(const char *format, ...) __attribute__((format(printf, 1, 2)));
+/* appends text as it stands (no formatting) to the recorder output */
+void recorder_write(const char *text, size_t length);
 /* nonzero when recorder output goes anywhere: lets callers skip composing records nobody reads */
 int recorder_is_enabled(void);
 

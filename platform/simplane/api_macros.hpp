@@ -56,7 +56,8 @@
 #define SP_EOD(T, N) SP_OP(T, N, eod, DPA_OP_EOD)
 // TOP: the number of top-level attributes (key fields and attributes); element attributes follow
 #define SP_PRESENCE(T, N, TOP) \
-    extern "C" uint8_t ofa_##T##_get_presence_flag(SP_OBJ o, uint32_t a) { return simplane::presence_flag(o, N, a, TOP); }
+    extern "C" uint8_t ofa_##T##_get_presence_flag(SP_OBJ o, uint32_t a) \
+        SP_RETURN(uint8_t, "ofa_" #T "_get_presence_flag", simplane::presence_flag(o, N, a, TOP), o, a)
 #define SP_NPU_MASK(T, N) \
     extern "C" void dpa_##T##_set_npu_mask(SP_OBJ o, uint64_t m) SP_DO("dpa_" #T "_set_npu_mask", simplane::header(o, N).npu_mask = m, o, m) \
     extern "C" uint64_t dpa_##T##_get_npu_mask(SP_OBJ o) SP_RETURN(uint64_t, "dpa_" #T "_get_npu_mask", simplane::header(o, N).npu_mask, o)

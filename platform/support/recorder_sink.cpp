@@ -12,8 +12,9 @@ namespace pc::recorder {
 namespace {
 
 constexpr size_t kWriteSize = 1 << 20;
-// Every record ends with this line; no line inside a record is the same.
-constexpr std::string_view kRecordEnd = "},\n";
+// Every record ends with this line. A value line may end the same way ("key": {...},) but never
+// starts with it, so a record is complete when the text ends with a whole line of it.
+constexpr std::string_view kRecordEnd = "\n},\n";
 
 struct Sink {
     int fd = -1;
@@ -49,7 +50,7 @@ bool write_all(int fd, const char *data, size_t size, int &error) {
 
 void append(Sink &s, const char *text, size_t size) {
     s.pending.append(text, size);
-    if (std::string_view(text, size) != kRecordEnd) return;
+    if (!std::string_view(s.pending).ends_with(kRecordEnd)) return;
     s.complete = s.pending.size();
     if (s.complete >= kWriteSize) flush();
     if (s.record_end_hook) s.record_end_hook();
@@ -155,12 +156,12 @@ extern "C" void recorder_log(const char *format, ...) {
     else pc::recorder::append(s, out, size_t(n));
 }
 
-// One unlocked copy into the file's buffer: the recorder is written from one thread, and the
-// buffer goes to the file when it is full.
+// One copy into the sink's buffer, no format to parse and no lock: the recorder is written from
+// one thread, and whole records go to the file when the buffer is full.
 extern "C" void recorder_write(const char *text, size_t length) {
     auto &s = pc::recorder::sink();
-    if (s.file) fwrite_unlocked(text, 1, length, s.file);
-    else if (s.buffer) s.buffer->append(text, length);
+    if (s.buffer) s.buffer->append(text, length);
+    else if (s.fd >= 0) pc::recorder::append(s, text, length);
 }
 
 extern "C" int recorder_is_enabled(void) { return pc::recorder::enabled(); }

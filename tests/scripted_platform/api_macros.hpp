@@ -92,6 +92,13 @@
         SC_CALL(#NAME); sc_arg_obj(&c_, o); if (#I[0] == 'i') SC_INT(&c_, uint32_t, I); uint8_t r = sc_is_set(o, S, I); \
         sc_end_int(&c_, 0, r); return r; }
 
+/* the received object's presence flag of attribute A (key fields, attributes, then element
+ * attributes, whose flag is their first element's) */
+#define SP_PRESENCE(T, N, TOP) \
+    uint8_t ofa_##T##_get_presence_flag(sc_obj o, uint32_t a) { \
+        SC_CALL("ofa_" #T "_get_presence_flag"); sc_arg_obj(&c_, o); SC_INT(&c_, uint32_t, a); \
+        uint8_t r = sc_is_set(o, (uint16_t)a, 0); sc_end_int(&c_, 0, r); return r; }
+
 #define SP_VALUE_RO(T, N, A, C, S) SC_GET_VALUE(dpa_##T##_get_##A, C, S, 0) SC_IS_SET(dpa_##T##_is_set_##A, S, 0)
 #define SP_VALUE(T, N, A, C, S) SC_SET_VALUE(dpa_##T##_set_##A, C, S, 0) SP_VALUE_RO(T, N, A, C, S)
 #define SP_POINTER_RO(T, N, A, C, S) SC_GET_POINTER(dpa_##T##_get_##A, C, S, 0) SC_IS_SET(dpa_##T##_is_set_##A, S, 0)

@@ -78,16 +78,17 @@ bool read_all(int fd, std::string &text) {
     }
 }
 
-// One line per field, then the findings: a format only this file writes and reads. The last
-// line marks the results as complete.
-std::string saved(const FileResult &r) {
+// One line per field, then the findings, then how many of them came after the run (the child's
+// own writing problems, which its output may not hold): a format only this file writes and reads.
+// The last line marks the results as complete.
+std::string saved(const FileResult &r, size_t late) {
     std::string out = fmt::format("{} {} {} {} {} {}\n{}\n{}\n", r.steps, r.failed_steps, r.mismatches, r.value_errors,
                                   r.expected, int(r.invalid), r.error, r.findings.size());
     for (const auto &f : r.findings) out += f + "\n";
-    return out + "end\n";
+    return out + fmt::format("{}\nend\n", late);
 }
 
-bool load(const std::string &text, FileResult &r) {
+bool load(const std::string &text, FileResult &r, size_t &late) {
     std::istringstream in(text);
     size_t findings = 0;
     int invalid = 0;
@@ -102,8 +103,13 @@ bool load(const std::string &text, FileResult &r) {
         r.findings.push_back(line);
     }
     std::string end;
+    if (!(in >> late) || late > r.findings.size()) return false;
+    in.ignore();
     return std::getline(in, end) && end == "end";
 }
+
+// The child's exit status when it could not write its results (the library ends a run with 1).
+constexpr int kResultsUnwritten = 125;
 
 [[noreturn]] void run_child(const std::string &file, const Options &options, Child &c) {
     dup2(c.output.fd, STDOUT_FILENO);
@@ -112,11 +118,14 @@ bool load(const std::string &text, FileResult &r) {
     if (c.recorder.fd >= 0) pc::recorder::to_descriptor(dup(c.recorder.fd));
     FileResult r = run_file(file, options);
     if (r.invalid) fmt::print(stderr, "{}\n", r.error);
+    size_t before = r.findings.size();
     if (c.recorder.fd >= 0 && !pc::recorder::close())
         r.add_finding(fmt::format("{}: cannot write its recorder part: {}", file, std::strerror(errno))), ++r.failed_steps;
+    if (std::fflush(stdout) != 0 || std::ferror(stdout))
+        r.add_finding(fmt::format("{}: its output could not be written in full to a temporary file in {}: {}", file,
+                                  temp_dir(), std::strerror(errno))), ++r.failed_steps;
     std::fflush(nullptr);
-    // results that cannot be written are missing for the parent, which fails the file for it
-    _exit(write_all(c.result.fd, saved(r)) ? 0 : 3);
+    _exit(write_all(c.result.fd, saved(r, r.findings.size() - before)) ? 0 : kResultsUnwritten);
 }
 
 // A file that did not run, or whose run cannot be told, fails with the reason.
@@ -131,13 +140,15 @@ FileResult failed(const std::string &file, const std::string &reason) {
 
 void print_output(const std::string &file, const Child &c) {
     std::string text;
-    if (read_all(c.output.fd, text)) std::fputs(text.c_str(), stderr);
+    if (read_all(c.output.fd, text)) std::fputs((text.empty() || text.back() == '\n' ? text : text + "\n").c_str(), stderr);
     else fmt::print(stderr, "{}: its output cannot be read back: {}\n", file, std::strerror(errno));
 }
 
 FileResult finish(const std::string &file, Child &c) {
     if (!c.not_run.empty()) return failed(file, "not run: " + c.not_run);
     print_output(file, c);
+    if (WIFEXITED(c.status) && WEXITSTATUS(c.status) == kResultsUnwritten)
+        return failed(file, fmt::format("its results could not be written to a temporary file in {}", temp_dir()));
     if (!WIFEXITED(c.status) || WEXITSTATUS(c.status) != 0) {
         std::string how = WIFEXITED(c.status) ? fmt::format("exit status {}", WEXITSTATUS(c.status))
                                               : fmt::format("signal {} ({})", WTERMSIG(c.status), strsignal(WTERMSIG(c.status)));
@@ -147,7 +158,9 @@ FileResult finish(const std::string &file, Child &c) {
     r.path = file;
     std::string text;
     if (!read_all(c.result.fd, text)) return failed(file, fmt::format("its results cannot be read: {}", std::strerror(errno)));
-    if (!load(text, r)) return failed(file, "its results cannot be read: they are incomplete");
+    size_t late = 0;
+    if (!load(text, r, late)) return failed(file, "its results cannot be read: they are incomplete");
+    for (size_t i = r.findings.size() - late; i < r.findings.size(); ++i) fmt::print(stderr, "{}\n", r.findings[i]);
     c.output.reset();
     c.result.reset();
     return r;

@@ -88,16 +88,17 @@ bool read_all(int fd, std::string &text) {
     }
 }
 
-// One line per field, then the findings: a format only this file writes and reads. The last
-// line marks the results as complete.
-std::string saved(const FileResult &r) {
+// One line per field, then the findings, then how many of them came after the run (the child's
+// own writing problems, which its output may not hold): a format only this file writes and reads.
+// The last line marks the results as complete.
+std::string saved(const FileResult &r, size_t late) {
     std::string out = fmt::format("{} {} {} {} {} {} {} {} {}\n{}\n{}\n", r.steps, r.failed_steps, r.mismatches, r.value_errors,
                                   r.expected, int(r.invalid), r.not_run, r.problems, r.warnings, r.error, r.findings.size());
     for (const auto &f : r.findings) out += f + "\n";
-    return out + "end\n";
+    return out + fmt::format("{}\nend\n", late);
 }
 
-bool load(const std::string &text, FileResult &r) {
+bool load(const std::string &text, FileResult &r, size_t &late) {
     std::istringstream in(text);
     size_t findings = 0;
     int invalid = 0;
@@ -113,8 +114,13 @@ bool load(const std::string &text, FileResult &r) {
         r.findings.push_back(line);
     }
     std::string end;
+    if (!(in >> late) || late > r.findings.size()) return false;
+    in.ignore();
     return std::getline(in, end) && end == "end";
 }
+
+// The child's exit status when it could not write its results (the library ends a run with 1).
+constexpr int kResultsUnwritten = 125;
 
 [[noreturn]] void run_child(const std::string &file, const Options &options, Child &c) {
     dup2(c.output.fd, STDOUT_FILENO);
@@ -126,13 +132,16 @@ bool load(const std::string &text, FileResult &r) {
     traced.trail = c.trail;
     FileResult r = run_file(file, traced);
     if (r.invalid) fmt::print(stderr, "{}\n", r.error);
+    size_t before = r.findings.size();
     if (c.recorder.fd >= 0 && !pc::recorder::close())
         r.add_finding(fmt::format("{}: cannot write its recorder part: {}", file, std::strerror(errno))), ++r.failed_steps;
     if (options.coverage && !write_all(c.coverage.fd, options.coverage->to_json()))
         r.add_finding(fmt::format("{}: cannot write its coverage part: {}", file, std::strerror(errno))), ++r.failed_steps;
+    if (std::fflush(stdout) != 0 || std::ferror(stdout))
+        r.add_finding(fmt::format("{}: its output could not be written in full to a temporary file in {}: {}", file,
+                                  temp_dir(), std::strerror(errno))), ++r.failed_steps;
     std::fflush(nullptr);
-    // results that cannot be written are missing for the parent, which fails the file for it
-    _exit(write_all(c.result.fd, saved(r)) ? 0 : 3);
+    _exit(write_all(c.result.fd, saved(r, r.findings.size() - before)) ? 0 : kResultsUnwritten);
 }
 
 // A file that did not run, or whose run cannot be told, fails with the reason.
@@ -152,7 +161,7 @@ std::vector<std::string> print_output(const std::string &file, const Child &c) {
         fmt::print(stderr, "{}: its output cannot be read back: {}\n", file, std::strerror(errno));
         return {};
     }
-    std::fputs(text.c_str(), stderr);
+    std::fputs((text.empty() || text.back() == '\n' ? text : text + "\n").c_str(), stderr);
     std::vector<std::string> last;
     std::istringstream lines(text);
     for (std::string line; std::getline(lines, line);) {
@@ -171,6 +180,8 @@ void release_trail(Child &c) {
 FileResult finish(const std::string &file, Child &c) {
     if (!c.not_run.empty()) return release_trail(c), failed(file, "not run: " + c.not_run);
     std::vector<std::string> last_lines = print_output(file, c);
+    if (WIFEXITED(c.status) && WEXITSTATUS(c.status) == kResultsUnwritten)
+        return release_trail(c), failed(file, fmt::format("its results could not be written to a temporary file in {}", temp_dir()));
     if (!WIFEXITED(c.status) || WEXITSTATUS(c.status) != 0) {
         std::string how = WIFEXITED(c.status) ? fmt::format("exit status {}", WEXITSTATUS(c.status))
                                               : fmt::format("signal {} ({})", WTERMSIG(c.status), strsignal(WTERMSIG(c.status)));
@@ -184,7 +195,9 @@ FileResult finish(const std::string &file, Child &c) {
     r.path = file;
     std::string text;
     if (!read_all(c.result.fd, text)) return failed(file, fmt::format("its results cannot be read: {}", std::strerror(errno)));
-    if (!load(text, r)) return failed(file, "its results cannot be read: they are incomplete");
+    size_t late = 0;
+    if (!load(text, r, late)) return failed(file, "its results cannot be read: they are incomplete");
+    for (size_t i = r.findings.size() - late; i < r.findings.size(); ++i) fmt::print(stderr, "{}\n", r.findings[i]);
     c.output.reset();
     c.result.reset();
     return r;

@@ -103,6 +103,17 @@ TEST(Endings, FilesThatCannotRunFailWithTheirCause) {
         << no_tmp.output;
     EXPECT_EQ(no_tmp.output.find("PASSED"), std::string::npos) << no_tmp.output;
 
+    // temporary files that fill up (here: a file size limit) fail the file and the joined recorder
+    std::string many = write_file("many.yaml", creates_then("")), rec = temp_path("limited.rec");
+    pc::test::Outcome limited = planecheck("run -j 2 --recorder " + rec + " " + many + " " + file + " 2>&1",
+                                           "trap '' XFSZ; ulimit -f 2; exec");
+    EXPECT_EQ(limited.status, 2) << limited.output;
+    for (const std::string &message : {many + ": its output could not be written in full to a temporary file in ",
+                                      many + ": cannot write its recorder part: File too large",
+                                      "planecheck: the recorder " + rec + " is incomplete: cannot write: File too large"})
+        EXPECT_NE(limited.output.find(message), std::string::npos) << message << "\n" << limited.output;
+    EXPECT_EQ(limited.output.find("PASSED"), std::string::npos) << limited.output;
+
     // an unwritable report is a usage error found before any file runs
     for (const std::string option : {"-j 2 --recorder", "--recorder", "-j 2 --junit", "--junit"}) {
         pc::test::Outcome r = planecheck("run " + option + " /nonexistent/dir/out " + file + " 2>&1");

@@ -140,7 +140,7 @@ bool active_under(engine::Gate gate, int32_t object_set) {
 
 std::string inactive_text(int32_t object_set) { return fmt::format("inactive while object_set is {}", object_set); }
 
-StepCheck::StepCheck(int32_t object_set) : object_set_(object_set) {
+StepCheck::StepCheck(int32_t object_set, uint32_t router_type) : object_set_(object_set), router_type_(router_type) {
     scratch_.session.log = [this](int level, const std::string &text, uint32_t) {
         if (level == 1 && converting_) add(converting_, text.substr(0, text.find_last_not_of('\n') + 1));
     };
@@ -173,8 +173,22 @@ void StepCheck::send(const JSON_Value *body, const JSON_Value *sdk) {
 void StepCheck::dump(const JSON_Value *body) {
     JSON_Value *list = nullptr;
     if (const JSON_Object *o = json_value_get_object(body))
-        if (const TypeDesc *type = table(o, body, list, "the dump"); type && type_active(*type, list, true))
+        if (const TypeDesc *type = table(o, body, list, "the dump"); type && type_active(*type, list, true) && router_matches(*type, list))
             records(*type, list, Use::Dumped);
+}
+
+// The dump runs only for the router type its first record names, and some types only for 16.
+bool StepCheck::router_matches(const TypeDesc &type, const JSON_Value *list) {
+    if (type.has(engine::kRouterGate) && router_type_ != 16) {
+        add(list, fmt::format("{}'s dump runs only while router_type is 16, and this file's is {}: the step does nothing", type.name, router_type_));
+        return false;
+    }
+    const JSON_Value *first = json_array_get_value(json_value_get_array(list), 0);
+    const JSON_Value *router = json_object_get_value(json_value_get_object(first), "router");
+    if (!router || uint64_t(json_value_get_constant(router)) == uint64_t(router_type_)) return true;
+    add(router, fmt::format("the dump runs only for router type {}, and this file's router_type is {}: the step does nothing",
+                            json_value_get_constant(router), router_type_));
+    return false;
 }
 
 // The type a dispatch chain takes for the step, with its records; a step that names none ends

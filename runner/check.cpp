@@ -191,6 +191,19 @@ bool StepCheck::router_matches(const TypeDesc &type, const JSON_Value *list) {
     return false;
 }
 
+// An injection or NPU result waits for its operation; one that can never come waits forever.
+void StepCheck::arm(const std::string &kind, const JSON_Value *op) {
+    std::string text = json_value_get_string(op);
+    size_t space = text.find(' ');
+    const TypeDesc *type = engine::find_type(text.substr(0, space).c_str());
+    if (!type) return;
+    if (!active_under(type->gate, object_set_))
+        add(op, fmt::format("{}: {} waits for '{}', and {} is {}: it never comes", kind, kind == "inject" ? "the injection" : "the result",
+                            text, type->name, inactive_text(object_set_)));
+    else if (text.substr(space + 1) == "eod" && !type->eod)
+        add(op, fmt::format("{}: '{}' never comes: {} has no end-of-data operation", kind, text, type->name));
+}
+
 // The type a dispatch chain takes for the step, with its records; a step that names none ends
 // the process, deliberately, and is a finding here.
 const TypeDesc *StepCheck::table(const JSON_Object *o, const JSON_Value *at, JSON_Value *&list, const char *who) {

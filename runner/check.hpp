@@ -45,6 +45,8 @@ public:
 
     void send(const JSON_Value *body, const JSON_Value *sdk); // a send: step and its sdk: answer (or null)
     void dump(const JSON_Value *body);
+    // inject: or npu_result: for `op` ("test_if create"), already known to name a type and an operation
+    void arm(const std::string &kind, const JSON_Value *op);
     // The findings since the last call.
     std::vector<CheckFinding> take();
 

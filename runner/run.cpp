@@ -339,7 +339,12 @@ private:
                 results.push_back(uint32_t(json_value_get_constant(json_array_get_value(list, i))));
             if (!options_.check_only) simplane::arm_npu_results(json_value_get_string(op), results, uint32_t(n));
         }
-        if (!options_.check_only) report(step, kind + " " + json_value_get_string(op), 0, 0);
+        if (options_.check_only) {
+            check_->arm(kind, op);
+            print_findings();
+            return "";
+        }
+        report(step, kind + " " + json_value_get_string(op), 0, 0);
         return "";
     }
 

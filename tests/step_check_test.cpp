@@ -94,6 +94,19 @@ TEST(StepCheck, ADumpForAnotherRouterTypeDoesNothing) {
     EXPECT_TRUE(r16.step("dump: { test_if: [ { op: get, key_a: 1 }, { op: get, key_a: 2, router: 8 } ] }").empty());
 }
 
+TEST(StepCheck, AnInjectionForAnOperationThatNeverComesIsFound) {
+    CheckSteps c;
+    pc::yaml::LoadError error;
+    auto arm = [&](const char *op) {
+        c.check.arm("inject", pc::yaml::load_string(op, "t.yaml", c.arena, error));
+        return c.check.take().size();
+    };
+    EXPECT_EQ(arm("\"test_if create\""), 0u);
+    EXPECT_EQ(arm("\"ipacl eod\""), 0u);
+    EXPECT_EQ(arm("\"ipnh create\""), 1u);
+    EXPECT_EQ(arm("\"test_if eod\""), 1u);
+}
+
 TEST(StepCheck, OpsAreThoseABranchOfTheTypeHandles) {
     CheckSteps c;
     for (const char *op : {"create", "update", "delete", "get", "get_first", "get_next", "get_gt_eq", "walk_by_key"})

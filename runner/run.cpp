@@ -221,10 +221,8 @@ private:
             ++result_.failed_steps;
             result_.add_finding(line + " (--strict)");
         }
-        if (!options_.quiet || options_.strict) {
-            clear_progress();
-            fmt::print(options_.steps, "{}\n", line);
-        }
+        clear_progress(); // shown even with -q: a step that ran nothing did not pass
+        fmt::print(options_.steps, "{}\n", line);
         return "";
     }
 
@@ -433,6 +431,7 @@ FileResult run_file(const std::string &path, const Options &options) {
         if (!checked.passed()) {
             FileResult refused = checked;
             refused.invalid = true;
+            refused.steps = 0; // none of them ran
             if (!checked.invalid)
                 refused.error = fmt::format("{}: --strict refuses the file: the check found {} (listed above; planecheck check shows them)",
                                             path, plural(checked.problems, "problem"));

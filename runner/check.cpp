@@ -26,7 +26,6 @@ using engine::TypeDesc;
 constexpr std::array<const char *, 6> kSpecialKeys = {"ports", "vlan", "batch_crud", "route", "bundle", "get_then_update_test"};
 // Ops a batch entry may carry: the batch list refuses every other operation code.
 constexpr std::array<const char *, 8> kBatchOps = {"create", "delete", "eod", "update", "get", "get_first", "get_gt_eq", "get_next"};
-constexpr std::array<const char *, 8> kSendOps = {"create", "update", "delete", "get", "get_first", "get_next", "get_gt_eq", "walk_by_key"};
 constexpr std::array<const char *, 3> kReplayOps = {"replay", "replay_start", "replay_end"};
 
 template <size_t N> bool one_of(const char *s, const std::array<const char *, N> &list) {
@@ -140,7 +139,8 @@ bool active_under(engine::Gate gate, int32_t object_set) {
 
 std::string inactive_text(int32_t object_set) { return fmt::format("inactive while object_set is {}", object_set); }
 
-StepCheck::StepCheck(int32_t object_set, uint32_t router_type) : object_set_(object_set), router_type_(router_type) {
+StepCheck::StepCheck(int32_t object_set, uint32_t router_type, int32_t mode)
+    : object_set_(object_set), router_type_(router_type), mode_(mode) {
     scratch_.session.log = [this](int level, const std::string &text, uint32_t) {
         if (level == 1 && converting_) add(converting_, text.substr(0, text.find_last_not_of('\n') + 1));
     };
@@ -310,6 +310,17 @@ void StepCheck::records(const TypeDesc &type, const JSON_Value *value, Use use) 
     }
 }
 
+// Whether a branch of the type's send performs `op` in the record at `index`: the operations come
+// from the type's descriptor (an end-of-data operation exists for a few types only).
+static bool performs(const TypeDesc &type, const char *op, size_t index, int32_t mode) {
+    if (!std::strcmp(op, "walk_by_key")) return type.ops->chain_walk != nullptr;
+    if (one_of(op, kReplayOps)) return index == 0;
+    static const char *const codes[] = {"create", "delete", "eod", "update", "get", "get_first", "get_gt_eq", "get_next"};
+    for (size_t code = 0; code < 8; ++code)
+        if (!std::strcmp(op, codes[code])) return (mode == 1 ? type.ops->client : type.ops->server)[code] != nullptr;
+    return false;
+}
+
 // Which branch of the send handles the record's op; a record no branch handles is built and
 // checked, but no operation runs.
 void StepCheck::sent_op(const TypeDesc &type, const JSON_Value *value, size_t index) {
@@ -319,14 +330,14 @@ void StepCheck::sent_op(const TypeDesc &type, const JSON_Value *value, size_t in
         add(op_value ? op_value : value, "the record has no op: text (create, update, delete, get, ...)");
         return;
     }
-    if (one_of(op, kSendOps) || (!std::strcmp(op, "eod") && type.eod) || (index == 0 && one_of(op, kReplayOps))) return;
+    if (performs(type, op, index, mode_)) return;
     if (!std::strcmp(op, "eod"))
         add(op_value, fmt::format("{} has no end-of-data operation: op: eod runs nothing", type.name));
     else if (one_of(op, kReplayOps))
         add(op_value, fmt::format("op: {} runs only as the first record of a list; here it runs nothing", op));
     else
-        add(op_value, fmt::format("'{}' is no operation (create, update, delete, get, get_first, get_next, get_gt_eq, walk_by_key, "
-                                  "eod, replay, replay_start, replay_end): the record runs nothing", op));
+        add(op_value, fmt::format("'{}' is no operation of {} (create, update, delete, get, get_first, get_next, get_gt_eq, walk_by_key, "
+                                  "eod, replay, replay_start, replay_end): the record runs nothing", op, type.name));
 }
 
 // The batch list takes the operation codes of create to get_next; it refuses any other, and the

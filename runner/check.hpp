@@ -39,7 +39,7 @@ const JSON_Value *unstored_handle(const JSON_Object *record, const std::function
 // Checks the steps of one file in order; handle names stored by earlier records carry over.
 class StepCheck {
 public:
-    explicit StepCheck(int32_t object_set, uint32_t router_type = 16);
+    explicit StepCheck(int32_t object_set, uint32_t router_type = 16, int32_t mode = 1); // mode 1: client calls
     StepCheck(const StepCheck &) = delete;
     StepCheck &operator=(const StepCheck &) = delete;
 
@@ -71,6 +71,7 @@ private:
 
     int32_t object_set_;
     uint32_t router_type_;
+    int32_t mode_;
     std::unordered_set<std::string> stored_; // handle names that earlier records store with "hdl"
     std::vector<CheckFinding> findings_;
     pc::support::Context scratch_;          // converters report refused values through its log

@@ -29,7 +29,7 @@ public:
     FileResult run() {
         yaml::LoadError error;
         if (!reader_.open(result_.path, error) || !reader_.read_header(error)) return invalid(error);
-        if (options_.check_only) check_.emplace(reader_.config().object_set, reader_.config().router_type);
+        if (options_.check_only) check_.emplace(reader_.config().object_set, reader_.config().router_type, reader_.config().mode);
         else set_up(reader_.config());
         EndWatch watch(result_.path, options_.steps, trail(), options_.progress);
         watch_ = &watch;

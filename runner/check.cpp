@@ -47,7 +47,6 @@ const char *kind_of(const JSON_Value *v) {
 
 const char *op_of(const JSON_Object *record) { return json_value_get_string(json_object_get_value(record, "op")); }
 
-
 uint16_t value_type_named(const char *name) {
     static const auto index = [] {
         std::unordered_map<std::string_view, uint16_t> m;

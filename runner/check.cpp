@@ -26,7 +26,6 @@ using engine::TypeDesc;
 constexpr std::array<const char *, 6> kSpecialKeys = {"ports", "vlan", "batch_crud", "route", "bundle", "get_then_update_test"};
 // Ops a batch entry may carry: the batch list refuses every other operation code.
 constexpr std::array<const char *, 8> kBatchOps = {"create", "delete", "eod", "update", "get", "get_first", "get_gt_eq", "get_next"};
-constexpr std::array<const char *, 8> kSendOps = {"create", "update", "delete", "get", "get_first", "get_next", "get_gt_eq", "walk_by_key"};
 constexpr std::array<const char *, 3> kReplayOps = {"replay", "replay_start", "replay_end"};
 
 template <size_t N> bool one_of(const char *s, const std::array<const char *, N> &list) {
@@ -47,7 +46,6 @@ const char *kind_of(const JSON_Value *v) {
 }
 
 const char *op_of(const JSON_Object *record) { return json_value_get_string(json_object_get_value(record, "op")); }
-
 
 uint16_t value_type_named(const char *name) {
     static const auto index = [] {
@@ -140,7 +138,8 @@ bool active_under(engine::Gate gate, int32_t object_set) {
 
 std::string inactive_text(int32_t object_set) { return fmt::format("inactive while object_set is {}", object_set); }
 
-StepCheck::StepCheck(int32_t object_set) : object_set_(object_set) {
+StepCheck::StepCheck(int32_t object_set, uint32_t router_type, int32_t mode)
+    : object_set_(object_set), router_type_(router_type), mode_(mode) {
     scratch_.session.log = [this](int level, const std::string &text, uint32_t) {
         if (level == 1 && converting_) add(converting_, text.substr(0, text.find_last_not_of('\n') + 1));
     };
@@ -173,8 +172,35 @@ void StepCheck::send(const JSON_Value *body, const JSON_Value *sdk) {
 void StepCheck::dump(const JSON_Value *body) {
     JSON_Value *list = nullptr;
     if (const JSON_Object *o = json_value_get_object(body))
-        if (const TypeDesc *type = table(o, body, list, "the dump"); type && type_active(*type, list, true))
+        if (const TypeDesc *type = table(o, body, list, "the dump"); type && type_active(*type, list, true) && router_matches(*type, list))
             records(*type, list, Use::Dumped);
+}
+
+// The dump runs only for the router type its first record names, and some types only for 16.
+bool StepCheck::router_matches(const TypeDesc &type, const JSON_Value *list) {
+    if (type.has(engine::kRouterGate) && router_type_ != 16) {
+        add(list, fmt::format("{}'s dump runs only while router_type is 16, and this file's is {}: the step does nothing", type.name, router_type_));
+        return false;
+    }
+    const JSON_Value *first = json_array_get_value(json_value_get_array(list), 0);
+    const JSON_Value *router = json_object_get_value(json_value_get_object(first), "router");
+    if (!router || uint64_t(json_value_get_constant(router)) == uint64_t(router_type_)) return true;
+    add(router, fmt::format("the dump runs only for router type {}, and this file's router_type is {}: the step does nothing",
+                            json_value_get_constant(router), router_type_));
+    return false;
+}
+
+// An injection or NPU result waits for its operation; one that can never come waits forever.
+void StepCheck::arm(const std::string &kind, const JSON_Value *op) {
+    std::string text = json_value_get_string(op);
+    size_t space = text.find(' ');
+    const TypeDesc *type = engine::find_type(text.substr(0, space).c_str());
+    if (!type) return;
+    if (!active_under(type->gate, object_set_))
+        add(op, fmt::format("{}: {} waits for '{}', and {} is {}: it never comes", kind, kind == "inject" ? "the injection" : "the result",
+                            text, type->name, inactive_text(object_set_)));
+    else if (text.substr(space + 1) == "eod" && !type->eod)
+        add(op, fmt::format("{}: '{}' never comes: {} has no end-of-data operation", kind, text, type->name));
 }
 
 // The type a dispatch chain takes for the step, with its records; a step that names none ends
@@ -283,6 +309,17 @@ void StepCheck::records(const TypeDesc &type, const JSON_Value *value, Use use) 
     }
 }
 
+// Whether a branch of the type's send performs `op` in the record at `index`: the operations come
+// from the type's descriptor (an end-of-data operation exists for a few types only).
+static bool performs(const TypeDesc &type, const char *op, size_t index, int32_t mode) {
+    if (!std::strcmp(op, "walk_by_key")) return type.ops->chain_walk != nullptr;
+    if (one_of(op, kReplayOps)) return index == 0;
+    static const char *const codes[] = {"create", "delete", "eod", "update", "get", "get_first", "get_gt_eq", "get_next"};
+    for (size_t code = 0; code < 8; ++code)
+        if (!std::strcmp(op, codes[code])) return (mode == 1 ? type.ops->client : type.ops->server)[code] != nullptr;
+    return false;
+}
+
 // Which branch of the send handles the record's op; a record no branch handles is built and
 // checked, but no operation runs.
 void StepCheck::sent_op(const TypeDesc &type, const JSON_Value *value, size_t index) {
@@ -292,14 +329,14 @@ void StepCheck::sent_op(const TypeDesc &type, const JSON_Value *value, size_t in
         add(op_value ? op_value : value, "the record has no op: text (create, update, delete, get, ...)");
         return;
     }
-    if (one_of(op, kSendOps) || (!std::strcmp(op, "eod") && type.eod) || (index == 0 && one_of(op, kReplayOps))) return;
+    if (performs(type, op, index, mode_)) return;
     if (!std::strcmp(op, "eod"))
         add(op_value, fmt::format("{} has no end-of-data operation: op: eod runs nothing", type.name));
     else if (one_of(op, kReplayOps))
         add(op_value, fmt::format("op: {} runs only as the first record of a list; here it runs nothing", op));
     else
-        add(op_value, fmt::format("'{}' is no operation (create, update, delete, get, get_first, get_next, get_gt_eq, walk_by_key, "
-                                  "eod, replay, replay_start, replay_end): the record runs nothing", op));
+        add(op_value, fmt::format("'{}' is no operation of {} (create, update, delete, get, get_first, get_next, get_gt_eq, walk_by_key, "
+                                  "eod, replay, replay_start, replay_end): the record runs nothing", op, type.name));
 }
 
 // The batch list takes the operation codes of create to get_next; it refuses any other, and the

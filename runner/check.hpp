@@ -39,12 +39,14 @@ const JSON_Value *unstored_handle(const JSON_Object *record, const std::function
 // Checks the steps of one file in order; handle names stored by earlier records carry over.
 class StepCheck {
 public:
-    explicit StepCheck(int32_t object_set);
+    explicit StepCheck(int32_t object_set, uint32_t router_type = 16, int32_t mode = 1); // mode 1: client calls
     StepCheck(const StepCheck &) = delete;
     StepCheck &operator=(const StepCheck &) = delete;
 
     void send(const JSON_Value *body, const JSON_Value *sdk); // a send: step and its sdk: answer (or null)
     void dump(const JSON_Value *body);
+    // inject: or npu_result: for `op` ("test_if create"), already known to name a type and an operation
+    void arm(const std::string &kind, const JSON_Value *op);
     // The findings since the last call.
     std::vector<CheckFinding> take();
 
@@ -64,9 +66,12 @@ private:
     void value(uint16_t value_type, JSON_Value *v, const char *name);
     void enum_range(uint16_t value_type, const JSON_Value *v, const char *name);
     void handle_read(JSON_Value *v, const char *what);
+    bool router_matches(const engine::TypeDesc &type, const JSON_Value *list);
     bool type_active(const engine::TypeDesc &type, const JSON_Value *at, bool dump);
 
     int32_t object_set_;
+    uint32_t router_type_;
+    int32_t mode_;
     std::unordered_set<std::string> stored_; // handle names that earlier records store with "hdl"
     std::vector<CheckFinding> findings_;
     pc::support::Context scratch_;          // converters report refused values through its log

@@ -37,7 +37,7 @@ public:
         ending::set_pending_output(write_pending_of_running);
         yaml::LoadError error;
         if (!reader_.open(result_.path, error) || !reader_.read_header(error)) return invalid(error);
-        if (options_.check_only) check_.emplace(reader_.config().object_set);
+        if (options_.check_only) check_.emplace(reader_.config().object_set, reader_.config().router_type, reader_.config().mode);
         else set_up(reader_.config());
         EndWatch watch(result_.path, options_.steps, trail(), options_.progress);
         watch_ = &watch;
@@ -278,10 +278,8 @@ private:
             ++result_.failed_steps;
             result_.add_finding(line + " (--strict)");
         }
-        if (!options_.quiet || options_.strict) {
-            clear_progress();
-            fmt::print(options_.steps, "{}\n", line);
-        }
+        clear_progress(); // shown even with -q: a step that ran nothing did not pass
+        fmt::print(options_.steps, "{}\n", line);
         return "";
     }
 
@@ -431,7 +429,12 @@ private:
             }
             if (!options_.check_only) simplane::arm_npu_results(json_value_get_string(op), results, uint32_t(n));
         }
-        if (!options_.check_only) report(step, kind + " " + json_value_get_string(op), 0, 0);
+        if (options_.check_only) {
+            check_->arm(kind, op);
+            print_findings();
+            return "";
+        }
+        report(step, kind + " " + json_value_get_string(op), 0, 0);
         return "";
     }
 
@@ -524,6 +527,7 @@ FileResult run_file(const std::string &path, const Options &options) {
         if (!checked.passed()) {
             FileResult refused = checked;
             refused.invalid = true;
+            refused.steps = 0; // none of them ran
             if (!checked.invalid)
                 refused.error = fmt::format("{}: --strict refuses the file: the check found {} (listed above; planecheck check shows them)",
                                             path, plural(checked.problems, "problem"));

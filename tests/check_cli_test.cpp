@@ -82,6 +82,9 @@ TEST(Run, AStepOfAnInactiveTypeSaysNothingRanNeverOk) {
     EXPECT_TRUE(has(r.output, "inactive.yaml:5: step 3 dump ipvrf: inactive while object_set is 0: nothing ran\n")) << r.output;
     EXPECT_FALSE(has(r.output, "send ipnh: ok")) << r.output;
     EXPECT_TRUE(has(r.output, "steps (2 not run)")) << r.output;
+    Result quiet = run("run -q " + scenario("inactive.yaml"));
+    EXPECT_TRUE(has(quiet.output, "step 2 send ipnh: inactive while object_set is 0: nothing ran\n")) << quiet.output;
+    EXPECT_FALSE(has(quiet.output, "step 1 send test_if")) << quiet.output;
     // under --strict the check already refuses a file with such a step
     Result strict = run("run -q --strict " + scenario("inactive.yaml"));
     EXPECT_EQ(strict.status, 2) << strict.output; // the check already refuses the file

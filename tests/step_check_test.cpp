@@ -16,7 +16,7 @@ using pc::runner::StepCheck;
 
 class CheckSteps {
 public:
-    explicit CheckSteps(int32_t object_set = 0) : check(object_set) {}
+    explicit CheckSteps(int32_t object_set = 0, uint32_t router_type = 16) : check(object_set, router_type) {}
 
     // Checks one step written as YAML ({ send: ..., sdk: ... } or { dump: ... }); returns its findings.
     std::vector<CheckFinding> step(const std::string &yaml) {
@@ -78,6 +78,33 @@ TEST(StepCheck, GatesFollowTheObjectSetAndTheDumpWithoutGate) {
     EXPECT_EQ(zero.step("send: { pbrsbf: [ { op: create, vrf_obj_ipvrf_refkey: { vrf_id: 1 } } ] }").size(), 1u);
     EXPECT_TRUE(zero.step("send: { pbrsbf: [ { op: create, vrf_obj_vrfid_refkey: { vrf_id: 1 } } ] }").empty());
     EXPECT_EQ(one.step("send: { pbrsbf: [ { op: create, vrf_obj_vrfid_refkey: { vrf_id: 1 } } ] }").size(), 1u);
+}
+
+TEST(StepCheck, ADumpForAnotherRouterTypeDoesNothing) {
+    CheckSteps r16, r8(0, 8);
+    EXPECT_TRUE(r16.step("dump: { test_if: [ { op: get, key_a: 1, router: 16 } ] }").empty());
+    EXPECT_TRUE(r8.step("dump: { test_if: [ { op: get, key_a: 1, router: 8 } ] }").empty());
+    auto other = r16.step("dump: { test_if: [ { op: get, key_a: 1, router: 8 } ] }");
+    ASSERT_EQ(other.size(), 1u) << texts(other);
+    EXPECT_NE(other[0].message.find("only for router type 8, and this file's router_type is 16"), std::string::npos);
+    // some types dump only for router type 16, whatever the record says
+    EXPECT_EQ(r8.step("dump: { meterprofile: [ { op: get } ] }").size(), 1u);
+    EXPECT_TRUE(r16.step("dump: { meterprofile: [ { op: get } ] }").empty());
+    // a later record's router plays no part
+    EXPECT_TRUE(r16.step("dump: { test_if: [ { op: get, key_a: 1 }, { op: get, key_a: 2, router: 8 } ] }").empty());
+}
+
+TEST(StepCheck, AnInjectionForAnOperationThatNeverComesIsFound) {
+    CheckSteps c;
+    pc::yaml::LoadError error;
+    auto arm = [&](const char *op) {
+        c.check.arm("inject", pc::yaml::load_string(op, "t.yaml", c.arena, error));
+        return c.check.take().size();
+    };
+    EXPECT_EQ(arm("\"test_if create\""), 0u);
+    EXPECT_EQ(arm("\"ipacl eod\""), 0u);
+    EXPECT_EQ(arm("\"ipnh create\""), 1u);
+    EXPECT_EQ(arm("\"test_if eod\""), 1u);
 }
 
 TEST(StepCheck, OpsAreThoseABranchOfTheTypeHandles) {

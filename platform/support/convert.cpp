@@ -293,6 +293,10 @@ struct Converter {
             }
             return;
         }
+        // 24 unquoted digits reach here as a number too large for any integer: say how to write them
+        if (json_value_get_type(v) == JSONNumber && std::fabs(json_value_get_number(v)) >= 1.8446744073709552e19)
+            return error(v, name, describe(v) + " is too large for a number; write the value as hex text in quotes (\"0x...\" or " +
+                                      std::to_string(2 * f.width) + " bare hex digits)");
         uint64_t bits;
         if (integer(v, name, 8, false, bits)) std::memcpy(p, &bits, std::min<uint32_t>(8, f.width));
     }

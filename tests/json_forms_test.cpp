@@ -193,4 +193,49 @@ TEST(JsonForms, JsonLinesReadsLinesLongerThanItsWindowAndEmptyFiles) {
     }
 }
 
+// Mappings beyond a short scan find duplicates through a hash table kept per nesting level; a
+// large mapping inside a large one must not confuse the two, and distinct keys never collide.
+TEST(JsonForms, DuplicateKeysAreFoundInLargeAndNestedMappingsOfEveryForm) {
+    auto mapping = [](int n, const std::string &inner, int duplicate_at) {
+        std::string text = "{";
+        for (int i = 0; i < n; ++i) {
+            std::string key = i == duplicate_at ? "k3" : "k" + std::to_string(i);
+            text += (i ? ", \"" : "\"") + key + "\": " + (i == 30 && !inner.empty() ? inner : std::to_string(i));
+        }
+        return text + "}";
+    };
+    std::string inner_clean = mapping(60, "", -1), inner_dup = mapping(60, "", 50);
+    struct Case {
+        std::string text;
+        bool duplicate;
+    } cases[] = {
+        {mapping(100, inner_clean, -1), false},
+        {mapping(100, inner_clean, 80), true}, // in the outer mapping, after the inner one closed
+        {mapping(100, inner_dup, -1), true},   // in the inner mapping
+        {mapping(20, "", 19), true},           // a short mapping, found by the scan
+    };
+    for (const Case &c : cases)
+        for (const char *suffix : {".yaml", ".json"}) {
+            std::string path = temp_file(suffix, c.text + "\n");
+            pc::Arena arena;
+            pc::load::LoadError error;
+            auto reader = pc::load::open_document(path, error);
+            bool empty = false;
+            JSON_Value *v = reader && reader->begin_document(empty, error) ? reader->read_value(arena, error) : nullptr;
+            std::remove(path.c_str());
+            EXPECT_EQ(v == nullptr, c.duplicate) << suffix << ": " << error.text();
+            if (c.duplicate) {
+                EXPECT_NE(error.message.find("duplicate key 'k3'"), std::string::npos) << error.text();
+            }
+        }
+}
+
+TEST(JsonForms, AFirstLineWithAStepKindIsAStepEvenWithAName) {
+    Outcome o = run(".jsonl", "{\"name\": \"first\", \"send\": {\"test_if\": [{\"op\": \"create\", \"key_a\": 1}]}}\n"
+                              "{\"expect\": {\"mismatches\": 0}}\n");
+    EXPECT_FALSE(o.result.invalid) << o.result.error;
+    EXPECT_EQ(o.result.steps, 2u);
+    EXPECT_NE(o.recording.find("\"op\": \"create\""), std::string::npos);
+}
+
 } // namespace

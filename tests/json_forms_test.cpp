@@ -149,7 +149,9 @@ TEST(JsonForms, ValuesMatchTheYamlReadersDownToLinesColumnsAndNumberKinds) {
 
 TEST(JsonForms, MessagesNameLineAndColumn) {
     struct Case {
-        const char *suffix, *text, *error;
+        const char *suffix;
+        std::string text;
+        const char *error;
     } cases[] = {
         {".jsonl", "{\"config\": {\"mode\": \"client\"}}\n{\"send\": {\"test_if\": [{\"op\": \"create\", \"op\": \"get\"}]}}\n",
          "2:40: duplicate key 'op'"},
@@ -160,6 +162,7 @@ TEST(JsonForms, MessagesNameLineAndColumn) {
         {".jsonl", "{\"expect\": {}}\n{\"expect\": {\"mismatches\": tru}}\n", "2:27: malformed JSON"},
         {".jsonl", "{\"expect\": {}}\n{\"send\": \"text\n", "2:1: a string is not closed"},
         {".jsonl", "{\"expect\": {}}\n{\"bogus\": 1}\n", "2:11: unknown step kind 'bogus'"},
+        {".jsonl", std::string("{\"expect\": {}}\n\0\0\n", 18), "2:1: "}, // a line of NUL bytes is not blank
         {".json", "{\"steps\": [\n  {\"expect\": {\"mismatches\": 1, \"mismatches\": 2}}\n]}\n", "2:32: duplicate key 'mismatches'"},
         {".json", "{\"colour\": 1, \"steps\": []}\n", "1:2: unknown top-level key 'colour'"},
         {".json", "{\"steps\": {\"send\": 1}}\n", "1:11: expected a sequence"},

@@ -158,7 +158,9 @@ TEST(JsonForms, IntegersWiderThan64BitsAreRefusedInEveryForm) {
 
 TEST(JsonForms, MessagesNameLineAndColumn) {
     struct Case {
-        const char *suffix, *text, *error;
+        const char *suffix;
+        std::string text;
+        const char *error;
     } cases[] = {
         {".jsonl", "{\"config\": {\"mode\": \"client\"}}\n{\"send\": {\"test_if\": [{\"op\": \"create\", \"op\": \"get\"}]}}\n",
          "2:40: duplicate key 'op'"},
@@ -169,6 +171,7 @@ TEST(JsonForms, MessagesNameLineAndColumn) {
         {".jsonl", "{\"expect\": {}}\n{\"expect\": {\"mismatches\": tru}}\n", "2:27: malformed JSON"},
         {".jsonl", "{\"expect\": {}}\n{\"send\": \"text\n", "2:1: a string is not closed"},
         {".jsonl", "{\"expect\": {}}\n{\"bogus\": 1}\n", "2:11: unknown step kind 'bogus'"},
+        {".jsonl", std::string("{\"expect\": {}}\n\0\0\n", 18), "2:1: "}, // a line of NUL bytes is not blank
         {".json", "{\"steps\": [\n  {\"expect\": {\"mismatches\": 1, \"mismatches\": 2}}\n]}\n", "2:32: duplicate key 'mismatches'"},
         {".json", "{\"colour\": 1, \"steps\": []}\n", "1:2: unknown top-level key 'colour'"},
         {".json", "{\"steps\": {\"send\": 1}}\n", "1:11: expected a sequence"},
@@ -200,6 +203,51 @@ TEST(JsonForms, JsonLinesReadsLinesLongerThanItsWindowAndEmptyFiles) {
         EXPECT_TRUE(e.result.invalid);
         EXPECT_NE(e.result.error.find("the file has no steps"), std::string::npos) << e.result.error;
     }
+}
+
+// Mappings beyond a short scan find duplicates through a hash table kept per nesting level; a
+// large mapping inside a large one must not confuse the two, and distinct keys never collide.
+TEST(JsonForms, DuplicateKeysAreFoundInLargeAndNestedMappingsOfEveryForm) {
+    auto mapping = [](int n, const std::string &inner, int duplicate_at) {
+        std::string text = "{";
+        for (int i = 0; i < n; ++i) {
+            std::string key = i == duplicate_at ? "k3" : "k" + std::to_string(i);
+            text += (i ? ", \"" : "\"") + key + "\": " + (i == 30 && !inner.empty() ? inner : std::to_string(i));
+        }
+        return text + "}";
+    };
+    std::string inner_clean = mapping(60, "", -1), inner_dup = mapping(60, "", 50);
+    struct Case {
+        std::string text;
+        bool duplicate;
+    } cases[] = {
+        {mapping(100, inner_clean, -1), false},
+        {mapping(100, inner_clean, 80), true}, // in the outer mapping, after the inner one closed
+        {mapping(100, inner_dup, -1), true},   // in the inner mapping
+        {mapping(20, "", 19), true},           // a short mapping, found by the scan
+    };
+    for (const Case &c : cases)
+        for (const char *suffix : {".yaml", ".json"}) {
+            std::string path = temp_file(suffix, c.text + "\n");
+            pc::Arena arena;
+            pc::load::LoadError error;
+            auto reader = pc::load::open_document(path, error);
+            bool empty = false;
+            JSON_Value *v = reader && reader->begin_document(empty, error) ? reader->read_value(arena, error) : nullptr;
+            std::remove(path.c_str());
+            EXPECT_EQ(v == nullptr, c.duplicate) << suffix << ": " << error.text();
+            if (c.duplicate) {
+                EXPECT_NE(error.message.find("duplicate key 'k3'"), std::string::npos) << error.text();
+            }
+        }
+}
+
+TEST(JsonForms, AFirstLineWithAStepKindIsAStepEvenWithAName) {
+    Outcome o = run(".jsonl", "{\"name\": \"first\", \"send\": {\"test_if\": [{\"op\": \"create\", \"key_a\": 1}]}}\n"
+                              "{\"expect\": {\"mismatches\": 0}}\n");
+    EXPECT_FALSE(o.result.invalid) << o.result.error;
+    EXPECT_EQ(o.result.steps, 2u);
+    EXPECT_NE(o.recording.find("\"op\": \"create\""), std::string::npos);
 }
 
 } // namespace

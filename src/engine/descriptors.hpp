@@ -9,6 +9,10 @@
 #include <cstdint>
 #include <span>
 
+// The generated descriptor rows are reached only from inside the library: hidden, they are bound
+// when the library is linked, not looked up by name every time it is loaded.
+#define PC_HIDDEN __attribute__((visibility("hidden")))
+
 namespace pc::engine {
 
 using Obj = ofa_client_obj_base_t;

@@ -6,6 +6,9 @@
 
 #include <cstring>
 
+// The thunks are reached only through the descriptor rows of this library: hidden, their addresses
+// are bound when the library is linked instead of looked up by name at every start.
+#pragma GCC visibility push(hidden)
 namespace pc::engine::thunk {
 
 template <class T> T load(const void *p) {
@@ -47,3 +50,4 @@ template <class K, int32_t (*F)(K, dpa_walk_opts_t)> int32_t chain_walk(const vo
 }
 
 } // namespace pc::engine::thunk
+#pragma GCC visibility pop

@@ -433,7 +433,7 @@ private:
 
     bool blank() const {
         for (size_t i = 0; i < line_length_; ++i)
-            if (!std::strchr(" \t", line_[i])) return false;
+            if (line_[i] != ' ' && line_[i] != '\t') return false;
         return true;
     }
 

@@ -131,7 +131,7 @@ std::string engine_shard(const Catalogue &cat, int shard) {
         }
         out += ops_row(t) + "} // namespace\n";
         out += fmt::format(
-            "extern const TypeDesc type_{0} = {{\"{0}\", {1}, {2}, {3}, {4}, {5}, {6}, {7}, attrs_{0}, {8}, {9}, {10}, {11}, {12}, &ops_{0}}};\n\n",
+            "extern const TypeDesc PC_HIDDEN type_{0} = {{\"{0}\", {1}, {2}, {3}, {4}, {5}, {6}, {7}, attrs_{0}, {8}, {9}, {10}, {11}, {12}, &ops_{0}}};\n\n",
             t.name, t.index, gate_name(t.gate), t.eod, t.npu_mask, t.sized() ? "\"" + t.count_key + "\"" : "nullptr",
             quirk_bits(t), t.key_width(), t.key.size(), t.key.size() + t.attrs.size(),
             t.roles.empty() ? "std::span<const RoleDesc>{}" : "roles_" + t.name, top_roles, value_buffer(cat, t));
@@ -145,7 +145,7 @@ std::string engine_catalogue(const Catalogue &cat) {
     std::string out = "// Generated from the catalogue by catgen. Do not edit.\n"
                       "#include \"descriptors.hpp\"\n#include \"planecheck/dpa_api.h\"\n#include \"planecheck/exports.h\"\n\n"
                       "namespace pc::engine {\nnamespace gen {\n";
-    for (const auto &t : cat.types) out += fmt::format("extern const TypeDesc type_{};\n", t.name);
+    for (const auto &t : cat.types) out += fmt::format("extern const TypeDesc PC_HIDDEN type_{};\n", t.name);
     out += "} // namespace gen\n\nconst TypeDesc *const kTypes[] = {\n";
     for (const auto &t : cat.types) out += fmt::format("    &gen::type_{},\n", t.name);
     out += fmt::format("}};\nconst size_t kTypeCount = {};\n\nconst ValueTypeDesc kValueTypes[] = {{\n", cat.types.size());

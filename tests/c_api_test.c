@@ -89,13 +89,16 @@ static void scenarios_are_read_config_first_then_step_by_step(const char *dir) {
     CHECK(pc_scenario_next(scenario, &step, &error) == 1 && strcmp(step.kind, "expect") == 0 && step.sdk == NULL);
     CHECK(pc_scenario_next(scenario, &step, &error) == -1);
     CHECK(error.line == 6 && strstr(error.text, "config: must come before steps:") != NULL);
+    memset(&error, 0, sizeof error); /* the reader stays at its first error */
+    CHECK(pc_scenario_next(scenario, &step, &error) == -1 && error.line == 6);
     pc_scenario_free(scenario);
 
     snprintf(path, sizeof path, "%s/bad_yaml.yaml", dir);
     scenario = pc_scenario_open(path, &error);
     CHECK(scenario != NULL);
     if (scenario) {
-        CHECK(pc_scenario_next(scenario, &step, &error) == -1 && error.line > 0 && strstr(error.text, "bad_yaml.yaml:") != NULL);
+        CHECK(pc_scenario_next(scenario, &step, &error) == -1 && error.line == 6 && strstr(error.text, "bad_yaml.yaml:6:") != NULL);
+        CHECK(pc_scenario_next(scenario, &step, &error) == -1 && error.line == 6);
         pc_scenario_free(scenario);
     }
 }

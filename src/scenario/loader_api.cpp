@@ -6,6 +6,7 @@
 #include "yaml_loader.hpp"
 
 #include <cstdio>
+#include <optional>
 #include <cstring>
 #include <new>
 
@@ -17,6 +18,7 @@ struct pc_document {
 struct pc_scenario {
     pc::runner::ScenarioReader reader;
     pc_scenario_config config{};
+    std::optional<pc::yaml::LoadError> failed; // the reader stops at its first error
 };
 
 namespace {
@@ -82,8 +84,9 @@ int pc_scenario_next(pc_scenario *scenario, pc_step *step, pc_load_error *error)
     pc::runner::Step s;
     bool done = false;
     pc::yaml::LoadError e;
-    if (!scenario->reader.next_step(s, done, e)) {
-        fill(error, e);
+    if (!scenario->failed && !scenario->reader.next_step(s, done, e)) scenario->failed = e;
+    if (scenario->failed) {
+        fill(error, *scenario->failed);
         return -1;
     }
     if (done) return 0;

@@ -57,8 +57,9 @@ typedef struct pc_step {
 pc_scenario *pc_scenario_open(const char *path, pc_load_error *error);
 const char *pc_scenario_name(const pc_scenario *scenario); /* "" when the file has none */
 const pc_scenario_config *pc_scenario_get_config(const pc_scenario *scenario);
-/* Reads the next step: 1 when one was read, 0 at the end of the file, -1 on error (*error filled).
- * The step's values stay valid until the next call: one step is in memory at a time. */
+/* Reads the next step: 1 when one was read, 0 at the end of the file, -1 on error (*error filled;
+ * every later call gives the same error). The step's values stay valid until the next call: one
+ * step is in memory at a time. */
 int pc_scenario_next(pc_scenario *scenario, pc_step *step, pc_load_error *error);
 void pc_scenario_free(pc_scenario *scenario);
 

@@ -49,6 +49,7 @@ std::string describe(simdjson::error_code code) {
     switch (code) {
     case simdjson::UNCLOSED_STRING: return "a string is not closed";
     case simdjson::UTF8_ERROR: return "the text is not valid UTF-8";
+    case simdjson::UNESCAPED_CHARS: return "a control character inside a string (write it escaped, such as \\n)";
     case simdjson::NUMBER_ERROR: return "malformed number";
     case simdjson::T_ATOM_ERROR: case simdjson::F_ATOM_ERROR: case simdjson::N_ATOM_ERROR:
         return "malformed JSON: expected a value (true, false, null, a number, a string, [ or {)";

@@ -63,6 +63,14 @@ std::string describe(simdjson::error_code code) {
     }
 }
 
+// A well-formed integer literal too long for 64 bits (the parser refuses it as a number).
+bool is_big_integer(std::string_view token) {
+    size_t end = token.find_first_of(" \t\r\n,]}");
+    std::string_view digits = token.substr(0, end);
+    if (!digits.empty() && digits[0] == '-') digits.remove_prefix(1);
+    return digits.size() >= 19 && digits[0] != '0' && digits.find_first_not_of("0123456789") == std::string_view::npos;
+}
+
 // Turns one on-demand value into the value model, positions from the bytes the values start at.
 struct Builder {
     ValueBuilder &values;
@@ -131,7 +139,7 @@ struct Builder {
     bool number(od::value v, std::string_view token, json::Position at, JSON_Value *&out) {
         od::number n;
         auto code = v.get_number().get(n);
-        if (code == simdjson::NUMBER_ERROR && token.find_first_not_of("-0123456789 \t\r\n") == std::string_view::npos) {
+        if (code == simdjson::NUMBER_ERROR && is_big_integer(token)) {
             out = json::make_number(arena, std::strtod(std::string(token).c_str(), nullptr), at);
             return true;
         }

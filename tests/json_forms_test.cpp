@@ -171,6 +171,7 @@ TEST(JsonForms, MessagesNameLineAndColumn) {
         {".jsonl", "{\"expect\": {}}\n{\"expect\": {\"mismatches\": tru}}\n", "2:27: malformed JSON"},
         {".jsonl", "{\"expect\": {}}\n{\"send\": \"text\n", "2:1: a string is not closed"},
         {".jsonl", "{\"expect\": {}}\n{\"bogus\": 1}\n", "2:11: unknown step kind 'bogus'"},
+        {".jsonl", "{\"expect\": {\"mismatches\": 00}}\n", "1:27: malformed number"},
         {".jsonl", std::string("{\"expect\": {}}\n\0\0\n", 18), "2:1: "}, // a line of NUL bytes is not blank
         {".json", "{\"steps\": [\n  {\"expect\": {\"mismatches\": 1, \"mismatches\": 2}}\n]}\n", "2:32: duplicate key 'mismatches'"},
         {".json", "{\"colour\": 1, \"steps\": []}\n", "1:2: unknown top-level key 'colour'"},
@@ -248,6 +249,19 @@ TEST(JsonForms, AFirstLineWithAStepKindIsAStepEvenWithAName) {
     EXPECT_FALSE(o.result.invalid) << o.result.error;
     EXPECT_EQ(o.result.steps, 2u);
     EXPECT_NE(o.recording.find("\"op\": \"create\""), std::string::npos);
+}
+
+// Lines cut by the window's edge are carried into the next fill: every step is read once and
+// the line numbers stay exact over several megabytes.
+TEST(JsonForms, JsonLinesCountsLinesAcrossWindowRefills) {
+    std::string text = "{\"config\": {\"mode\": \"server\"}}\n";
+    const int steps = 60000; // about 2.5 MB: several fills of a 1 MiB window
+    for (int i = 0; i < steps; ++i) text += "{\"expect\": {\"mismatches\": " + std::string(i % 7 ? "0" : " 0") + "}}\n";
+    text += "{\"expect\": {\"mismatches\": 0, \"bogus\": 1}}\n";
+    Outcome o = run(".jsonl", text);
+    EXPECT_TRUE(o.result.invalid);
+    EXPECT_EQ(o.result.steps, size_t(steps) + 1);
+    EXPECT_EQ(where(o.result.error).rfind(std::to_string(steps + 2) + ":39: expect: has no 'bogus'", 0), 0u) << o.result.error;
 }
 
 } // namespace

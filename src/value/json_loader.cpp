@@ -49,6 +49,7 @@ std::string describe(simdjson::error_code code) {
     switch (code) {
     case simdjson::UNCLOSED_STRING: return "a string is not closed";
     case simdjson::UTF8_ERROR: return "the text is not valid UTF-8";
+    case simdjson::UNESCAPED_CHARS: return "a control character inside a string (write it escaped, such as \\n)";
     case simdjson::NUMBER_ERROR: return "malformed number";
     case simdjson::T_ATOM_ERROR: case simdjson::F_ATOM_ERROR: case simdjson::N_ATOM_ERROR:
         return "malformed JSON: expected a value (true, false, null, a number, a string, [ or {)";
@@ -60,6 +61,14 @@ std::string describe(simdjson::error_code code) {
     case simdjson::STRING_ERROR: return "malformed string (a bad escape or a control character)";
     default: return std::string("malformed JSON (") + simdjson::error_message(code) + ")";
     }
+}
+
+// A well-formed integer literal too long for 64 bits (the parser refuses it as a number).
+bool is_big_integer(std::string_view token) {
+    size_t end = token.find_first_of(" \t\r\n,]}");
+    std::string_view digits = token.substr(0, end);
+    if (!digits.empty() && digits[0] == '-') digits.remove_prefix(1);
+    return digits.size() >= 19 && digits[0] != '0' && digits.find_first_not_of("0123456789") == std::string_view::npos;
 }
 
 // Turns one on-demand value into the value model, positions from the bytes the values start at.
@@ -130,8 +139,8 @@ struct Builder {
     bool number(od::value v, std::string_view token, json::Position at, JSON_Value *&out) {
         od::number n;
         auto code = v.get_number().get(n);
-        if (code == simdjson::NUMBER_ERROR && token.find_first_not_of("-0123456789 \t\r\n") == std::string_view::npos) {
-            std::string_view digits = token.substr(0, token.find_first_of(" \t\r\n"));
+        if (code == simdjson::NUMBER_ERROR && is_big_integer(token)) {
+            std::string_view digits = token.substr(0, token.find_first_of(" \t\r\n,]}"));
             return fail(at, "the integer " + std::string(digits) + " does not fit in 64 bits (-9223372036854775808 to 18446744073709551615)");
         }
         if (code) return fail(at, describe(code));

@@ -134,7 +134,7 @@ TEST(Converters, EverydaySpellingsGiveTheSameNativeValue) {
         {"\"0102030405060708090a0b0\"", json_convert_id, "v: expected a number, got"}, // 23 digits: neither form
         {"\"0x0102030405060708090a0b0c0d\"", json_convert_id, "v: expected a number, \"0x\" and up to 24 hex digits, or exactly 24"},
         {"DOWNWARD", json_convert_dpa_bfdoff_local_state_en, "v: unknown value 'DOWNWARD'"},
-        {"010203040506070809101112", json_convert_id, "v: the number 1.0203040506070809e+22 is too large for a number; write the value as hex"},
+        // an unquoted 24-digit id does not reach the converter: the loader refuses integers beyond 64 bits
     };
     alignas(8) uint8_t out[64];
     for (const Refused &r : refused) {

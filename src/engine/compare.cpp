@@ -75,10 +75,12 @@ void compare_members(const TypeDesc &type, const RecordMembers &members, PROCESS
 }
 
 // A number probe reads as %ld after truncation toward zero; from 2^63 up it converts as unsigned.
-// Numbers beyond 64 bits (and NaN, the infinities) probe as 0: their conversion would be undefined.
+// A number with no 64-bit integer (infinities, NaN, beyond the range) probes as the x86-64
+// conversion's "integer indefinite" 0x8000000000000000, without an undefined conversion.
 long probe_number(double d) {
-    if (!(d >= -9223372036854775808.0 && d < 18446744073709551616.0)) return 0;
-    return d >= 9223372036854775808.0 ? long(static_cast<unsigned long>(d)) : long(d);
+    if (d >= -0x1p63 && d < 0x1p63) return long(d);
+    if (d >= 0x1p63 && d < 0x1p64) return long(static_cast<unsigned long>(d));
+    return std::numeric_limits<long>::min();
 }
 
 void compare_state(const TypeDesc &type, const JSON_Object *record, PROCESS *context, Obj obj) {

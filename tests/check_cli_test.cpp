@@ -1,5 +1,6 @@
 // planecheck check and run --strict as users run them, the step lines of steps that ran nothing,
 // and the reports of files that the library ends.
+#include "files.hpp"
 #include "process.hpp"
 
 #include <gtest/gtest.h>
@@ -20,11 +21,7 @@ Result run(const std::string &args, bool with_stderr = true) {
 
 std::string scenario(const char *name) { return std::string(PC_SCENARIOS) + "/" + name; }
 
-std::string read_file(const std::string &path) {
-    std::stringstream s;
-    s << std::ifstream(path).rdbuf();
-    return s.str();
-}
+using pc::test::read_file;
 
 bool has(const std::string &text, const std::string &part) { return text.find(part) != std::string::npos; }
 

@@ -1,4 +1,5 @@
 // The planecheck command line as users run it: exit codes, messages, the summary.
+#include "files.hpp"
 #include "process.hpp"
 
 #include <gtest/gtest.h>
@@ -26,11 +27,7 @@ Result run_with(const std::string &environment, const std::string &args) {
 
 std::string scenario(const char *name) { return std::string(PC_SCENARIOS) + "/" + name; }
 
-std::string read_file(const std::string &path) {
-    std::stringstream s;
-    s << std::ifstream(path).rdbuf();
-    return s.str();
-}
+using pc::test::read_file;
 
 bool has(const Result &r, const std::string &text) { return r.output.find(text) != std::string::npos; }
 

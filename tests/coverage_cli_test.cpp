@@ -1,4 +1,5 @@
 // run --coverage and planecheck coverage as users run them, on the examples.
+#include "files.hpp"
 #include "process.hpp"
 
 #include <gtest/gtest.h>
@@ -23,11 +24,7 @@ std::string temp_path() {
     return path;
 }
 
-std::string read_file(const std::string &path) {
-    std::stringstream s;
-    s << std::ifstream(path).rdbuf();
-    return s.str();
-}
+using pc::test::read_file;
 
 bool has(const Outcome &r, const std::string &text) { return r.output.find(text) != std::string::npos; }
 

@@ -1,5 +1,6 @@
 // Every end of a run keeps its evidence: the library's exit and assertions, a stop signal, and
 // files run in processes of their own, whose parts must all arrive and whose failures must show.
+#include "files.hpp"
 #include "process.hpp"
 
 #include <gtest/gtest.h>
@@ -25,11 +26,7 @@ std::string write_file(const std::string &name, const std::string &text) {
     return path;
 }
 
-std::string read_file(const std::string &path) {
-    std::stringstream s;
-    s << std::ifstream(path).rdbuf();
-    return s.str();
-}
+using pc::test::read_file;
 
 size_t count(const std::string &text, const std::string &what) {
     size_t n = 0;

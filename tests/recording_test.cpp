@@ -1,6 +1,7 @@
 // The recording tools: the reader of the recorder format, diff and replay, and the round trip
 // that proves replay faithful: run with a recorder, replay that recording with another, and the
 // two recordings compare equal.
+#include "files.hpp"
 #include "descriptors.hpp"
 #include "common.hpp"
 #include "recorder_sink.hpp"
@@ -36,11 +37,7 @@ std::string write_temp(const std::string &text, const char *suffix) {
     return path;
 }
 
-std::string read_file(const std::string &path) {
-    std::stringstream s;
-    s << std::ifstream(path).rdbuf();
-    return s.str();
-}
+using pc::test::read_file;
 
 // Runs a scenario with the recorder on; the run must pass.
 void record_run(const std::string &scenario, const std::string &recording) {

@@ -69,7 +69,7 @@ fuzz-deps:
 
 fuzz-build: fuzz-deps
 	@cmake --preset fuzz >/dev/null
-	@cmake --build --preset fuzz -j $(JOBS)
+	@cmake --build --preset fuzz -j $(JOBS) --target $(addsuffix _fuzz,$(FUZZ_TARGETS))
 
 # Runs each fuzz target for FUZZ_SECONDS, from its checked-in seeds (fuzz/corpus/TARGET, only read)
 # and what earlier runs found (build-fuzz/corpus/TARGET). A finding stops the run with its input

@@ -14,7 +14,11 @@ function(pc_add_c_abi_library name output_name)
   add_library(${name} SHARED ${objects})
   set_target_properties(${name} PROPERTIES OUTPUT_NAME ${output_name} VERSION ${PROJECT_VERSION} SOVERSION 0
                                            LINK_DEPENDS ${CMAKE_SOURCE_DIR}/cmake/c_abi.map)
-  target_link_options(${name} PRIVATE -Wl,--version-script=${CMAKE_SOURCE_DIR}/cmake/c_abi.map -Wl,--no-undefined)
+  target_link_options(${name} PRIVATE -Wl,--version-script=${CMAKE_SOURCE_DIR}/cmake/c_abi.map)
+  # clang leaves the sanitizer runtimes out of shared libraries: their symbols come from the program
+  if(NOT PC_FUZZ)
+    target_link_options(${name} PRIVATE -Wl,--no-undefined)
+  endif()
   foreach(dir ${PC_PUBLIC_INCLUDE_DIRS})
     target_include_directories(${name} INTERFACE $<BUILD_INTERFACE:${dir}>)
   endforeach()

@@ -244,7 +244,7 @@ struct Replayer::Impl {
         return it != handle_names_.end() ? "\"" + it->second + "\"" : std::to_string(h);
     }
 
-    using Values = std::vector<ReplayValue>;
+    using Values = std::vector<Field>;
 
     static void add_value(Values &out, const std::string &key, std::string json, uint32_t line) {
         out.push_back({key, std::move(json), line});
@@ -496,7 +496,7 @@ struct Replayer::Impl {
         ReplayRecord &r = step.records.emplace_back();
         r.line = o.record->line;
         r.fields.push_back({"op", fmt::format("\"{} {}\"", o.type->name, o.op), o.record->line});
-        for (ReplayValue &v : values) r.fields.push_back(std::move(v));
+        for (Field &v : values) r.fields.push_back(std::move(v));
         ready_.push_back(std::move(step));
     }
 
@@ -578,8 +578,8 @@ std::string yaml_string(const std::string &s) {
     return out + '"';
 }
 
-void print_values(FILE *out, const std::vector<ReplayValue> &values) {
-    for (size_t i = 0; i < values.size(); ++i) fmt::print(out, "{}{}: {}", i ? ", " : "", values[i].key, values[i].json);
+void print_values(FILE *out, const std::vector<Field> &values) {
+    for (size_t i = 0; i < values.size(); ++i) fmt::print(out, "{}{}: {}", i ? ", " : "", values[i].name, values[i].value);
 }
 
 void print_record(FILE *out, const ReplayRecord &r) {
@@ -620,14 +620,14 @@ void print_step(FILE *out, const ReplayStep &step, const std::string &path) {
 
 const char *name_at(Arena &arena, const std::string &s) { return arena.copy_string(s); }
 
-JSON_Value *object_of(Arena &arena, const std::vector<ReplayValue> &values, const std::vector<std::vector<ReplayValue>> *members,
+JSON_Value *object_of(Arena &arena, const std::vector<Field> &values, const std::vector<std::vector<Field>> *members,
                       uint32_t line) {
     size_t n = values.size() + (members && !members->empty() ? 1 : 0);
     const char **names = arena.make_array<const char *>(n);
     JSON_Value **items = arena.make_array<JSON_Value *>(n);
     for (size_t i = 0; i < values.size(); ++i) {
-        names[i] = name_at(arena, values[i].key);
-        items[i] = parse_json(arena, values[i].json, values[i].line);
+        names[i] = name_at(arena, values[i].name);
+        items[i] = parse_json(arena, values[i].value, values[i].line);
         if (!items[i]) items[i] = json::make_null(arena, {values[i].line, 1});
     }
     if (n > values.size()) {

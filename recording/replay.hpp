@@ -38,16 +38,9 @@ struct ReplayConfig {
     std::string node = "node0";
 };
 
-// One key of a record: its value as JSON text, and the recording's line it comes from.
-struct ReplayValue {
-    std::string key;
-    std::string json;
-    uint32_t line = 0;
-};
-
 struct ReplayRecord {
-    std::vector<ReplayValue> fields;
-    std::vector<std::vector<ReplayValue>> members; // element attributes, one list per element
+    std::vector<Field> fields;
+    std::vector<std::vector<Field>> members; // element attributes, one list per element
     uint32_t line = 0;                             // the recorded record's first line
 };
 

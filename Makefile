@@ -3,7 +3,10 @@
 PRESET ?= $(if $(CI),ci,default)
 JOBS ?= $(shell nproc)
 DEPS := cmake ninja-build g++ pkg-config libyaml-dev libfmt-dev libcli11-dev \
-        libgtest-dev libgmock-dev libbenchmark-dev libsimdjson-dev libmimalloc-dev help2man dpkg-dev file
+        libgtest-dev libgmock-dev libbenchmark-dev libsimdjson-dev libmimalloc-dev help2man dpkg-dev file \
+        python3-jsonschema python3-yaml
+# node and npm install the YAML language server of the editor test; a node that brings its own npm will do.
+NODE_DEPS := $(if $(shell command -v npm),,nodejs npm)
 
 # The fuzz targets need clang and its runtime libraries (libFuzzer, the sanitizers).
 FUZZ_DEPS := clang-14 libclang-rt-14-dev
@@ -30,7 +33,7 @@ define install_missing
 endef
 
 deps:
-	$(call install_missing,$(DEPS))
+	$(call install_missing,$(DEPS) $(NODE_DEPS))
 
 configure: deps
 	@cmake --preset $(PRESET) >/dev/null

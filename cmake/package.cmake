@@ -18,6 +18,7 @@ install(TARGETS planecheck_cli ${PC_INSTALLED_LIBRARIES} EXPORT planecheckTarget
         RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR} LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR})
 install(DIRECTORY src/value/include/ platform/include/ src/engine/include/ DESTINATION ${CMAKE_INSTALL_INCLUDEDIR})
 install(FILES ${PC_GEN_HEADERS} DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/planecheck)
+install(FILES ${PC_GEN_SCHEMA} DESTINATION ${CMAKE_INSTALL_DATADIR}/planecheck)
 
 set(PC_CMAKE_DIR ${CMAKE_INSTALL_LIBDIR}/cmake/planecheck)
 install(EXPORT planecheckTargets NAMESPACE planecheck:: DESTINATION ${PC_CMAKE_DIR})
@@ -58,7 +59,7 @@ set(CPACK_PACKAGE_VERSION ${PROJECT_VERSION})
 set(CPACK_PACKAGE_DESCRIPTION_SUMMARY "drives a data-plane object interface from YAML scenario files")
 set(CPACK_PACKAGE_DESCRIPTION "planecheck runs scenario files against a data-plane object interface and checks what \
 comes back. The package holds the command, the engine, the reference data plane simplane, the JSON value model, \
-the C headers, a CMake package, a pkg-config file, a man page and bash completion.")
+the C headers, a CMake package, a pkg-config file, a man page, bash completion and the JSON Schema of scenario files.")
 set(CPACK_PACKAGING_INSTALL_PREFIX /usr)
 set(CPACK_STRIP_FILES ON)
 set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)

@@ -26,7 +26,7 @@ _planecheck() {
         if [ "$prev" = --describe ]; then
             COMPREPLY=($(compgen -W "$("${COMP_WORDS[0]}" catalogue --list 2>/dev/null)" -- "$cur"))
         else
-            COMPREPLY=($(compgen -W "--list --stats --describe --help" -- "$cur"))
+            COMPREPLY=($(compgen -W "--list --stats --describe --schema --help" -- "$cur"))
         fi
         return
         ;;

@@ -3,12 +3,21 @@
 
 #include "catalogue_totals.hpp"
 #include "engine.hpp"
+#include "value_forms.hpp"
 
 #include <fmt/format.h>
 
+#include <cstdio>
 #include <string_view>
 
 namespace pc::runner {
+
+extern const char *const kScenarioSchema[]; // written by catgen
+extern const size_t kScenarioSchemaPieces;
+
+void print_schema() {
+    for (size_t i = 0; i < kScenarioSchemaPieces; ++i) std::fputs(kScenarioSchema[i], stdout);
+}
 
 void list_types() {
     for (size_t i = 0; i < engine::kTypeCount; ++i) fmt::print("{}\n", engine::kTypes[i]->name);
@@ -94,6 +103,7 @@ void print_stats() {
         s.key_converters += n.size() > 10 && n.substr(0, 4) == "dpa_" && n.substr(n.size() - 6) == "_key_t";
     }
     s.value_types = kValueTypeCount;
+    for (size_t i = 0; i < support::kValueFormCount; ++i) s.enum_values += support::kValueForms[i]->value_count;
     print_totals(s);
 }
 

@@ -210,13 +210,15 @@ int main(int argc, char **argv) {
     auto *check = app.add_subcommand("check", "read and validate scenario files without running them");
     check->add_option("files", check_options.files, "scenario files")->required()->check(CLI::ExistingFile);
 
-    bool list = false, stats = false;
+    bool list = false, stats = false, schema = false;
     std::string describe;
     auto *catalogue = app.add_subcommand("catalogue", "show the object catalogue");
     auto *list_flag = catalogue->add_flag("--list", list, "print the object type names in catalogue order");
     auto *stats_flag = catalogue->add_flag("--stats", stats, "print the catalogue's totals")->excludes(list_flag);
-    catalogue->add_option("--describe", describe, "print what a record of object type TYPE may carry")
+    auto *describe_option = catalogue->add_option("--describe", describe, "print what a record of object type TYPE may carry")
         ->excludes(list_flag)->excludes(stats_flag);
+    catalogue->add_flag("--schema", schema, "print the JSON Schema of scenario files, for editors")
+        ->excludes(list_flag)->excludes(stats_flag)->excludes(describe_option);
 
     std::string diff_a, diff_b;
     std::vector<std::string> ignore;
@@ -265,6 +267,7 @@ int main(int argc, char **argv) {
             return 2;
         }
         if (stats) pc::runner::print_stats();
+        else if (schema) pc::runner::print_schema();
         else pc::runner::list_types();
         return 0;
     }

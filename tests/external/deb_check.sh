@@ -14,10 +14,12 @@ dpkg -x "$deb" "$work/root"
 usr=$work/root/usr
 for file in bin/planecheck share/man/man1/planecheck.1 share/bash-completion/completions/planecheck \
             include/planecheck/loader.h include/planecheck/dpa_api.h lib/pkgconfig/planecheck.pc \
-            lib/cmake/planecheck/planecheckConfig.cmake lib/libplanecheck.so.0; do
+            lib/cmake/planecheck/planecheckConfig.cmake lib/libplanecheck.so.0 share/planecheck/scenario.schema.json; do
     [ -e "$usr/$file" ] || fail "no /usr/$file in the package"
 done
 "$usr/bin/planecheck" --version | grep -q "^planecheck " || fail "the packaged command does not run"
+"$usr/bin/planecheck" catalogue --schema | cmp -s - "$usr/share/planecheck/scenario.schema.json" ||
+    fail "catalogue --schema differs from the packaged schema file"
 grep -q "TEST_SHARD_INDEX" "$usr/share/man/man1/planecheck.1" || fail "the man page lacks its ENVIRONMENT section"
 grep -qF -- '\-\-describe' "$usr/share/man/man1/planecheck.1" || fail "the man page lacks the subcommands' options"
 

@@ -19,10 +19,14 @@ std::string simplane_layouts(const Catalogue &cat);
 std::string simplane_shard(const Catalogue &cat, int shard);
 std::string engine_shard(const Catalogue &cat, int shard);
 std::string engine_catalogue(const Catalogue &cat);
+std::string scenario_schema(const Catalogue &cat);      // scenario.schema.json
+std::string schema_source(const std::string &schema);  // the schema as a C++ constant
 
 // The native C type of an attribute's value as accessors see it.
 inline std::string c_type(const Attribute &a) { return a.type->c_type(); }
 
+// The C constant prefix of an enum's values: DPA_BFDOFF_LOCAL_STATE_ for dpa_bfdoff_local_state_en.
+std::string enum_constant_prefix(const std::string &enum_name);
 std::string key_type(const ObjectType &t);   // dpa_<obj>_key_t
 std::string role_accessor(const ObjectType &t, const RolePair &p, const char *verb, const char *form);
 

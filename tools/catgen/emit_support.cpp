@@ -34,7 +34,9 @@ const char *form_name(Form f) {
 
 std::string var(const ValueType &vt) { return "vt_" + vt.name; }
 
-std::string constant_prefix(const std::string &name) {
+} // namespace
+
+std::string enum_constant_prefix(const std::string &name) {
     std::string base = name;
     for (const char *suffix : {"_en", "_e"})
         if (base.size() > strlen(suffix) && base.compare(base.size() - strlen(suffix), strlen(suffix), suffix) == 0) {
@@ -44,8 +46,6 @@ std::string constant_prefix(const std::string &name) {
     std::transform(base.begin(), base.end(), base.begin(), ::toupper);
     return base + "_";
 }
-
-} // namespace
 
 std::string support_value_forms(const Catalogue &cat) {
     std::string out = "// Generated from the catalogue by catgen. Do not edit.\n"
@@ -60,7 +60,7 @@ std::string support_value_forms(const Catalogue &cat) {
             for (const auto &[n, v] : vt.enum_values) out += fmt::format("{{\"{}\", {}}}, ", n, v);
             out += "};\n";
             values = "values_" + vt.name;
-            prefix = fmt::format("\"{}\"", constant_prefix(vt.name));
+            prefix = fmt::format("\"{}\"", enum_constant_prefix(vt.name));
         }
         if (!vt.fields.empty()) {
             out += fmt::format("static const FieldForm fields_{}[] = {{", vt.name);

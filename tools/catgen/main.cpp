@@ -64,6 +64,9 @@ int main(int argc, char **argv) {
               write_if_changed(dir / "support_value_forms.cpp", catgen::support_value_forms(cat)) &&
               write_if_changed(dir / "simplane_layouts.cpp", catgen::simplane_layouts(cat)) &&
               write_if_changed(dir / "engine_catalogue.cpp", catgen::engine_catalogue(cat));
+    std::string schema = catgen::scenario_schema(cat);
+    ok = ok && write_if_changed(dir / "scenario.schema.json", schema) &&
+         write_if_changed(dir / "scenario_schema.cpp", catgen::schema_source(schema));
     for (int s = 0; ok && s < catgen::kShards; ++s)
         ok = write_if_changed(dir / fmt::format("simplane_api_{}.cpp", s), catgen::simplane_shard(cat, s)) &&
              write_if_changed(dir / fmt::format("engine_types_{}.cpp", s), catgen::engine_shard(cat, s));

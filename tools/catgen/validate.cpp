@@ -222,6 +222,7 @@ pc::CatalogueTotals totals(const Catalogue &cat) {
         s.key_converters += t.key_converter;
     }
     s.value_types = cat.value_types.size();
+    for (const auto &vt : cat.value_types) s.enum_values += vt.enum_values.size();
     return s;
 }
 

@@ -1,0 +1,175 @@
+"""The scenario schema against the scenarios, the traps that planecheck check finds, and the catalogue.
+
+usage: schema_test.py PLANECHECK CATGEN SOURCE_DIR SCHEMA_FILE
+"""
+import glob
+import json
+import os
+import re
+import subprocess
+import sys
+import unittest
+
+import jsonschema
+
+import scenario_yaml
+
+PLANECHECK, CATGEN, SOURCE, SCHEMA_FILE = sys.argv[1:5]
+
+# Test scenarios written to be refused or to provoke findings, left out of "every scenario validates":
+DELIBERATELY_INVALID = {
+    "traps.yaml": "every trap planecheck check knows, one per line",
+    "unknown_table.yaml": "a table that is no object type, to end the run with exit status 1",
+    "unknown_keys.yaml": "misspelled record keys, to be reported as value errors",
+    "bad_values.yaml": "values their converters refuse, to be counted as value errors",
+    "bad_step.yaml": "a step kind that does not exist, to be refused",
+    "bad_inject.yaml": "an inject: step planecheck refuses",
+    "bad_yaml.yaml": "a YAML syntax error",
+    "empty_batch.yaml": "an empty batch, which ends the process by an assertion",
+    "batch.yaml": "a misspelled element attribute (forward_clas) that the batch passes over",
+}
+
+# The traps the schema must flag as well, by the words of their "# trap:" comment.
+SCHEMA_TRAPS = ("unknown table", "no such op", "eod on a type without end of data", "unknown record key",
+                "enum number outside its values")
+
+
+def run(*args):
+    return subprocess.run(args, capture_output=True, text=True, check=False)
+
+
+def output(*args):
+    result = run(*args)
+    return result.stdout + result.stderr
+
+
+def stats(output):
+    return dict(line.split(": ", 1) for line in output.splitlines() if ": " in line)
+
+
+class Schema:
+    text = run(PLANECHECK, "catalogue", "--schema").stdout
+    document = json.loads(text)
+    validator = jsonschema.Draft7Validator(document)
+
+    @classmethod
+    def step_errors(cls, step):
+        """What the schema finds in one step, validated as the steps of a file are."""
+        one_step = dict(cls.document, required=[], properties={"steps": cls.document["properties"]["steps"]})
+        return list(jsonschema.Draft7Validator(one_step).iter_errors({"steps": [step]}))
+
+
+class TheSchemaIsWellFormed(unittest.TestCase):
+    def test_the_command_prints_the_generated_file(self):
+        with open(SCHEMA_FILE, encoding="utf-8") as f:
+            self.assertEqual(Schema.text, f.read())
+        jsonschema.Draft7Validator.check_schema(Schema.document)
+        self.assertEqual(Schema.document["$schema"], "http://json-schema.org/draft-07/schema#")
+
+    def test_every_reference_resolves(self):
+        definitions = Schema.document["definitions"]
+        refs = set(re.findall(r'"\$ref":\s*"#/definitions/([^"]+)"', Schema.text))
+        self.assertTrue(refs)
+        self.assertEqual(sorted(refs - definitions.keys()), [])
+
+
+class ScenariosValidate(unittest.TestCase):
+    def scenario_files(self):
+        files = sorted(glob.glob(os.path.join(SOURCE, "examples", "*.yaml")))
+        files += sorted(glob.glob(os.path.join(SOURCE, "tests", "scenarios", "*.yaml")))
+        self.assertGreater(len(files), 10)
+        return [f for f in files if os.path.basename(f) not in DELIBERATELY_INVALID]
+
+    def test_every_example_and_test_scenario_validates(self):
+        for path in self.scenario_files():
+            with self.subTest(path=os.path.relpath(path, SOURCE)):
+                errors = [f"{list(e.absolute_path)}: {e.message[:200]}" for e in Schema.validator.iter_errors(scenario_yaml.load(path))]
+                self.assertEqual(errors, [])
+
+    def test_the_left_out_files_exist(self):
+        for name in DELIBERATELY_INVALID:
+            self.assertTrue(os.path.exists(os.path.join(SOURCE, "tests", "scenarios", name)), name)
+
+    def test_value_forms_the_converters_take_validate(self):
+        good = [{"op": "create", "key_a": "0x10", "attr_a1": "ENOENT", "attr_a2": True, "attr_a3": "NOT_SET",
+                 "do_test_shared_key": "Yes", "rdesc_id_test1": {"pool": 1, "index": "2"}, "hdl": "if1",
+                 "testethport_refhdl": "eth1", "eth_obj_testethport_refkey": {"port_id": 3},
+                 "members": [{"npu_op_count": 5}]},
+                {"op": "get", "key_a": 4294967295, "rc": "DONT_CARE"}]
+        self.assertEqual(Schema.step_errors({"send": {"test_if": good}}), [])
+        self.assertEqual(Schema.step_errors({"send": {"bfdoff": [{"op": "create", "local_state": "UP"},
+                                                                 {"op": "create", "local_state": "Dpa_BfdOff_Local_State_Init"},
+                                                                 {"op": "create", "local_state": 3}]}}), [])
+
+    def test_values_the_converters_refuse_are_errors(self):
+        for record in ({"op": "create", "key_a": 4294967296}, {"op": "create", "key_a": -1},
+                       {"op": "create", "attr_a1": "five"}, {"op": "create", "rdesc_id_test1": {"pool": 1, "slot": 2}},
+                       {"op": "create", "do_test_shared_key": "maybe"}, {"op": "getx"},
+                       {"op": "create", "members": [{"npu_op_cnt": 1}]}):
+            with self.subTest(record=record):
+                self.assertNotEqual(Schema.step_errors({"send": {"test_if": [record]}}), [])
+        self.assertNotEqual(Schema.step_errors({"send": {"bfdoff": [{"op": "create", "local_state": "upp"}]}}), [])
+        self.assertNotEqual(Schema.step_errors({"sdk": {"test_if": [{"op": "get"}]}}), [])  # sdk: without send:
+        self.assertNotEqual(Schema.step_errors({"send": {"test_if": []}, "dump": {"test_if": []}}), [])
+
+
+class TrapsAreSchemaErrors(unittest.TestCase):
+    def test_each_trap_check_finds_is_a_schema_error(self):
+        path = os.path.join(SOURCE, "tests", "scenarios", "traps.yaml")
+        findings = {int(m.group(1)) for m in re.finditer(r"traps\.yaml:(\d+):\d+: ", output(PLANECHECK, "check", path))}
+        with open(path, encoding="utf-8") as f:
+            traps = {n: line.split("# trap:")[1].strip() for n, line in enumerate(f, 1) if "# trap:" in line}
+        steps = scenario_yaml.load(path)["steps"]
+        lines = scenario_yaml.step_lines(path)
+        flagged = 0
+        for number, (first, last) in enumerate(lines):
+            trap_lines = [n for n in traps if first <= n <= last]
+            errors = Schema.step_errors(steps[number])
+            if not trap_lines:
+                self.assertEqual(errors, [], f"line {first} has no trap")
+                continue
+            for n in trap_lines:
+                if traps[n].startswith(SCHEMA_TRAPS):
+                    with self.subTest(line=n, trap=traps[n]):
+                        self.assertIn(n, findings, "planecheck check finds it")
+                        self.assertNotEqual(errors, [], "the schema finds it")
+                        flagged += 1
+        self.assertEqual(flagged, 8)
+
+
+class CountsMatchTheCatalogue(unittest.TestCase):
+    def test_types_attributes_and_enum_values(self):
+        built = stats(run(PLANECHECK, "catalogue", "--stats").stdout)
+        generator = stats(run(CATGEN, "--stats", "--objects", os.path.join(SOURCE, "catalogue", "objects.yaml"),
+                              "--value-types", os.path.join(SOURCE, "catalogue", "value_types.yaml")).stdout)
+        self.assertEqual(built, generator)
+        definitions = Schema.document["definitions"]
+        records = {name[5:]: d for name, d in definitions.items() if name.startswith("type.")}
+        attributes = roles = 0
+        for record in records.values():
+            element = record["properties"].get("members", {}).get("items", {}).get("properties", {})
+            for prop in list(record["properties"].values()) + list(element.values()):
+                described = prop.get("description", "")
+                if prop.get("$ref", "").startswith("#/definitions/attr."):
+                    roles += "(role " in described and described.startswith("refhdl")
+                    attributes += "(role " not in described
+        enum_values = sum(len(d["anyOf"][0]["enum"]) for name, d in definitions.items()
+                          if name.startswith("value.") and "one of " in d["description"])
+        value_types = [name for name in definitions if name.startswith("value.")]
+        self.assertEqual(len(records), int(built["types"]))
+        self.assertEqual(attributes, int(built["attributes with an is-set accessor"]))
+        self.assertEqual(roles, int(built["role-reference pairs"]))
+        self.assertEqual(enum_values, int(built["enum values"]))
+        self.assertEqual(len(value_types), int(built["value types"]))
+
+    def test_ops_follow_the_end_of_data_flag(self):
+        definitions = Schema.document["definitions"]
+        eod = [name[5:] for name, d in definitions.items()
+               if name.startswith("type.") and "eod" in d["properties"]["op"]["enum"]]
+        self.assertEqual(len(eod), int(stats(run(PLANECHECK, "catalogue", "--stats").stdout)["eod types"]))
+        self.assertIn("ipacl", eod)
+        self.assertNotIn("test_if", eod)
+
+
+if __name__ == "__main__":
+    unittest.main(argv=sys.argv[:1], verbosity=2)

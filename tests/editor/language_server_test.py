@@ -161,7 +161,7 @@ class TheEditorSeesTheCatalogue(unittest.TestCase):
 
     def test_completion_in_a_test_if_record_offers_its_attributes(self):
         labels = [item["label"] for item in self.completion]
-        print("completion at 'attr':", " ".join(label for label in labels if label.startswith("attr")), file=sys.stderr)
+        print("completion in a test_if record:", " ".join(labels), file=sys.stderr)
         for attribute in ("attr_a1", "attr_a5", "rdesc_id_test1", "eth_obj_testethport_refhdl", "npu_mask", "members"):
             self.assertIn(attribute, labels)
         self.assertNotIn("nh_id", labels)  # a key field of test_nh, not of test_if
@@ -171,12 +171,13 @@ class TheEditorSeesTheCatalogue(unittest.TestCase):
                                                            "position": {"line": ATTRIBUTE_LINE, "character": 12}})
         contents = hover["contents"]
         text = contents["value"] if isinstance(contents, dict) else json.dumps(contents)
-        self.assertIn("uint", text)
-        self.assertIn("unsigned 32-bit number", text)
+        print("hover on attr_a1:", text.replace("\n", " / "), file=sys.stderr)
+        self.assertIn("uint (value): unsigned 32-bit number", text)
 
     def test_a_misspelled_attribute_gets_a_diagnostic(self):
         diagnostics = self.server.diagnostics(self.uri)
         lines = {d["range"]["start"]["line"]: d["message"] for d in diagnostics}
+        print("diagnostic on atr_a1:", lines.get(MISSPELLED_LINE), file=sys.stderr)
         self.assertIn(MISSPELLED_LINE, lines)
         self.assertIn("atr_a1", lines[MISSPELLED_LINE])
         self.assertNotIn(ATTRIBUTE_LINE, lines)

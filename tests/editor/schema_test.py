@@ -154,7 +154,7 @@ class CountsMatchTheCatalogue(unittest.TestCase):
                     roles += "(role " in described and described.startswith("refhdl")
                     attributes += "(role " not in described
         enum_values = sum(len(d["anyOf"][0]["enum"]) for name, d in definitions.items()
-                          if name.startswith("value.") and "one of " in d["description"])
+                          if name.startswith("value.") and "enum" in d.get("anyOf", [{}])[0])
         value_types = [name for name in definitions if name.startswith("value.")]
         self.assertEqual(len(records), int(built["types"]))
         self.assertEqual(attributes, int(built["attributes with an is-set accessor"]))

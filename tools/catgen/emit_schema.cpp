@@ -153,15 +153,13 @@ std::string form_text(const ValueType &vt) {
 }
 
 // Each value type twice: its own forms, and as an attribute's value, where NOT_SET says that a
-// get expects the attribute absent.
+// get expects the attribute absent. The value types carry no description: an editor's hover then
+// shows the attribute's own (value type, kind, gate) beside the NOT_SET hint.
 void value_definitions(const Catalogue &cat, Members &defs) {
-    defs.push_back({"not_set", obj({{"const", q("NOT_SET")}, {"description", q("a get expects the attribute absent")}})});
+    defs.push_back({"not_set", obj({{"const", q("NOT_SET")}, {"description", q("or NOT_SET: a get expects the attribute absent")}})});
     for (const auto &vt : cat.value_types) {
-        std::string desc = q(vt.name + ": " + form_text(vt));
-        std::string forms = value_forms(vt);
-        forms.insert(1, "\"description\":" + desc + ",");
-        defs.push_back({"value." + vt.name, forms});
-        defs.push_back({"attr." + vt.name, obj({{"description", desc}, {"anyOf", any_of({def_ref("value." + vt.name), def_ref("not_set")})}})});
+        defs.push_back({"value." + vt.name, value_forms(vt)});
+        defs.push_back({"attr." + vt.name, obj({{"anyOf", any_of({def_ref("value." + vt.name), def_ref("not_set")})}})});
     }
 }
 
@@ -330,7 +328,6 @@ std::string scenario_schema(const Catalogue &cat) {
     for (size_t i = 0; i < defs.size(); ++i) definitions += (i ? ",\n" : "") + q(defs[i].first) + ":" + defs[i].second;
     definitions += "\n}";
     return obj({{"$schema", q("http://json-schema.org/draft-07/schema#")},
-                {"title", q("planecheck scenario")},
                 {"type", q("object")},
                 {"properties", obj({{"name", obj({{"type", q("string")}})},
                                     {"config", def_ref("config")},

@@ -8,6 +8,7 @@ import os
 import re
 import subprocess
 import sys
+import tempfile
 import unittest
 
 import jsonschema
@@ -90,25 +91,41 @@ class ScenariosValidate(unittest.TestCase):
         for name in DELIBERATELY_INVALID:
             self.assertTrue(os.path.exists(os.path.join(SOURCE, "tests", "scenarios", name)), name)
 
+    def check_finds(self, step):
+        """Whether planecheck check, which runs the real converters, finds anything in the step."""
+        with tempfile.NamedTemporaryFile("w", suffix=".json", delete=False) as f:
+            json.dump({"steps": [step]}, f)
+        try:
+            return run(PLANECHECK, "check", f.name).returncode != 0
+        finally:
+            os.unlink(f.name)
+
     def test_value_forms_the_converters_take_validate(self):
-        good = [{"op": "create", "key_a": "0x10", "attr_a1": "ENOENT", "attr_a2": True, "attr_a3": "NOT_SET",
-                 "do_test_shared_key": "Yes", "rdesc_id_test1": {"pool": 1, "index": "2"}, "hdl": "if1",
-                 "testethport_refhdl": "eth1", "eth_obj_testethport_refkey": {"port_id": 3},
-                 "members": [{"npu_op_count": 5}]},
-                {"op": "get", "key_a": 4294967295, "rc": "DONT_CARE"}]
-        self.assertEqual(Schema.step_errors({"send": {"test_if": good}}), [])
-        self.assertEqual(Schema.step_errors({"send": {"bfdoff": [{"op": "create", "local_state": "UP"},
-                                                                 {"op": "create", "local_state": "Dpa_BfdOff_Local_State_Init"},
-                                                                 {"op": "create", "local_state": 3}]}}), [])
+        records = [{"op": "create", "key_a": "0x10", "attr_a1": "ENOENT", "attr_a2": True, "attr_a3": "NOT_SET",
+                    "do_test_shared_key": "Yes", "rdesc_id_test1": {"pool": 1, "index": "2"}, "hdl": "if1",
+                    "testethport_refhdl": "0x1234", "eth_obj_testethport_refkey": {"port_id": 3},
+                    "members": [{"npu_op_count": 5}]},
+                   {"op": "get", "key_a": 4294967295, "rc": "DONT_CARE"}]
+        for step in ({"send": {"test_if": records}},
+                     {"send": {"bfdoff": [{"op": "create", "local_state": "UP"},
+                                          {"op": "create", "local_state": "Dpa_BfdOff_Local_State_Init"},
+                                          {"op": "create", "local_state": 3}]}}):
+            with self.subTest(step=step):
+                self.assertEqual(Schema.step_errors(step), [])
+                self.assertFalse(self.check_finds(step))
 
     def test_values_the_converters_refuse_are_errors(self):
-        for record in ({"op": "create", "key_a": 4294967296}, {"op": "create", "key_a": -1},
-                       {"op": "create", "attr_a1": "five"}, {"op": "create", "rdesc_id_test1": {"pool": 1, "slot": 2}},
-                       {"op": "create", "do_test_shared_key": "maybe"}, {"op": "getx"},
-                       {"op": "create", "members": [{"npu_op_cnt": 1}]}):
+        for type_name, record in (("test_if", {"op": "create", "key_a": 4294967296}), ("test_if", {"op": "create", "key_a": -1}),
+                                  ("test_if", {"op": "create", "attr_a1": "five"}),
+                                  ("test_if", {"op": "create", "rdesc_id_test1": {"pool": 1, "slot": 2}}),
+                                  ("test_if", {"op": "create", "do_test_shared_key": "maybe"}), ("test_if", {"op": "getx"}),
+                                  ("bfdoff", {"op": "create", "local_state": "upp"})):
+            step = {"send": {type_name: [record]}}
             with self.subTest(record=record):
-                self.assertNotEqual(Schema.step_errors({"send": {"test_if": [record]}}), [])
-        self.assertNotEqual(Schema.step_errors({"send": {"bfdoff": [{"op": "create", "local_state": "upp"}]}}), [])
+                self.assertNotEqual(Schema.step_errors(step), [])
+                self.assertTrue(self.check_finds(step))
+        # what only the schema sees: an element key that the library passes over, and step shapes
+        self.assertNotEqual(Schema.step_errors({"send": {"test_if": [{"op": "create", "members": [{"npu_op_cnt": 1}]}]}}), [])
         self.assertNotEqual(Schema.step_errors({"sdk": {"test_if": [{"op": "get"}]}}), [])  # sdk: without send:
         self.assertNotEqual(Schema.step_errors({"send": {"test_if": []}, "dump": {"test_if": []}}), [])
 

@@ -20,7 +20,8 @@ struct Platform {
 
     // The service member if the platform offers it, else null.
     template <class Member> Member offered(Member pc_platform_services::*member) const {
-        size_t end = reinterpret_cast<size_t>(&(static_cast<pc_platform_services *>(nullptr)->*member)) + sizeof(Member);
+        static const pc_platform_services layout{};
+        size_t end = size_t(reinterpret_cast<const char *>(&(layout.*member)) - reinterpret_cast<const char *>(&layout)) + sizeof(Member);
         return services && services->size >= end ? services->*member : nullptr;
     }
     // Why a step kind ("inject", "npu_result", "sdk") cannot run on this platform, or "".

@@ -111,7 +111,9 @@ private:
         context_.session.log = [this](int level, const std::string &text, uint32_t line) { print_log(text, line, level); };
         context_.session.on_record = [this](const JSON_Value *record) { check_handle_read(record); };
         if (options_.coverage) measure_coverage(*options_.coverage);
-        if (auto set_trace = platform_.offered(&pc_platform_services::set_trace); set_trace && options_.trace) set_trace(trace_of_platform, this);
+        if (!options_.trace) return;
+        if (auto set_trace = platform_.offered(&pc_platform_services::set_trace)) set_trace(trace_of_platform, this);
+        else fmt::print(stderr, "planecheck: --trace: {} offers no call trace; no calls are written\n", platform_.library);
     }
 
     static void log_of_platform(void *user, int level, const char *text) {

@@ -108,8 +108,10 @@ TEST_F(ScriptedCommand, OnABarePlatformLibraryInjectIsRefusedToo) {
     EXPECT_FALSE(has(r, ": step 1 ")) << r.output;
     // what needs no service still runs on it
     std::string plain = write("plain.yaml", "steps:\n  - send: { test_if: [ { op: create, key_a: 1 } ] }\n");
-    Outcome ok = bare("run " + plain);
+    Outcome ok = bare("run --trace " + plain);
     EXPECT_EQ(ok.status, 0) << ok.output;
+    EXPECT_TRUE(has(ok, "planecheck: --trace: libscripted.so offers no call trace; no calls are written\n")) << ok.output;
+    EXPECT_FALSE(has(ok, "dpa_test_if_create")) << ok.output;
 }
 
 TEST_F(ScriptedCommand, CheckReportsEachUnservedStepAsAFinding) {

@@ -50,8 +50,6 @@ const Platform &linked_platform() {
     return platform;
 }
 
-const Platform &platform_of(const Options &options) { return options.platform ? *options.platform : linked_platform(); }
-
 std::optional<FileResult> refuse_unserved_steps(const Platform &platform, const std::string &path, StepSource &scan) {
     if (platform.refusal("inject").empty() && platform.refusal("npu_result").empty() && platform.refusal("sdk").empty()) return std::nullopt;
     yaml::LoadError error;

@@ -31,9 +31,6 @@ struct Platform {
 // The platform this program is linked with, asked once.
 const Platform &linked_platform();
 
-// The platform a run uses: the options' own, or the linked one.
-const Platform &platform_of(const Options &options);
-
 // A file with steps the platform cannot serve, refused whole before any of it runs: the first
 // such step is the file's error, at its line. Nothing when the platform can run every step.
 // `scan` reads the file's steps (and nothing else reads them from it).

@@ -74,7 +74,7 @@ private:
 FileResult run_replayed(const std::string &recording, const recording::ReplayOptions &replay, const Options &options,
                         recording::ReplaySummary &summary) {
     ReplaySource scan(recording, replay, true); // its problems are told once, by the run
-    if (std::optional<FileResult> refused = refuse_unserved_steps(platform_of(options), recording, scan)) return *refused;
+    if (std::optional<FileResult> refused = refuse_unserved_steps(linked_platform(), recording, scan)) return *refused;
     ReplaySource source(recording, replay);
     FileResult result = run_steps(recording, source, options);
     summary = source.summary();

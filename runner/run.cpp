@@ -28,7 +28,7 @@ namespace {
 class FileRun {
 public:
     FileRun(const std::string &path, const Options &options, StepSource &source)
-        : options_(options), platform_(platform_of(options)), reader_(source), plane_(platform_) {
+        : options_(options), platform_(linked_platform()), reader_(source), plane_(platform_) {
         result_.path = path;
     }
 
@@ -572,7 +572,7 @@ FileResult run_file(const std::string &path, const Options &options) {
     }
     if (!options.check_only) {
         ScenarioReader scan;
-        if (std::optional<FileResult> refused = refuse_unserved_steps(platform_of(options), path, scan)) return *refused;
+        if (std::optional<FileResult> refused = refuse_unserved_steps(linked_platform(), path, scan)) return *refused;
     }
     ScenarioReader reader;
     return FileRun(path, options, reader).run();

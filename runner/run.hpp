@@ -1,4 +1,4 @@
-// Running scenario files against the library and the platform library it drives.
+// Running scenario files against the library and simplane.
 #pragma once
 
 #include "scenario.hpp"
@@ -11,8 +11,6 @@
 namespace pc::coverage { class Report; }
 
 namespace pc::runner {
-
-struct Platform;
 
 // Where a file's run stands, kept where it outlives the process: when the library ends the
 // process (an unknown table, a batch assertion), the parent of a child run reads it.
@@ -36,7 +34,6 @@ struct Options {
     Trail *trail = nullptr;  // kept up to date while a file runs, when set
     coverage::Report *coverage = nullptr; // what the files' records exercised is added here
     bool trace = false;      // write every platform call, at the line of its record
-    const Platform *platform = nullptr; // the platform and its services; null: the linked one
 };
 
 struct FileResult {

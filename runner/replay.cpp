@@ -1,5 +1,7 @@
 #include "replay.hpp"
 
+#include "platform.hpp"
+
 #include <fmt/format.h>
 
 #include <cerrno>
@@ -28,8 +30,10 @@ namespace {
 // The steps of a replay, made from the recording one at a time into an arena reset between steps.
 class ReplaySource : public StepSource {
 public:
-    ReplaySource(const std::string &recording, const recording::ReplayOptions &options)
-        : replayer_(recording, options, [](const recording::Problem &p) { fmt::print(stderr, "{}\n", p.text()); }) {}
+    ReplaySource(const std::string &recording, const recording::ReplayOptions &options, bool quiet = false)
+        : replayer_(recording, options, [quiet](const recording::Problem &p) {
+              if (!quiet) fmt::print(stderr, "{}\n", p.text());
+          }) {}
 
     bool open(const std::string &path, yaml::LoadError &error) override {
         if (replayer_.open()) return true;
@@ -69,6 +73,8 @@ private:
 
 FileResult run_replayed(const std::string &recording, const recording::ReplayOptions &replay, const Options &options,
                         recording::ReplaySummary &summary) {
+    ReplaySource scan(recording, replay, true); // its problems are told once, by the run
+    if (std::optional<FileResult> refused = refuse_unserved_steps(linked_platform(), recording, scan)) return *refused;
     ReplaySource source(recording, replay);
     FileResult result = run_steps(recording, source, options);
     summary = source.summary();

@@ -2,6 +2,7 @@
 
 #include "check.hpp"
 #include "ending.hpp"
+#include "platform.hpp"
 #include "coverage.hpp"
 #include "record_lint.hpp"
 #include "report.hpp"
@@ -11,8 +12,6 @@
 #include "planecheck/planecheck.h"
 #include "planecheck/session.hpp"
 #include "planecheck/support.h"
-#include "store.hpp"
-#include "trace.hpp"
 
 #include <fmt/format.h>
 
@@ -28,12 +27,13 @@ namespace {
 
 class FileRun {
 public:
-    FileRun(const std::string &path, const Options &options, StepSource &source) : options_(options), reader_(source) {
+    FileRun(const std::string &path, const Options &options, StepSource &source)
+        : options_(options), platform_(linked_platform()), reader_(source), plane_(platform_) {
         result_.path = path;
     }
 
     FileResult run() {
-        simplane::Binding bound(plane_); // the file's own data plane, for every call this run makes
+        PlatformInstance::Bound bound(plane_); // the file's own data plane, for every call this run makes
         ending::set_pending_output(write_pending_of_running);
         yaml::LoadError error;
         if (!reader_.open(result_.path, error) || !reader_.read_header(error)) return invalid(error);
@@ -97,13 +97,9 @@ private:
     Trail &trail() { return options_.trail ? *options_.trail : own_trail_; }
 
     void set_up(const Config &c) {
-        simplane::reset();
-        simplane::configure({c.npus, c.router_type, c.node});
-        simplane::set_log([this](int level, const std::string &text) {
-            if (level == 0 && !verbose()) return;
-            if (level == 1) context_.session.stats[PC_STAT_VALUE_ERROR]++;
-            print_log(text + "\n", context_.session.record_line, level);
-        });
+        if (auto reset = platform_.offered(&pc_platform_services::reset)) reset();
+        if (auto configure = platform_.offered(&pc_platform_services::configure)) configure(c.npus, c.router_type, c.node.c_str());
+        if (auto set_log = platform_.offered(&pc_platform_services::set_log)) set_log(log_of_platform, this);
         PROCESS &p = context_.process;
         p.mode = c.mode;
         p.object_set = c.object_set;
@@ -115,8 +111,21 @@ private:
         context_.session.log = [this](int level, const std::string &text, uint32_t line) { print_log(text, line, level); };
         context_.session.on_record = [this](const JSON_Value *record) { check_handle_read(record); };
         if (options_.coverage) measure_coverage(*options_.coverage);
-        if (options_.trace)
-            simplane::set_trace([this](const std::string &call) { print_log(call + "\n", context_.session.record_line, 0); });
+        if (!options_.trace) return;
+        if (auto set_trace = platform_.offered(&pc_platform_services::set_trace)) set_trace(trace_of_platform, this);
+        else fmt::print(stderr, "planecheck: --trace: {} offers no call trace; no calls are written\n", platform_.library);
+    }
+
+    static void log_of_platform(void *user, int level, const char *text) {
+        FileRun *run = static_cast<FileRun *>(user);
+        if (level == 0 && !run->verbose()) return;
+        if (level == 1) run->context_.session.stats[PC_STAT_VALUE_ERROR]++;
+        run->print_log(std::string(text) + "\n", run->context_.session.record_line, level);
+    }
+
+    static void trace_of_platform(void *user, const char *call) {
+        FileRun *run = static_cast<FileRun *>(user);
+        run->print_log(std::string(call) + "\n", run->context_.session.record_line, 0);
     }
 
     // The library lets an update or delete go without a handle when its hdl: names none; a name
@@ -229,11 +238,27 @@ private:
                                                              : "the step has no kind (send:, dump:, inject:, npu_result: or expect:)");
         std::string k = kind;
         if (sdk && k != "send") return fail_at(sdk, "sdk: answers a send: in the same step, not a " + k + ":");
+        if (std::string p = refuse_unserved(kind, body, sdk); !p.empty()) return p;
         if (k == "send") return send(step, body, sdk);
         if (k == "dump") return dump(step, body);
         if (k == "inject" || k == "npu_result") return arm(step, k, body);
         if (k == "expect") return expect(step, body);
         return fail_at(body, fmt::format("unknown step kind '{}' (expected send, dump, inject, npu_result or expect)", k));
+    }
+
+    // A step that needs a service the platform lacks: a finding of the check; in a run, files with
+    // such steps are refused before they start, so meeting one here ends the file as invalid.
+    std::string refuse_unserved(const char *kind, JSON_Value *body, JSON_Value *sdk) {
+        for (auto [what, at] : {std::pair<const char *, JSON_Value *>{kind, body}, {"sdk", sdk}}) {
+            std::string refusal = at ? platform_.refusal(what) : "";
+            if (refusal.empty()) continue;
+            if (!options_.check_only) return fail_at(at, refusal);
+            ++result_.problems;
+            std::string line = yaml::LoadError{result_.path, pc_json_line(at), pc_json_column(at), refusal}.text();
+            std::fputs((line + "\n").c_str(), stderr);
+            result_.add_finding(line);
+        }
+        return "";
     }
 
     std::string send(const Step &step, JSON_Value *body, JSON_Value *sdk) {
@@ -258,7 +283,7 @@ private:
         if (batch) watch_->arm_abort();
         json_send_object_client(body, &context_.process);
         if (batch) watch_->disarm_abort();
-        simplane::set_sdk_side(nullptr);
+        if (sdk) platform_.services->set_sdk_side(nullptr, nullptr);
         if (const engine::TypeDesc *type = inactive_send_type(o)) return not_run(step, type->name);
         report(step, label_, mismatches() - before_m, value_errors() - before_v);
         return "";
@@ -337,15 +362,20 @@ private:
     // While the step's send runs, every client call reaches the SDK side: the received object is
     // checked or filled from `sdk`, written out, and the records' "rc" is the status answered.
     void answer_from(JSON_Value *sdk) {
-        simplane::set_sdk_side([this, sdk](uint16_t, dpa_inst_hdr_t *instance) -> std::optional<int32_t> {
-            PROCESS *p = &context_.process;
-            p->received_obj = reinterpret_cast<ofa_client_obj_base_t>(instance);
-            int32_t status = json_receive_object_sdk(sdk, p);
-            if (options_.coverage && received_by_sdk_side(sdk, instance)) note_records(json_value_get_object(sdk), coverage::kSdkAnswer);
-            p->received_obj = reinterpret_cast<ofa_client_obj_base_t>(instance); // receive left its freed view there
-            json_dump_object_received_sdk(p);
-            return status;
-        });
+        answering_ = sdk;
+        platform_.services->set_sdk_side(answer_of_sdk_side, this);
+    }
+
+    static int answer_of_sdk_side(void *user, uint16_t, dpa_inst_hdr_t *instance, int32_t *status) {
+        FileRun *run = static_cast<FileRun *>(user);
+        PROCESS *p = &run->context_.process;
+        p->received_obj = reinterpret_cast<ofa_client_obj_base_t>(instance);
+        *status = json_receive_object_sdk(run->answering_, p);
+        if (run->options_.coverage && run->received_by_sdk_side(run->answering_, instance))
+            run->note_records(json_value_get_object(run->answering_), coverage::kSdkAnswer);
+        p->received_obj = reinterpret_cast<ofa_client_obj_base_t>(instance); // receive left its freed view there
+        json_dump_object_received_sdk(p);
+        return 1;
     }
 
     // The SDK side takes an object of an active type that its records name; else it answers -1
@@ -415,7 +445,7 @@ private:
             if (std::string p = whole_number_problem(status, INT32_MIN, UINT32_MAX); !p.empty())
                 return fail_at(status, "status: the value " + p);
             if (!options_.check_only)
-                simplane::arm_injection(json_value_get_string(op), int32_t(json_value_get_constant(status)), uint32_t(n));
+                platform_.services->arm_injection(json_value_get_string(op), int32_t(json_value_get_constant(status)), uint32_t(n));
         } else {
             const JSON_Array *list = json_value_get_array(json_object_get_value(o, "results"));
             if (!list || json_array_get_count(list) > PC_MAX_NPUS)
@@ -427,7 +457,8 @@ private:
                     return fail_at(result, "results: the value " + p);
                 results.push_back(uint32_t(json_value_get_constant(result)));
             }
-            if (!options_.check_only) simplane::arm_npu_results(json_value_get_string(op), results, uint32_t(n));
+            if (!options_.check_only)
+                platform_.services->arm_npu_results(json_value_get_string(op), results.data(), results.size(), uint32_t(n));
         }
         if (options_.check_only) {
             check_->arm(kind, op);
@@ -488,7 +519,9 @@ private:
 
     void finish() {
         ending::set_pending_output(nullptr);
-        if (options_.trace) simplane::set_trace(nullptr);
+        // the platform may outlive this run: it keeps no pointer to it
+        if (auto set_trace = platform_.offered(&pc_platform_services::set_trace); set_trace && options_.trace) set_trace(nullptr, nullptr);
+        if (auto set_log = platform_.offered(&pc_platform_services::set_log)) set_log(nullptr, nullptr);
         result_.mismatches = mismatches();
         result_.value_errors = value_errors();
         clear_progress();
@@ -499,13 +532,15 @@ private:
     uint64_t value_errors() const { return context_.session.value_errors(); }
 
     const Options &options_;
+    const Platform &platform_;
     FileResult result_;
     std::optional<StepCheck> check_;
     std::string label_;
     Trail own_trail_;           // where the run stands, when no parent process reads it
     EndWatch *watch_ = nullptr;
     StepSource &reader_;
-    simplane::Instance plane_; // objects, handles, injections and NPU results of this file only
+    PlatformInstance plane_; // objects, handles, injections and NPU results of this file only
+    JSON_Value *answering_ = nullptr; // the sdk: records of the step being sent
     pc::support::Context context_;
     uint32_t current_line_ = 0;
     const JSON_Value *problem_at_ = nullptr;
@@ -534,6 +569,10 @@ FileResult run_file(const std::string &path, const Options &options) {
             refused.add_finding(refused.error);
             return refused;
         }
+    }
+    if (!options.check_only) {
+        ScenarioReader scan;
+        if (std::optional<FileResult> refused = refuse_unserved_steps(linked_platform(), path, scan)) return *refused;
     }
     ScenarioReader reader;
     return FileRun(path, options, reader).run();

@@ -103,12 +103,15 @@
 #define SP_VALUE(T, N, A, C, S) SC_SET_VALUE(dpa_##T##_set_##A, C, S, 0) SP_VALUE_RO(T, N, A, C, S)
 #define SP_POINTER_RO(T, N, A, C, S) SC_GET_POINTER(dpa_##T##_get_##A, C, S, 0) SC_IS_SET(dpa_##T##_is_set_##A, S, 0)
 #define SP_POINTER(T, N, A, C, S) SC_SET_POINTER(dpa_##T##_set_##A, C, S, 0) SP_POINTER_RO(T, N, A, C, S)
+/* element attributes are numbered apart from the top-level ones: their slots get SC_ELEMENT_SLOT */
 #define SP_VALUE_AT(T, N, A, C, S) \
-    SC_SET_VALUE(dpa_##T##_set_##A, C, S, i, uint32_t i,) SC_GET_VALUE(dpa_##T##_get_##A, C, S, i, , uint32_t i) \
-    SC_IS_SET(dpa_##T##_is_set_##A, S, i, , uint32_t i)
+    SC_SET_VALUE(dpa_##T##_set_##A, C, SC_ELEMENT_SLOT(S), i, uint32_t i,) \
+    SC_GET_VALUE(dpa_##T##_get_##A, C, SC_ELEMENT_SLOT(S), i, , uint32_t i) \
+    SC_IS_SET(dpa_##T##_is_set_##A, SC_ELEMENT_SLOT(S), i, , uint32_t i)
 #define SP_POINTER_AT(T, N, A, C, S) \
-    SC_SET_POINTER(dpa_##T##_set_##A, C, S, i, uint32_t i,) SC_GET_POINTER(dpa_##T##_get_##A, C, S, i, , uint32_t i) \
-    SC_IS_SET(dpa_##T##_is_set_##A, S, i, , uint32_t i)
+    SC_SET_POINTER(dpa_##T##_set_##A, C, SC_ELEMENT_SLOT(S), i, uint32_t i,) \
+    SC_GET_POINTER(dpa_##T##_get_##A, C, SC_ELEMENT_SLOT(S), i, , uint32_t i) \
+    SC_IS_SET(dpa_##T##_is_set_##A, SC_ELEMENT_SLOT(S), i, , uint32_t i)
 
 /* role reference pairs: the handle in slot H, the target's key record in slot Y */
 #define SP_ROLE(T, N, R, K, H, Y) \

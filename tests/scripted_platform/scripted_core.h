@@ -40,5 +40,7 @@ int32_t sc_batch_enqueue(ofa_batch_list_t list, sc_obj obj, uint8_t op);
 
 /* The key lives in the slots before the attributes: slot 0xffff holds the whole key record. */
 #define SC_KEY_SLOT 0xffff
+/* Element attribute S lives in slot SC_ELEMENT_SLOT(S), one value per element index. */
+#define SC_ELEMENT_SLOT(S) ((uint16_t)(0x8000u | (S)))
 
 #endif

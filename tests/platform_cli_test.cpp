@@ -1,0 +1,154 @@
+// The command built on another platform library: the scripted C platform, which offers fault
+// injection (its scripted answers) and the call trace but no NPU results and no SDK side, and the
+// same library bare, with no runner services at all.
+#include "files.hpp"
+#include "process.hpp"
+
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <fstream>
+#include <sstream>
+#include <string>
+#include <unistd.h>
+
+namespace {
+
+using pc::test::Outcome;
+using pc::test::read_file;
+
+const std::string calls_dir = std::string(PC_SOURCE_DIR) + "/tests/scripted_platform/";
+
+Outcome scripted(const std::string &args) { return pc::test::run_command(std::string(PC_PLANECHECK_SCRIPTED) + " " + args + " 2>&1"); }
+// The same command with the bare libscripted.so found first.
+Outcome bare(const std::string &args) {
+    return pc::test::run_command(std::string("LD_LIBRARY_PATH=") + PC_SCRIPTED_BARE_DIR + " " + PC_PLANECHECK_SCRIPTED + " " + args + " 2>&1");
+}
+Outcome simplane(const std::string &args) { return pc::test::run_command(std::string(PC_PLANECHECK) + " " + args + " 2>&1"); }
+
+bool has(const Outcome &r, const std::string &text) { return r.output.find(text) != std::string::npos; }
+
+class ScriptedCommand : public ::testing::Test {
+protected:
+    void SetUp() override {
+        char pattern[] = "/tmp/pc_platform_XXXXXX";
+        ASSERT_NE(mkdtemp(pattern), nullptr);
+        dir_ = pattern;
+    }
+    void TearDown() override { std::system(("rm -rf " + dir_).c_str()); }
+
+    std::string write(const std::string &name, const std::string &text) {
+        std::string path = dir_ + "/" + name;
+        std::ofstream(path) << text;
+        return path;
+    }
+
+    std::string dir_;
+};
+
+// A scenario whose steps 2 and 3 need services only the reference data plane offers.
+const char *const unserved_steps = R"(steps:
+  - send: { test_if: [ { op: create, key_a: 1, attr_a1: 5 } ] }
+  - npu_result: { op: "test_if get", results: [0, 5] }
+  - send: { test_if: [ { op: get, key_a: 1, attr_a1: 5 } ] }
+    sdk:  { test_if: [ { op: get, attr_a1: 5, rc: 0 } ] }
+  - inject: { op: "test_if create", status: ENOMEM }
+)";
+
+// The trace lines of standard error, FILE: taken off: "LINE: call".
+std::string calls_of(const std::string &stderr_text, const std::string &file) {
+    std::istringstream in(stderr_text);
+    std::string calls;
+    for (std::string line; std::getline(in, line);)
+        calls += (line.rfind(file + ":", 0) == 0 ? line.substr(file.size() + 1) : "not a trace line: " + line) + "\n";
+    return calls;
+}
+
+TEST_F(ScriptedCommand, RunsTheScriptedScenarioWithExactlyTheExpectedPlatformCalls) {
+    std::string file = calls_dir + "calls.yaml", trace = dir_ + "/trace";
+    Outcome r = pc::test::run_command(std::string(PC_PLANECHECK_SCRIPTED) + " run --trace " + file + " 2>" + trace);
+    EXPECT_EQ(r.status, 0) << r.output << read_file(trace);
+    EXPECT_TRUE(has(r, "planecheck: PASSED: 1 file, 6 steps")) << r.output;
+    EXPECT_EQ(calls_of(read_file(trace), file), read_file(calls_dir + "calls.expected"));
+}
+
+TEST_F(ScriptedCommand, StepsNeedingTheReferenceDataPlaneAreRefusedAtTheirLineBeforeAnythingRuns) {
+    std::string file = write("unserved.yaml", unserved_steps);
+    Outcome r = scripted("run --trace " + file);
+    EXPECT_EQ(r.status, 2) << r.output;
+    EXPECT_TRUE(has(r, file + ":3:17: npu_result: per-NPU results need the reference data plane; this planecheck runs on "
+                            "libscripted.so (and 1 more steps this platform cannot run; planecheck check lists them)\n"))
+        << r.output;
+    EXPECT_FALSE(has(r, "dpa_test_if_ctor")) << "the first step ran\n" << r.output;
+    EXPECT_FALSE(has(r, "step 1")) << r.output;
+
+    // the injection alone is served: the file runs
+    std::string served = write("served.yaml", "steps:\n  - inject: { op: \"test_if create\", status: ENOMEM }\n"
+                                              "  - send: { test_if: [ { op: create, key_a: 1, rc: ENOMEM } ] }\n");
+    Outcome ok = scripted("run " + served);
+    EXPECT_EQ(ok.status, 0) << ok.output;
+}
+
+TEST_F(ScriptedCommand, AnSdkAnswerAloneIsRefusedAtItsOwnLine) {
+    std::string file = write("sdk.yaml", "steps:\n  - send: { test_if: [ { op: create, key_a: 1 } ] }\n"
+                                         "    sdk: { test_if: [ { op: create, rc: 0 } ] }\n");
+    Outcome r = scripted("run " + file);
+    EXPECT_EQ(r.status, 2) << r.output;
+    EXPECT_TRUE(has(r, file + ":3:10: sdk: the SDK side's answers need the reference data plane; this planecheck runs on libscripted.so\n"))
+        << r.output;
+    EXPECT_TRUE(has(r, "INVALID")) << r.output;
+}
+
+TEST_F(ScriptedCommand, OnABarePlatformLibraryInjectIsRefusedToo) {
+    std::string file = calls_dir + "calls.yaml";
+    Outcome r = bare("run " + file);
+    EXPECT_EQ(r.status, 2) << r.output;
+    EXPECT_TRUE(has(r, file + ":8:13: inject: fault injection needs the reference data plane; this planecheck runs on libscripted.so\n"))
+        << r.output;
+    EXPECT_FALSE(has(r, ": step 1 ")) << r.output;
+    // what needs no service still runs on it
+    std::string plain = write("plain.yaml", "steps:\n  - send: { test_if: [ { op: create, key_a: 1 } ] }\n");
+    Outcome ok = bare("run --trace " + plain);
+    EXPECT_EQ(ok.status, 0) << ok.output;
+    EXPECT_TRUE(has(ok, "planecheck: --trace: libscripted.so offers no call trace; no calls are written\n")) << ok.output;
+    EXPECT_FALSE(has(ok, "dpa_test_if_create")) << ok.output;
+}
+
+TEST_F(ScriptedCommand, CheckReportsEachUnservedStepAsAFinding) {
+    std::string file = write("unserved.yaml", unserved_steps);
+    Outcome r = scripted("check " + file);
+    EXPECT_NE(r.status, 0) << r.output;
+    EXPECT_TRUE(has(r, file + ":3:17: npu_result: per-NPU results need the reference data plane")) << r.output;
+    EXPECT_TRUE(has(r, file + ":5:11: sdk: the SDK side's answers need the reference data plane")) << r.output;
+    EXPECT_FALSE(has(r, "inject: fault injection")) << r.output;
+
+    Outcome on_bare = bare("check " + file);
+    EXPECT_TRUE(has(on_bare, file + ":6:13: inject: fault injection needs the reference data plane")) << on_bare.output;
+
+    Outcome on_simplane = simplane("check " + file);
+    EXPECT_EQ(on_simplane.status, 0) << on_simplane.output;
+}
+
+// replay makes inject:, npu_result: and sdk: steps from a recording: they meet the same refusal.
+TEST_F(ScriptedCommand, ReplayDiffAndCoverageWorkOnThePlatformLibrary) {
+    std::string recording = dir_ + "/calls.rec", again = dir_ + "/again.rec", coverage = dir_ + "/coverage.json";
+    Outcome ran = scripted("run --recorder " + recording + " --coverage " + coverage + " " + calls_dir + "calls.yaml");
+    ASSERT_EQ(ran.status, 0) << ran.output;
+    Outcome replayed = scripted("replay --recorder " + again + " " + recording);
+    EXPECT_EQ(replayed.status, 0) << replayed.output;
+    EXPECT_EQ(scripted("diff " + recording + " " + again).status, 0) << read_file(recording) << read_file(again);
+    Outcome covered = scripted("coverage " + coverage);
+    EXPECT_EQ(covered.status, 0) << covered.output;
+    EXPECT_TRUE(has(covered, "test_if")) << covered.output;
+
+    std::string with_results = dir_ + "/results.rec";
+    std::string scenario = write("results.yaml", "steps:\n  - npu_result: { op: \"test_if create\", results: [0, 5] }\n"
+                                                 "  - send: { test_if: [ { op: create, key_a: 1, npu_result: [0, 5] } ] }\n");
+    ASSERT_EQ(simplane("run --recorder " + with_results + " " + scenario).status, 0);
+    Outcome refused = scripted("replay " + with_results);
+    EXPECT_EQ(refused.status, 2) << refused.output;
+    EXPECT_TRUE(has(refused, with_results + ":")) << refused.output;
+    EXPECT_TRUE(has(refused, ": npu_result: per-NPU results need the reference data plane")) << refused.output;
+}
+
+} // namespace

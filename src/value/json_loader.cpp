@@ -9,7 +9,10 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
+#include <cmath>
 #include <cstring>
+#include <regex>
+#include <unistd.h>
 #include <vector>
 
 namespace pc::load {
@@ -71,6 +74,16 @@ bool is_big_integer(std::string_view token) {
     return digits.size() >= 19 && digits[0] != '0' && digits.find_first_not_of("0123456789") == std::string_view::npos;
 }
 
+// A well-formed number with a fraction or an exponent that a double cannot hold (1e400).
+bool is_huge_number(std::string_view token) {
+    std::string digits(token.substr(0, token.find_first_of(" \t\r\n,]}")));
+    static const std::regex json_number(R"(-?(0|[1-9][0-9]*)(\.[0-9]+)?([eE][+-]?[0-9]+)?)");
+    if (digits.find_first_of(".eE") == std::string::npos || !std::regex_match(digits, json_number)) return false;
+    errno = 0;
+    double d = std::strtod(digits.c_str(), nullptr);
+    return errno == ERANGE && std::isinf(d);
+}
+
 // Turns one on-demand value into the value model, positions from the bytes the values start at.
 struct Builder {
     ValueBuilder &values;
@@ -113,6 +126,7 @@ struct Builder {
         case od::json_type::string: {
             std::string_view text;
             if (auto code = v.get_string().get(text)) return fail(code);
+            if (json::holds_nul(text)) return fail(at, json::kNulInText);
             out = json::make_string(arena, text, at);
             return true;
         }
@@ -143,6 +157,13 @@ struct Builder {
             std::string_view digits = token.substr(0, token.find_first_of(" \t\r\n,]}"));
             return fail(at, "the integer " + std::string(digits) + " does not fit in 64 bits (-9223372036854775808 to 18446744073709551615)");
         }
+        if (code == simdjson::NUMBER_ERROR && is_huge_number(token)) {
+            // beyond a double's range, as 1e400: read as the YAML form reads it (infinite), so the
+            // field that reads it refuses it with the same message
+            std::string digits(token.substr(0, token.find_first_of(" \t\r\n,]}")));
+            out = json::make_number(arena, std::strtod(digits.c_str(), nullptr), at);
+            return true;
+        }
         if (code) return fail(at, describe(code));
         switch (n.get_number_type()) {
         case od::number_type::signed_integer: {
@@ -164,6 +185,7 @@ struct Builder {
             json::Position key_at = position(field.key().raw() - 1); // before the key is unescaped, which consumes it
             std::string_view key;
             if (auto code = field.unescaped_key().get(key)) return fail(code);
+            if (json::holds_nul(key)) return fail(key_at, json::kNulInText);
             if (values.has_key(frame, depth, key)) return fail(key_at, "duplicate key '" + std::string(key) + "'");
             const char *name = arena.copy_string(key);
             JSON_Value *value = nullptr;
@@ -273,6 +295,7 @@ public:
         at = lines_.at(field_value_.key().raw() - 1);
         std::string_view text;
         if (auto code = field_value_.unescaped_key().get(text)) return fail(error, where(), describe(code));
+        if (json::holds_nul(text)) return fail(error, at, json::kNulInText);
         key.assign(text);
         has_field_ = true;
         return true;
@@ -456,12 +479,12 @@ private:
             window_.resize(2 * capacity + simdjson::SIMDJSON_PADDING);
             capacity *= 2;
         }
-        size_t n = std::fread(window_.data() + end_, 1, capacity - end_, file_);
-        end_ += n;
-        if (n == 0) {
-            if (std::ferror(file_)) return fail(error, {line_number_ + 1, 1}, std::string("cannot read: ") + std::strerror(errno));
-            eof_ = true;
-        }
+        // read(), not fread(): from a pipe or a terminal it returns what has arrived, so a complete
+        // line runs at once instead of waiting for the window to fill
+        ssize_t n = ::read(fileno(file_), window_.data() + end_, capacity - end_);
+        if (n < 0) return fail(error, {line_number_ + 1, 1}, std::string("cannot read: ") + std::strerror(errno));
+        end_ += size_t(n);
+        if (n == 0) eof_ = true;
         return true;
     }
 

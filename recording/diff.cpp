@@ -244,7 +244,7 @@ private:
     // runs out. The budget grows with every record compared, so that probing adds at most a
     // constant factor to the comparison of files that have nothing in common.
     std::pair<bool, size_t> probe_beyond_window(bool done_a, bool done_b) {
-        if (!a_.seekable() || !b_.seekable() || probe_budget_ == 0) return {true, 0};
+        if (!a_.seekable() || !b_.seekable() || probe_budget_ < kProbeMinimum) return {true, 0};
         bool more_a = !done_a && probe_a_.seek_to(a_.next_record_offset());
         bool more_b = !done_b && probe_b_.seek_to(b_.next_record_offset());
         const std::string &front_a = qa_.front().identity, &front_b = qb_.front().identity;
@@ -390,7 +390,9 @@ private:
     std::vector<bool> used_;
     std::unordered_map<uint64_t, uint64_t> a_to_b_, b_to_a_;
     std::unordered_map<std::string, uint64_t> handles_a_, handles_b_; // live objects' handles by key
-    static constexpr size_t kProbeBudgetPerRecord = 8;
+    // a probe reads at most twice the records compared; it waits until it may read a good many,
+    // as each one starts a read of its own
+    static constexpr size_t kProbeBudgetPerRecord = 2, kProbeMinimum = 4096;
     Reader probe_a_, probe_b_;
     Item probe_;
     size_t probe_budget_ = size_t(1) << 16;

@@ -37,7 +37,7 @@ bool ScenarioReader::open(const std::string &path, yaml::LoadError &error) {
 
 bool ScenarioReader::read_header(yaml::LoadError &error) {
     bool empty = false;
-    if (!reader_->begin_document(empty, error)) return false;
+    if (!reader_->begin_document(empty, error)) return with_wide_integer_hint(error); // a first line of JSON Lines is read here
     if (empty) {
         finished_ = true;
         return true;
@@ -68,7 +68,7 @@ bool ScenarioReader::read_header(yaml::LoadError &error) {
             return true;
         }
         JSON_Value *value = reader_->read_value(header_arena_, error);
-        if (!value) return false;
+        if (!value) return with_wide_integer_hint(error);
         if (key == "name") {
             const char *s = json_value_get_string(value);
             if (!s) return fail(error, value, "name: is a text");

@@ -93,6 +93,8 @@ struct Builder {
     json::Position error_at;
     std::string message;
     const char *last = nullptr; // where the latest value started, for errors without a place
+    bool scenario_keys = false; // the outermost keys are a scenario's own (name, config): a key
+                                // given twice there is told as the YAML form tells it
 
     bool fail(json::Position at, std::string text) {
         error_at = at;
@@ -186,7 +188,10 @@ struct Builder {
             std::string_view key;
             if (auto code = field.unescaped_key().get(key)) return fail(code);
             if (json::holds_nul(key)) return fail(key_at, json::kNulInText);
-            if (values.has_key(frame, depth, key)) return fail(key_at, "duplicate key '" + std::string(key) + "'");
+            if (values.has_key(frame, depth, key))
+                return fail(key_at, depth == 0 && scenario_keys && (key == "name" || key == "config")
+                                        ? "'" + std::string(key) + "' is given twice (first at line " + std::to_string(key_at.line) + "); a key may appear once"
+                                        : "duplicate key '" + std::string(key) + "'");
             const char *name = arena.copy_string(key);
             JSON_Value *value = nullptr;
             if (!build(field.value(), depth + 1, value)) return false;
@@ -227,8 +232,9 @@ protected:
         return false;
     }
 
-    JSON_Value *convert(od::value v, Arena &arena, LoadError &error) {
+    JSON_Value *convert(od::value v, Arena &arena, LoadError &error, bool scenario_keys = false) {
         Builder b{values_, lines_, arena, limits_, {}, {}};
+        b.scenario_keys = scenario_keys;
         JSON_Value *out = nullptr;
         if (b.build(v, 0, out)) return out;
         fail(error, b.error_at, b.message);
@@ -364,7 +370,7 @@ public:
         if (!next_line(eof, error)) return false;
         empty = eof;
         if (eof) return true;
-        JSON_Value *first = parse_line(header_arena_, error);
+        JSON_Value *first = parse_line(header_arena_, error, true);
         if (!first) return false;
         const JSON_Object *o = json_value_get_object(first);
         bool has_config = o && json_object_get_value(o, "config");
@@ -488,8 +494,9 @@ private:
         return true;
     }
 
-    // Parses the current line: one JSON object.
-    JSON_Value *parse_line(Arena &arena, LoadError &error) {
+    // Parses the current line: one JSON object. The first may be the header, whose keys are the
+    // scenario's own.
+    JSON_Value *parse_line(Arena &arena, LoadError &error, bool first_line = false) {
         lines_.reset(line_, line_number_);
         size_t room = size_t(window_.data() + window_.size() - line_);
         if (auto code = parser_.iterate(line_, line_length_, room).get(doc_))
@@ -500,7 +507,7 @@ private:
                                                   "every other line is one step"), nullptr;
         od::value root;
         if (auto code = doc_.get_value().get(root)) return fail(error, {line_number_, 1}, describe(code)), nullptr;
-        JSON_Value *out = convert(root, arena, error);
+        JSON_Value *out = convert(root, arena, error, first_line);
         if (out && !at_end(doc_)) {
             const char *p = nullptr;
             json::Position at = doc_.current_location().get(p) ? json::Position{line_number_, 1} : lines_.at(p);

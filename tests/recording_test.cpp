@@ -574,8 +574,8 @@ steps:
   - send: { test_if: [ { op: update, hdl: one, key_a: 1, attr_a1: 6 }, { op: get, hdl: one, key_a: 1 } ] }
   - inject: { op: "test_if update", status: ENOMEM, times: 2 }
   - send: { test_if: [ { op: update, hdl: two, key_a: 2, attr_a1: 7 } ] }
-  - send: { test_if: [ { op: get_first, hdl: one }, { op: delete, hdl: one, key_a: 1 }, { op: delete, hdl: two } ] }
-  - send: { test_if: [ { op: create, key_a: 3, hdl: three }, { op: delete, hdl: three } ] }
+  - send: { test_if: [ { op: get_first, hdl: one }, { op: delete, hdl: one, key_a: 1 }, { op: delete, hdl: two, key_a: 2 } ] }
+  - send: { test_if: [ { op: create, key_a: 3, hdl: three }, { op: delete, hdl: three, key_a: 3 } ] }
 )", ".yaml"));
     std::string text = read_file(a);
     for (const char *op : {"update", "delete", "get"}) // the recording does carry handles on these

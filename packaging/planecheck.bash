@@ -33,6 +33,6 @@ _planecheck() {
     *) return ;;
     esac
     # scenario files: YAML or JSON, and directories to walk into
-    COMPREPLY=($(compgen -f -X '!*.@(yaml|yml|json)' -- "$cur") $(compgen -d -- "$cur"))
+    COMPREPLY=($(compgen -f -X '!*.@(yaml|yml|json|jsonl)' -- "$cur") $(compgen -d -- "$cur"))
 }
 complete -o filenames -F _planecheck planecheck

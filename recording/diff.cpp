@@ -30,6 +30,7 @@ struct FlatField {
 struct Item {
     Record record;
     std::string identity; // section, type, op and key fields: what makes two records the same operation
+    std::string object;   // type and key fields: which object; empty when the record shows no key
     std::string op;
     std::vector<FlatField> fields;
 };
@@ -67,10 +68,14 @@ void identify(Item &item) {
     const Record &r = item.record;
     item.op = unquoted(op_of(r));
     item.identity.assign(r.section).append(1, '\0').append(r.type).append(1, '\0').append(item.op);
+    item.object.clear();
     const engine::TypeDesc *type = engine::find_type(r.type.c_str());
     if (!type || r.entries.empty()) return;
     for (const engine::AttrDesc &k : type->keys())
-        if (const Field *f = r.entries[0].find(k.name)) item.identity.append(1, '\0').append(f->value);
+        if (const Field *f = r.entries[0].find(k.name)) item.object.append(1, '\0').append(f->value);
+    if (item.object.empty()) return;
+    item.identity.append(item.object);
+    item.object.insert(0, r.type);
 }
 
 // Handle values: "handle 0x1a2b" in "hdl", "0x1a2b" in references. 0 when the text is none.
@@ -95,10 +100,15 @@ public:
     DiffSummary run() {
         std::string error;
         bool ok_a = a_.open(a_name_, error);
-        if (!ok_a) problem({a_name_, 0, error});
+        if (!ok_a) unopened(a_name_, error);
         bool ok_b = b_.open(b_name_, error);
-        if (!ok_b) problem({b_name_, 0, error});
-        if (!ok_a || !ok_b) return summary_;
+        if (!ok_b) unopened(b_name_, error);
+        if (!ok_a || !ok_b) {
+            count_records(ok_a ? a_ : b_, ok_a ? summary_.records_a : summary_.records_b, ok_a || ok_b);
+            return summary_;
+        }
+        probe_a_.open(a_name_, error); // a probe that cannot open finds nothing; the windows still align
+        probe_b_.open(b_name_, error);
         a_.on_problem([this](const Problem &p) { problem(p); });
         b_.on_problem([this](const Problem &p) { problem(p); });
         align();
@@ -108,6 +118,22 @@ public:
     }
 
 private:
+    void unopened(const std::string &name, const std::string &why) {
+        summary_.unopened.push_back(name);
+        problem({name, 0, why});
+    }
+
+    // With one side unreadable there is nothing to compare; the other is still read through, so
+    // that its count and its own unreadable records are told.
+    void count_records(Reader &reader, uint64_t &records, bool opened) {
+        if (!opened) return;
+        reader.on_problem([this](const Problem &p) { problem(p); });
+        Record record;
+        while (reader.next(record)) {
+        }
+        records = reader.records_seen();
+    }
+
     void problem(const Problem &p) {
         ++summary_.problems;
         if (problem_) problem_(p);
@@ -138,6 +164,7 @@ private:
     }
 
     void pop(std::deque<Item> &queue) {
+        probe_budget_ += kProbeBudgetPerRecord;
         spare_.push_back(std::move(queue.front()));
         queue.pop_front();
     }
@@ -191,16 +218,49 @@ private:
                     for (long k = 0; k < i; ++k) pop_only(true);
                     continue;
                 }
-                if (qa_.front().record.section != qb_.front().record.section || qa_.front().record.type != qb_.front().record.type) {
-                    pop_only(true);
-                    pop_only(false);
+                // neither front reappears within the look-ahead: look further on both sides; what
+                // is found nowhere is a gap on each side, never a pair of unrelated records
+                auto [side_a, distance] = probe_beyond_window(done_a, done_b);
+                if (distance > 0) {
+                    while (distance-- > 0) {
+                        fill(side_a ? a_ : b_, side_a ? qa_ : qb_, side_a ? done_a : done_b, 1);
+                        pop_only(side_a);
+                    }
                     continue;
                 }
+                pop_only(true);
+                pop_only(false);
+                continue;
             }
             compare(qa_.front(), qb_.front());
             pop(qa_);
             pop(qb_);
         }
+    }
+
+    // Reads on past both windows at once, record for record, for the other side's front: the
+    // first found tells which side has the gap and how long it is ({true, n}: the next n records
+    // of A are only in A). {_, 0} when neither is found before both ends or the reading budget
+    // runs out. The budget grows with every record compared, so that probing adds at most a
+    // constant factor to the comparison of files that have nothing in common.
+    std::pair<bool, size_t> probe_beyond_window(bool done_a, bool done_b) {
+        if (!a_.seekable() || !b_.seekable() || probe_budget_ < kProbeMinimum) return {true, 0};
+        bool more_a = !done_a && probe_a_.seek_to(a_.next_record_offset());
+        bool more_b = !done_b && probe_b_.seek_to(b_.next_record_offset());
+        const std::string &front_a = qa_.front().identity, &front_b = qb_.front().identity;
+        for (size_t k = 0; (more_a || more_b) && probe_budget_ > 0; ++k) {
+            if (more_b && (more_b = probe_b_.next(probe_.record))) {
+                --probe_budget_;
+                identify(probe_);
+                if (probe_.identity == front_a) return {false, qb_.size() + k};
+            }
+            if (more_a && (more_a = probe_a_.next(probe_.record))) {
+                --probe_budget_;
+                identify(probe_);
+                if (probe_.identity == front_b) return {true, qa_.size() + k};
+            }
+        }
+        return {true, 0};
     }
 
     void pop_only(bool in_a) {
@@ -294,12 +354,29 @@ private:
 
     // A deleted object's handle may be given out again: its pairing ends with the delete, which
     // also keeps the map as small as the set of live objects.
+    // A delete by key carries no handle: the object's handle is the one its key was last seen with.
     void forget_deleted(const Item &a, const Item &b) {
+        uint64_t ha = object_handle(a, handles_a_), hb = object_handle(b, handles_b_);
         if (a.op != "delete" || a.record.entries.empty() || b.record.entries.empty()) return;
-        const Field *ha = a.record.entries[0].find("hdl");
-        const Field *hb = b.record.entries[0].find("hdl");
-        if (ha) a_to_b_.erase(handle_value(*ha));
-        if (hb) b_to_a_.erase(handle_value(*hb));
+        if (ha) a_to_b_.erase(ha);
+        if (hb) b_to_a_.erase(hb);
+    }
+
+    // The handle a record names, or for one without, the handle its object's key was seen with;
+    // keeps the key's handle up to date, and forgets it on a delete.
+    static uint64_t object_handle(const Item &item, std::unordered_map<std::string, uint64_t> &handles) {
+        if (item.record.entries.empty()) return 0;
+        const Field *hdl = item.record.entries[0].find("hdl");
+        uint64_t h = hdl ? handle_value(*hdl) : 0;
+        if (item.object.empty()) return h;
+        if (item.op == "delete") {
+            auto it = handles.find(item.object);
+            if (!h && it != handles.end()) h = it->second;
+            if (it != handles.end()) handles.erase(it);
+        } else if (h) {
+            handles[item.object] = h;
+        }
+        return h;
     }
 
     const DiffOptions &options_;
@@ -312,6 +389,13 @@ private:
     std::vector<Item> spare_;
     std::vector<bool> used_;
     std::unordered_map<uint64_t, uint64_t> a_to_b_, b_to_a_;
+    std::unordered_map<std::string, uint64_t> handles_a_, handles_b_; // live objects' handles by key
+    // a probe reads at most twice the records compared; it waits until it may read a good many,
+    // as each one starts a read of its own
+    static constexpr size_t kProbeBudgetPerRecord = 2, kProbeMinimum = 4096;
+    Reader probe_a_, probe_b_;
+    Item probe_;
+    size_t probe_budget_ = size_t(1) << 16;
     DiffSummary summary_;
 };
 

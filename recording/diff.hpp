@@ -34,6 +34,7 @@ struct DiffSummary {
     uint64_t records_a = 0, records_b = 0;
     uint64_t changed = 0, only_a = 0, only_b = 0;
     uint64_t problems = 0;        // records that could not be read, and files that could not be opened
+    std::vector<std::string> unopened; // the files that could not be opened (or are no file)
     int exit_code() const { return problems ? 2 : changed + only_a + only_b ? 1 : 0; }
 };
 

@@ -4,6 +4,7 @@
 
 #include <cerrno>
 #include <cstring>
+#include <sys/stat.h>
 
 namespace pc::recording {
 namespace {
@@ -143,7 +144,23 @@ bool Reader::open(const std::string &path, std::string &error) {
         error = fmt::format("{}: cannot read the recording: {}", path, std::strerror(errno));
         return false;
     }
+    struct stat st {};
+    if (fstat(fileno(file_), &st) == 0 && S_ISDIR(st.st_mode)) {
+        error = fmt::format("{}: cannot read the recording: it is a directory", path);
+        std::fclose(file_);
+        file_ = nullptr;
+        return false;
+    }
+    seekable_ = S_ISREG(st.st_mode);
     buffer_.resize(kBufferSize);
+    return true;
+}
+
+bool Reader::seek_to(size_t offset) {
+    if (!file_ || !seekable_ || fseeko(file_, off_t(offset), SEEK_SET) != 0) return false;
+    begin_ = end_ = 0;
+    eof_ = partial_line_ = pending_open_ = false;
+    consumed_ = offset;
     return true;
 }
 
@@ -153,6 +170,7 @@ bool Reader::read_line(std::string_view &line) {
         if (const void *nl = std::memchr(buffer_.data() + begin_, '\n', end_ - begin_)) {
             size_t at = size_t(static_cast<const char *>(nl) - buffer_.data());
             line = std::string_view(buffer_.data() + begin_, at - begin_);
+            line_start_ = consumed_;
             consumed_ += at + 1 - begin_;
             begin_ = at + 1;
             ++line_;
@@ -162,6 +180,7 @@ bool Reader::read_line(std::string_view &line) {
         if (eof_) {
             if (begin_ == end_) return false;
             line = std::string_view(buffer_.data() + begin_, end_ - begin_); // a last line without newline
+            line_start_ = consumed_;
             consumed_ += end_ - begin_;
             begin_ = end_;
             partial_line_ = true;
@@ -176,7 +195,10 @@ bool Reader::read_line(std::string_view &line) {
         if (end_ == buffer_.size()) buffer_.resize(buffer_.size() * 2); // a line longer than the buffer
         size_t n = std::fread(buffer_.data() + end_, 1, buffer_.size() - end_, file_);
         end_ += n;
-        if (n == 0) eof_ = true;
+        if (n == 0) {
+            eof_ = true;
+            if (std::ferror(file_)) report(line_ + 1, fmt::format("cannot read on: {}", std::strerror(errno)));
+        }
     }
 }
 
@@ -190,6 +212,7 @@ void Reader::skip_to_next_record() {
     while (read_line(line))
         if (line == "{") {
             pending_open_ = true;
+            pending_open_at_ = line_start_;
             return;
         }
 }
@@ -237,6 +260,7 @@ bool Reader::next(Record &record) {
         }                                                                                                               \
         if (raw == "{") {                                                                                               \
             pending_open_ = true;                                                                                       \
+            pending_open_at_ = line_start_;                                                                             \
             why = fmt::format("a new record opens at line {} before this one is closed (truncated)", line_);            \
             why_line = record_line;                                                                                     \
             return false;                                                                                               \

@@ -65,8 +65,14 @@ public:
     Reader(const Reader &) = delete;
     Reader &operator=(const Reader &) = delete;
 
-    // False (with `error` set) when the file cannot be opened.
+    // False (with `error` set) when the file cannot be opened or is no file (a directory).
     bool open(const std::string &path, std::string &error);
+    // Whether the file can be read again from an earlier place (a regular file, not a pipe).
+    bool seekable() const { return seekable_; }
+    // Where the next record starts: reading resumes there after seek_to().
+    size_t next_record_offset() const { return pending_open_ ? pending_open_at_ : consumed_; }
+    // Goes on reading from `offset` (a next_record_offset()); false when the file cannot seek.
+    bool seek_to(size_t offset);
     // Reads the next readable record into `record`; false at the end of the file. Records that
     // cannot be read are handed to the problem sink and skipped.
     bool next(Record &record);
@@ -98,6 +104,9 @@ private:
     size_t entries_used_ = 0;
     bool partial_line_ = false; // the file ended inside a line
     bool pending_open_ = false; // a record's "{" was met while skipping and is not consumed yet
+    size_t pending_open_at_ = 0; // where that "{" line starts
+    size_t line_start_ = 0;      // where the last line read starts
+    bool seekable_ = false;
     std::string spill_;         // a line that ran across the buffer's end
     ProblemSink sink_;
 };

@@ -189,6 +189,11 @@ struct Replayer::Impl {
                 if (type && object_set < 0) object_set = reference_gate(*type, name);
             } else if (name.size() > 7 && name.substr(name.size() - 7) == "_refkey") {
                 if (type && object_set < 0) object_set = reference_gate(*type, name);
+            } else if (name == "hdl") {
+                // a handle written again after its create is one that a later operation names
+                bool ok = false;
+                uint64_t h = hex_value(std::string(value), ok);
+                if (ok && !handles_seen_.insert(h).second) referenced_.insert(h);
             } else if (name == "npd_state" && !state_seen) {
                 state_seen = read_state(std::string(value), config_.node, npus);
             }
@@ -381,6 +386,8 @@ struct Replayer::Impl {
                 bool ok = false;
                 uint64_t h = hex_value(f.value, ok);
                 if (ok && referenced_.count(h)) add_value(v, "hdl", "\"" + name_handle(h) + "\"", f.line);
+            } else if (f.name == "hdl") {
+                add_value(v, "hdl", handle_text(f.value), f.line); // the operation names its object by handle
             }
         }
         if (o.op != "walk_by_key") add_value(v, "rc", std::to_string(o.status), op_field ? op_field->line : r.line);
@@ -550,7 +557,7 @@ struct Replayer::Impl {
     Values loose_element_; // element attributes recorded at the top, for element 0
     uint32_t why_line_ = 0;
     std::unordered_map<uint16_t, TypeIndex> indexes_;
-    std::unordered_set<uint64_t> referenced_;
+    std::unordered_set<uint64_t> referenced_, handles_seen_;
     std::unordered_map<uint64_t, std::string> handle_names_;
     std::unordered_map<uint64_t, unsigned> handle_uses_;
     std::unordered_map<uint16_t, std::vector<Field>> last_keys_;

@@ -331,6 +331,11 @@ struct ExitTarget {
 ExitTarget exit_target;
 } // namespace
 
+void write_before_abort() {
+    if (exit_target.report) write_file(*exit_target.report, exit_target.path);
+    exit_target = {};
+}
+
 void write_at_exit(const Report *report, const std::string &path) {
     static bool registered = false;
     if (!registered) std::atexit([] {

@@ -11,6 +11,19 @@
 
 namespace pc::runner {
 
+namespace {
+
+// Which file could not be read, and what the other held.
+std::string unopened_summary(const recording::DiffSummary &s, const std::string &a, const std::string &b) {
+    if (s.unopened.size() == 2) return fmt::format("planecheck diff: cannot compare: neither {} nor {} could be read", a, b);
+    bool a_read = s.unopened[0] == b && a != b;
+    return fmt::format("planecheck diff: cannot compare: {} could not be read ({} records read from {}{})", s.unopened[0],
+                       a_read ? s.records_a : s.records_b, a_read ? a : b,
+                       s.problems > 1 ? fmt::format(", {} of them unreadable", s.problems - 1) : "");
+}
+
+} // namespace
+
 int diff_command(const std::string &a, const std::string &b, const std::vector<std::string> &ignore, bool json) {
     recording::DiffOptions options;
     options.ignore = ignore;
@@ -50,6 +63,8 @@ int diff_command(const std::string &a, const std::string &b, const std::vector<s
                    "\"unreadable\": {}, \"equal\": {}}}\n",
                    first ? "" : "\n", s.records_a, s.records_b, s.changed, s.only_a, s.only_b, s.problems,
                    s.exit_code() == 0 ? "true" : "false");
+    } else if (!s.unopened.empty()) {
+        fmt::print("{}\n", unopened_summary(s, a, b));
     } else if (s.exit_code() == 0) {
         fmt::print("planecheck diff: equal ({} records)\n", s.records_a);
     } else {

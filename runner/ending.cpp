@@ -1,5 +1,6 @@
 #include "ending.hpp"
 
+#include "coverage.hpp"
 #include "recorder_sink.hpp"
 #include "report.hpp"
 
@@ -131,6 +132,7 @@ void on_stop_signal(int signal) {
 // out here is safe; abort() then ends the process as it would have.
 void on_abort(int) {
     flush_all();
+    pc::coverage::write_before_abort(); // abort runs no exit hooks, where the report is written otherwise
     write_abort_line();
 }
 

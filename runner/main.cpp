@@ -9,6 +9,7 @@
 #include "replay.hpp"
 #include "report.hpp"
 #include "run.hpp"
+#include "scenario_files.hpp"
 
 #include <CLI/CLI.hpp>
 #include <fmt/format.h>
@@ -113,6 +114,10 @@ using RunOne = std::function<pc::runner::FileResult(const std::string &, const p
 int run_files(RunOptions &o, const RunOne &run_one = pc::runner::run_file) {
     auto start = std::chrono::steady_clock::now();
     if (!o.file.check_only && !take_ci_environment(o)) return 2;
+    if (std::string error; !o.in_process && !pc::runner::expand_directories(o.files, error)) {
+        fmt::print(stderr, "planecheck: {}\n", error);
+        return 2;
+    }
     if (!take_shard(o)) return 2;
     pc::runner::ending::install();
     // a report must survive a file that the library ends: each file then runs in a process of its own
@@ -186,7 +191,7 @@ int main(int argc, char **argv) {
 
     RunOptions run_options;
     auto *run = app.add_subcommand("run", "run scenario files");
-    run->add_option("files", run_options.files, "scenario files (YAML or JSON)")->required()->check(CLI::ExistingFile);
+    run->add_option("files", run_options.files, "scenario files (YAML or JSON), or directories of them")->required()->check(CLI::ExistingPath);
     run->add_flag("-v,--verbose", run_options.file.verbose, "write information lines (calls, handles, successes)");
     run->add_flag("-q,--quiet", run_options.file.quiet, "print only the steps that did not pass");
     run->add_option("--recorder", run_options.recorder, "write the operation recorder to FILE");
@@ -208,7 +213,7 @@ int main(int argc, char **argv) {
     RunOptions check_options;
     check_options.file.check_only = true;
     auto *check = app.add_subcommand("check", "read and validate scenario files without running them");
-    check->add_option("files", check_options.files, "scenario files")->required()->check(CLI::ExistingFile);
+    check->add_option("files", check_options.files, "scenario files, or directories of them")->required()->check(CLI::ExistingPath);
 
     bool list = false, stats = false, schema = false;
     std::string describe;

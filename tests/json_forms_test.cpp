@@ -3,9 +3,14 @@
 #include "harness.hpp"
 #include "loader.hpp"
 #include "run.hpp"
+#include "scenario.hpp"
 
+#include <chrono>
 #include <cstdio>
+#include <fcntl.h>
+#include <future>
 #include <fstream>
+#include <sys/stat.h>
 #include <unistd.h>
 
 namespace {
@@ -262,6 +267,31 @@ TEST(JsonForms, JsonLinesCountsLinesAcrossWindowRefills) {
     EXPECT_TRUE(o.result.invalid);
     EXPECT_EQ(o.result.steps, size_t(steps) + 1);
     EXPECT_EQ(where(o.result.error).rfind(std::to_string(steps + 2) + ":39: expect: has no 'bogus'", 0), 0u) << o.result.error;
+}
+
+// A generator feeding a JSON Lines file through a pipe: each complete line is read at once,
+// while the generator keeps the pipe open for more.
+TEST(JsonForms, JsonLinesFromAPipeGivesEachLineAsSoonAsItIsComplete) {
+    std::string fifo = testing::TempDir() + "forms_fifo_" + std::to_string(getpid()) + ".jsonl";
+    std::remove(fifo.c_str());
+    ASSERT_EQ(mkfifo(fifo.c_str(), 0600), 0);
+    int writer = open(fifo.c_str(), O_RDWR); // holds the pipe open, as a generator that is not done
+    ASSERT_GE(writer, 0);
+    const std::string lines = "{\"name\": \"fed\"}\n{\"expect\": {\"mismatches\": 0}}\n";
+    ASSERT_EQ(write(writer, lines.data(), lines.size()), ssize_t(lines.size()));
+    auto first_step = std::async(std::launch::async, [&fifo] {
+        pc::runner::ScenarioReader reader;
+        pc::yaml::LoadError error;
+        pc::runner::Step step;
+        bool done = false;
+        bool ok = reader.open(fifo, error) && reader.read_header(error) && reader.next_step(step, done, error);
+        return ok && !done ? step.line : 0u;
+    });
+    bool in_time = first_step.wait_for(std::chrono::seconds(30)) == std::future_status::ready;
+    close(writer); // the end of the input frees a reader that is still waiting
+    EXPECT_TRUE(in_time) << "the complete line waited for more input";
+    EXPECT_EQ(first_step.get(), 2u);
+    std::remove(fifo.c_str());
 }
 
 } // namespace

@@ -464,4 +464,147 @@ TEST(RecordingRoundTrip, TourOfEveryTypeInBothObjectSetsAndBothModes) {
     EXPECT_EQ(created.size(), 315u);
 }
 
+// A recording written by hand, one test_if record per entry: {op, key_a, extra fields}.
+struct Op {
+    const char *op;
+    int key;
+    std::string extra = "";
+};
+
+std::string recording_of(const std::vector<Op> &ops) {
+    std::string text;
+    for (const Op &o : ops)
+        text += rec("send_object", "test_if", "      \"key_a\": " + std::to_string(o.key) + ",\n" + o.extra + "      \"op\": \"" + o.op + "\"\n");
+    return text;
+}
+
+std::vector<Op> gets(int from, int to) {
+    std::vector<Op> ops;
+    for (int k = from; k <= to; ++k) ops.push_back({"get", k});
+    return ops;
+}
+
+std::vector<Op> operator+(std::vector<Op> a, const std::vector<Op> &b) {
+    a.insert(a.end(), b.begin(), b.end());
+    return a;
+}
+
+std::string kinds_of(const DiffOutcome &d) {
+    std::string out;
+    for (const Difference &x : d.differences) out += "CAB"[x.kind];
+    return out;
+}
+
+TEST(RecordingDiffAlignment, RecordsWhoseKeysDifferAreNeverPaired) {
+    std::string a = write_temp(recording_of({{"create", 1}, {"create", 2}, {"create", 3}}), ".rec");
+    std::string b = write_temp(recording_of({{"create", 77}, {"create", 2}, {"create", 3}}), ".rec");
+    DiffOutcome d = diff(a, b);
+    EXPECT_EQ(d.summary.changed, 0u);
+    ASSERT_EQ(kinds_of(d), "AB");
+    EXPECT_EQ(d.differences[0].number_a, 1u);
+    EXPECT_EQ(d.differences[1].number_b, 1u);
+    // every record differs: each is a gap, A's record before the B record beside it
+    std::string c = write_temp(recording_of(gets(100, 103)), ".rec");
+    EXPECT_EQ(kinds_of(diff(a, c)), "ABABABB");
+}
+
+TEST(RecordingDiffAlignment, GapsLongerThanTheLookAheadRealignWithoutPairing) {
+    std::string whole = write_temp(recording_of(gets(1, 1000)), ".rec");
+    std::string missing = write_temp(recording_of(gets(1, 10) + gets(311, 1000)), ".rec");
+    DiffOutcome d = diff(whole, missing);
+    EXPECT_EQ(d.summary.changed, 0u);
+    EXPECT_EQ(d.summary.only_a, 300u);
+    EXPECT_EQ(d.summary.only_b, 0u);
+    ASSERT_FALSE(d.differences.empty());
+    EXPECT_EQ(d.differences.front().number_a, 11u);
+    EXPECT_EQ(d.differences.back().number_a, 310u);
+    EXPECT_EQ(d.differences.front().number_b, 11u); // where the gap stands in B
+    DiffOutcome r = diff(missing, whole);
+    EXPECT_EQ(r.summary.only_b, 300u);
+    EXPECT_EQ(r.summary.only_a + r.summary.changed, 0u);
+
+    // 400 records replaced by 300 others: a gap on each side, then the rest aligns again
+    std::string replaced = write_temp(recording_of(gets(1, 10) + gets(5001, 5300) + gets(411, 1000)), ".rec");
+    DiffOutcome both = diff(whole, replaced);
+    EXPECT_EQ(both.summary.changed, 0u);
+    EXPECT_EQ(both.summary.only_a, 400u);
+    EXPECT_EQ(both.summary.only_b, 300u);
+    EXPECT_EQ(both.summary.records_a, 1000u);
+}
+
+TEST(RecordingDiffAlignment, ADeleteByKeyEndsItsHandlePair) {
+    auto recording = [](const char *second_handle) {
+        return write_temp(recording_of({{"create", 1, "      \"hdl\": \"handle 0x1001\",\n"},
+                                        {"delete", 1},
+                                        {"create", 2, std::string("      \"hdl\": \"handle ") + second_handle + "\",\n"},
+                                        {"get", 2, "      \"testethport_refhdl\": \"" + std::string(second_handle) + "\",\n"}}),
+                          ".rec");
+    };
+    // B gives the freed handle value out again: the runs are the same
+    std::string a = recording("0x1002"), b = recording("0x1001");
+    DiffOutcome d = diff(a, b);
+    EXPECT_EQ(d.summary.exit_code(), 0) << (d.differences.empty() ? "" : difference_text(d.differences[0], "a", "b"));
+    // without the delete, the object lives on and its handle cannot name another
+    std::string live_a = write_temp(recording_of({{"create", 1, "      \"hdl\": \"handle 0x1001\",\n"},
+                                                  {"create", 2, "      \"hdl\": \"handle 0x1002\",\n"}}), ".rec");
+    std::string live_b = write_temp(recording_of({{"create", 1, "      \"hdl\": \"handle 0x1001\",\n"},
+                                                  {"create", 2, "      \"hdl\": \"handle 0x1001\",\n"}}), ".rec");
+    EXPECT_EQ(diff(live_a, live_b).summary.exit_code(), 1);
+}
+
+TEST(RecordingDiffAlignment, AFileThatCannotBeReadIsNamedAndTheOtherStillCounted) {
+    std::string a = write_temp(recording_of(gets(1, 3)), ".rec");
+    DiffOutcome missing = diff(a, "/nonexistent/b.rec");
+    EXPECT_EQ(missing.summary.exit_code(), 2);
+    EXPECT_EQ(missing.summary.unopened, std::vector<std::string>{"/nonexistent/b.rec"});
+    EXPECT_EQ(missing.summary.records_a, 3u);
+    DiffOutcome directory = diff(testing::TempDir(), a);
+    EXPECT_EQ(directory.summary.exit_code(), 2);
+    ASSERT_FALSE(directory.problems.empty());
+    EXPECT_NE(directory.problems[0].message.find("it is a directory"), std::string::npos) << directory.problems[0].message;
+    EXPECT_EQ(directory.summary.records_b, 3u);
+}
+
+// Every operation that names its object by handle replays by the handle's name, re-issued ones too.
+TEST(RecordingRoundTrip, HandlesOnEveryOperation) {
+    std::string a = round_trip(write_temp(R"(
+config: { mode: server }
+steps:
+  - send: { test_if: [ { op: create, key_a: 1, attr_a1: 5, hdl: one }, { op: create, key_a: 2, hdl: two } ] }
+  - send: { test_if: [ { op: update, hdl: one, key_a: 1, attr_a1: 6 }, { op: get, hdl: one, key_a: 1 } ] }
+  - inject: { op: "test_if update", status: ENOMEM, times: 2 }
+  - send: { test_if: [ { op: update, hdl: two, key_a: 2, attr_a1: 7 } ] }
+  - send: { test_if: [ { op: get_first, hdl: one }, { op: delete, hdl: one, key_a: 1 }, { op: delete, hdl: two, key_a: 2 } ] }
+  - send: { test_if: [ { op: create, key_a: 3, hdl: three }, { op: delete, hdl: three, key_a: 3 } ] }
+)", ".yaml"));
+    std::string text = read_file(a);
+    for (const char *op : {"update", "delete", "get"}) // the recording does carry handles on these
+        EXPECT_TRUE(std::regex_search(text, std::regex(std::string("\"hdl\": \"handle 0x[0-9a-f]+\",\n(.*\n){0,6}.*\"op\": \"") + op + "\"")))
+            << op;
+}
+
+// The whole catalogue once more, each object updated and deleted by its handle.
+TEST(RecordingRoundTrip, TourOfEveryTypeUpdatedAndDeletedByHandle) {
+    std::set<std::string> deleted;
+    for (int object_set : {0, 1}) {
+        SCOPED_TRACE("object set " + std::to_string(object_set));
+        std::string by_handle;
+        std::istringstream lines(tour(0, object_set));
+        std::string handle;
+        for (std::string line; std::getline(lines, line);) {
+            std::smatch m;
+            if (std::regex_search(line, m, std::regex(R"(hdl: (h_\w+) \})"))) handle = m[1];
+            if (line.find("{ op: update") != std::string::npos || line.find("{ op: delete") != std::string::npos)
+                line.insert(line.rfind(" }"), ", hdl: " + handle);
+            by_handle += line + "\n";
+        }
+        Reader reader;
+        std::string error;
+        ASSERT_TRUE(reader.open(round_trip(write_temp(by_handle, ".yaml")), error));
+        for (Record r; reader.next(r);)
+            if (r.entries[0].find("op")->value == "\"delete\"" && r.entries[0].find("hdl")) deleted.insert(r.type);
+    }
+    EXPECT_EQ(deleted.size(), 315u);
+}
+
 } // namespace

@@ -9,6 +9,21 @@
 
 namespace pc::runner {
 
+namespace {
+
+// An integer literal wider than 64 bits is refused where it is read; a field wider than that (a
+// 96-bit id) takes its value as text, which the message says how to write.
+bool with_wide_integer_hint(yaml::LoadError &error) {
+    const std::string lead = "the integer ", tail = " does not fit in 64 bits";
+    size_t end = error.message.find(tail);
+    if (error.message.rfind(lead, 0) != 0 || end == std::string::npos) return false;
+    std::string literal = error.message.substr(lead.size(), end - lead.size());
+    error.message += fmt::format("; a field wider than 64 bits takes its value quoted, as text: \"{}\"", literal);
+    return false;
+}
+
+} // namespace
+
 bool ScenarioReader::fail(yaml::LoadError &error, const JSON_Value *at, const std::string &message) {
     error = {path_, pc_json_line(at), pc_json_column(at), message};
     return false;
@@ -22,7 +37,7 @@ bool ScenarioReader::open(const std::string &path, yaml::LoadError &error) {
 
 bool ScenarioReader::read_header(yaml::LoadError &error) {
     bool empty = false;
-    if (!reader_->begin_document(empty, error)) return false;
+    if (!reader_->begin_document(empty, error)) return with_wide_integer_hint(error); // a first line of JSON Lines is read here
     if (empty) {
         finished_ = true;
         return true;
@@ -53,7 +68,7 @@ bool ScenarioReader::read_header(yaml::LoadError &error) {
             return true;
         }
         JSON_Value *value = reader_->read_value(header_arena_, error);
-        if (!value) return false;
+        if (!value) return with_wide_integer_hint(error);
         if (key == "name") {
             const char *s = json_value_get_string(value);
             if (!s) return fail(error, value, "name: is a text");
@@ -138,7 +153,7 @@ bool ScenarioReader::next_step(Step &step, bool &done, yaml::LoadError &error) {
         return after_steps(done, error);
     }
     step.value = reader_->read_value(step_arena_, error);
-    if (!step.value) return false;
+    if (!step.value) return with_wide_integer_hint(error);
     step.line = pc_json_line(step.value);
     step.number = ++steps_read_;
     return true;

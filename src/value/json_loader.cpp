@@ -9,7 +9,10 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
+#include <cmath>
 #include <cstring>
+#include <regex>
+#include <unistd.h>
 #include <vector>
 
 namespace pc::load {
@@ -71,6 +74,16 @@ bool is_big_integer(std::string_view token) {
     return digits.size() >= 19 && digits[0] != '0' && digits.find_first_not_of("0123456789") == std::string_view::npos;
 }
 
+// A well-formed number with a fraction or an exponent that a double cannot hold (1e400).
+bool is_huge_number(std::string_view token) {
+    std::string digits(token.substr(0, token.find_first_of(" \t\r\n,]}")));
+    static const std::regex json_number(R"(-?(0|[1-9][0-9]*)(\.[0-9]+)?([eE][+-]?[0-9]+)?)");
+    if (digits.find_first_of(".eE") == std::string::npos || !std::regex_match(digits, json_number)) return false;
+    errno = 0;
+    double d = std::strtod(digits.c_str(), nullptr);
+    return errno == ERANGE && std::isinf(d);
+}
+
 // Turns one on-demand value into the value model, positions from the bytes the values start at.
 struct Builder {
     ValueBuilder &values;
@@ -80,6 +93,8 @@ struct Builder {
     json::Position error_at;
     std::string message;
     const char *last = nullptr; // where the latest value started, for errors without a place
+    bool scenario_keys = false; // the outermost keys are a scenario's own (name, config): a key
+                                // given twice there is told as the YAML form tells it
 
     bool fail(json::Position at, std::string text) {
         error_at = at;
@@ -113,6 +128,7 @@ struct Builder {
         case od::json_type::string: {
             std::string_view text;
             if (auto code = v.get_string().get(text)) return fail(code);
+            if (json::holds_nul(text)) return fail(at, json::kNulInText);
             out = json::make_string(arena, text, at);
             return true;
         }
@@ -143,6 +159,13 @@ struct Builder {
             std::string_view digits = token.substr(0, token.find_first_of(" \t\r\n,]}"));
             return fail(at, "the integer " + std::string(digits) + " does not fit in 64 bits (-9223372036854775808 to 18446744073709551615)");
         }
+        if (code == simdjson::NUMBER_ERROR && is_huge_number(token)) {
+            // beyond a double's range, as 1e400: read as the YAML form reads it (infinite), so the
+            // field that reads it refuses it with the same message
+            std::string digits(token.substr(0, token.find_first_of(" \t\r\n,]}")));
+            out = json::make_number(arena, std::strtod(digits.c_str(), nullptr), at);
+            return true;
+        }
         if (code) return fail(at, describe(code));
         switch (n.get_number_type()) {
         case od::number_type::signed_integer: {
@@ -164,7 +187,11 @@ struct Builder {
             json::Position key_at = position(field.key().raw() - 1); // before the key is unescaped, which consumes it
             std::string_view key;
             if (auto code = field.unescaped_key().get(key)) return fail(code);
-            if (values.has_key(frame, depth, key)) return fail(key_at, "duplicate key '" + std::string(key) + "'");
+            if (json::holds_nul(key)) return fail(key_at, json::kNulInText);
+            if (values.has_key(frame, depth, key))
+                return fail(key_at, depth == 0 && scenario_keys && (key == "name" || key == "config")
+                                        ? "'" + std::string(key) + "' is given twice (first at line " + std::to_string(key_at.line) + "); a key may appear once"
+                                        : "duplicate key '" + std::string(key) + "'");
             const char *name = arena.copy_string(key);
             JSON_Value *value = nullptr;
             if (!build(field.value(), depth + 1, value)) return false;
@@ -205,8 +232,9 @@ protected:
         return false;
     }
 
-    JSON_Value *convert(od::value v, Arena &arena, LoadError &error) {
+    JSON_Value *convert(od::value v, Arena &arena, LoadError &error, bool scenario_keys = false) {
         Builder b{values_, lines_, arena, limits_, {}, {}};
+        b.scenario_keys = scenario_keys;
         JSON_Value *out = nullptr;
         if (b.build(v, 0, out)) return out;
         fail(error, b.error_at, b.message);
@@ -273,6 +301,7 @@ public:
         at = lines_.at(field_value_.key().raw() - 1);
         std::string_view text;
         if (auto code = field_value_.unescaped_key().get(text)) return fail(error, where(), describe(code));
+        if (json::holds_nul(text)) return fail(error, at, json::kNulInText);
         key.assign(text);
         has_field_ = true;
         return true;
@@ -341,7 +370,7 @@ public:
         if (!next_line(eof, error)) return false;
         empty = eof;
         if (eof) return true;
-        JSON_Value *first = parse_line(header_arena_, error);
+        JSON_Value *first = parse_line(header_arena_, error, true);
         if (!first) return false;
         const JSON_Object *o = json_value_get_object(first);
         bool has_config = o && json_object_get_value(o, "config");
@@ -456,17 +485,18 @@ private:
             window_.resize(2 * capacity + simdjson::SIMDJSON_PADDING);
             capacity *= 2;
         }
-        size_t n = std::fread(window_.data() + end_, 1, capacity - end_, file_);
-        end_ += n;
-        if (n == 0) {
-            if (std::ferror(file_)) return fail(error, {line_number_ + 1, 1}, std::string("cannot read: ") + std::strerror(errno));
-            eof_ = true;
-        }
+        // read(), not fread(): from a pipe or a terminal it returns what has arrived, so a complete
+        // line runs at once instead of waiting for the window to fill
+        ssize_t n = ::read(fileno(file_), window_.data() + end_, capacity - end_);
+        if (n < 0) return fail(error, {line_number_ + 1, 1}, std::string("cannot read: ") + std::strerror(errno));
+        end_ += size_t(n);
+        if (n == 0) eof_ = true;
         return true;
     }
 
-    // Parses the current line: one JSON object.
-    JSON_Value *parse_line(Arena &arena, LoadError &error) {
+    // Parses the current line: one JSON object. The first may be the header, whose keys are the
+    // scenario's own.
+    JSON_Value *parse_line(Arena &arena, LoadError &error, bool first_line = false) {
         lines_.reset(line_, line_number_);
         size_t room = size_t(window_.data() + window_.size() - line_);
         if (auto code = parser_.iterate(line_, line_length_, room).get(doc_))
@@ -477,7 +507,7 @@ private:
                                                   "every other line is one step"), nullptr;
         od::value root;
         if (auto code = doc_.get_value().get(root)) return fail(error, {line_number_, 1}, describe(code)), nullptr;
-        JSON_Value *out = convert(root, arena, error);
+        JSON_Value *out = convert(root, arena, error, first_line);
         if (out && !at_end(doc_)) {
             const char *p = nullptr;
             json::Position at = doc_.current_location().get(p) ? json::Position{line_number_, 1} : lines_.at(p);

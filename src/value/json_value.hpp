@@ -56,6 +56,12 @@ JSON_Value *make_number(Arena &arena, double value, Position at);
 JSON_Value *make_integer(Arena &arena, int64_t value, Position at);
 JSON_Value *make_unsigned(Arena &arena, uint64_t value, Position at);
 JSON_Value *make_string(Arena &arena, std::string_view text, Position at);
+
+// A text holding a NUL character cannot reach the library whole (its texts end at the first NUL):
+// such a text, as a value or as a key, is refused with this message rather than cut short.
+inline bool holds_nul(std::string_view text) { return text.find('\0') != std::string_view::npos; }
+inline constexpr const char *kNulInText =
+    "a NUL character (\\0) inside a text: the library's texts end at it, so the text is refused rather than cut short";
 JSON_Value *make_array(Arena &arena, JSON_Value *const *items, size_t count, Position at);
 JSON_Value *make_object(Arena &arena, const char *const *names, JSON_Value *const *values, size_t count,
                         Position at);

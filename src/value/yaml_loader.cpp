@@ -220,6 +220,7 @@ struct NodeBuilder {
         yaml_event_t &e = impl.event;
         std::string_view text(reinterpret_cast<const char *>(e.data.scalar.value), e.data.scalar.length);
         const char *tag = reinterpret_cast<const char *>(e.data.scalar.tag);
+        if (json::holds_nul(text)) return fail(at, json::kNulInText);
         bool as_string = !e.data.scalar.plain_implicit || (tag && std::strcmp(tag, YAML_STR_TAG) == 0);
         out = as_string ? json::make_string(arena, text, at) : json::resolve_plain_scalar(arena, text, at);
         if (!out)
@@ -285,6 +286,7 @@ struct NodeBuilder {
             if (e.type != YAML_SCALAR_EVENT)
                 return fail(key_at, std::string("a key must be a plain name, found ") + event_name(e.type));
             std::string_view key_text(reinterpret_cast<const char *>(e.data.scalar.value), e.data.scalar.length);
+            if (json::holds_nul(key_text)) return fail(key_at, json::kNulInText);
             if (impl.values.has_key(frame, depth, key_text))
                 return fail(key_at, "duplicate key '" + std::string(key_text) + "'");
             const char *key = arena.copy_string(key_text);

@@ -1,0 +1,64 @@
+#include "scenario_files.hpp"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <filesystem>
+#include <system_error>
+
+namespace pc::runner {
+namespace fs = std::filesystem;
+
+namespace {
+
+bool is_hidden(const fs::path &p) {
+    std::string name = p.filename().string();
+    return name.size() > 1 && name[0] == '.' && name != "..";
+}
+
+bool scenarios_under(const std::string &directory, std::vector<std::string> &found, std::string &error) {
+    std::error_code ec;
+    fs::recursive_directory_iterator it(directory, ec), end;
+    for (; !ec && it != end; it.increment(ec)) {
+        if (it->is_directory(ec) && is_hidden(it->path())) {
+            it.disable_recursion_pending();
+            continue;
+        }
+        if (it->is_regular_file(ec) && is_scenario_name(it->path().filename().string())) found.push_back(it->path().string());
+    }
+    if (ec) {
+        error = fmt::format("{}: cannot read the directory: {}", directory, ec.message());
+        return false;
+    }
+    if (found.empty()) {
+        error = fmt::format("{}: no scenario file (*.yaml, *.yml, *.json, *.jsonl) in this directory", directory);
+        return false;
+    }
+    std::sort(found.begin(), found.end());
+    return true;
+}
+
+} // namespace
+
+bool is_scenario_name(const std::string &name) {
+    std::string extension = fs::path(name).extension().string();
+    return extension == ".yaml" || extension == ".yml" || extension == ".json" || extension == ".jsonl";
+}
+
+bool expand_directories(std::vector<std::string> &paths, std::string &error) {
+    std::vector<std::string> expanded;
+    for (const std::string &path : paths) {
+        std::error_code ec;
+        if (!fs::is_directory(path, ec)) {
+            expanded.push_back(path);
+            continue;
+        }
+        std::vector<std::string> found;
+        if (!scenarios_under(path, found, error)) return false;
+        expanded.insert(expanded.end(), found.begin(), found.end());
+    }
+    paths = std::move(expanded);
+    return true;
+}
+
+} // namespace pc::runner

@@ -130,7 +130,7 @@ int describe_command(const std::string &name, bool json) {
     }
     std::vector<std::string_view> names = value_type_names();
     for (size_t i = 0; i < engine::kTypeCount; ++i) names.push_back(engine::kTypes[i]->name);
-    fmt::print(stderr, "planecheck: there is no object type or value type '{}' (planecheck catalogue --list shows the object types){}\n",
+    fmt::print(stderr, "planecheck: there is no object type '{}', nor a value type (planecheck catalogue --list shows the object types){}\n",
                name, support::did_you_mean(name, names));
     return 2;
 }

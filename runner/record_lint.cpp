@@ -51,7 +51,7 @@ std::string known_names(const engine::TypeDesc &t, bool element, const char *key
     constexpr size_t kFew = 24;
     if (own.size() <= kFew) {
         for (std::string_view n : own) text += (text.empty() ? "" : ", ") + std::string(n);
-        text = fmt::format("; {}{} has: {}", t.name, element ? "'s members" : "", text);
+        text = element ? fmt::format("; {}'s members have: {}", t.name, text) : fmt::format("; {} has: {}", t.name, text);
     } else {
         text = fmt::format("; planecheck catalogue --describe {} lists its {} names", t.name, own.size());
     }

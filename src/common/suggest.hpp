@@ -31,6 +31,7 @@ inline size_t edit_distance(std::string_view a, std::string_view b) {
 // The candidate closest to `name`, or "" when none is within a third of the name's length
 // (at least one edit, at most three); failing that, the shortest name that `name` abbreviates.
 inline std::string closest_name(std::string_view name, const std::vector<std::string_view> &candidates) {
+    if (std::find(candidates.begin(), candidates.end(), name) != candidates.end()) return ""; // known: nothing to suggest
     size_t limit = std::clamp<size_t>(name.size() / 3, 1, 3);
     size_t best = limit + 1;
     std::string_view found;

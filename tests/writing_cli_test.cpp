@@ -216,6 +216,31 @@ TEST(References, EnforcedTheyRefuseABusyDeleteAndADanglingHandle) {
         << r.output;
 }
 
+TEST(References, ByKeyAndInEachElementOfMembersToo) {
+    std::string file = scenario_file("key_refs.yaml", R"(config: { references: enforce }
+steps:
+  - send: { test_nh: [ { op: create, nh_id: 1, testencapmgr_refkey: { encap_id: 5 }, rc: ENOENT } ] }
+  - send: { testencapmgr: [ { op: create, encap_id: 5 } ] }
+  - send: { test_nh: [ { op: create, nh_id: 1, testencapmgr_refkey: { encap_id: 5 } } ] }
+  - send: { testencapmgr: [ { op: delete, encap_id: 5, rc: EBUSY } ] }
+  - send: { lspnh: [ { op: create, lsp_id: 3, hdl: lsp } ] }
+  - send: { nhgroup: [ { op: create, nhgroup_id: 7, members: [ { is_protected: true }, { next_obj_lspnh_refhdl: lsp } ] } ] }
+  - send: { lspnh: [ { op: delete, lsp_id: 3, rc: EBUSY } ] }
+  - send: { nhgroup: [ { op: create, nhgroup_id: 8, members: [ { next_obj_lspnh_refkey: { lsp_id: 4 } } ], rc: ENOENT } ] }
+  - send: { nhgroup: [ { op: delete, nhgroup_id: 7 } ] }
+  - send: { lspnh: [ { op: delete, lsp_id: 3 } ] }
+)");
+    Result r = planecheck("run " + file);
+    EXPECT_EQ(r.status, 0) << r.output;
+    EXPECT_TRUE(has(r, "key_refs.yaml:3: simplane: test_nh create: testencapmgr_refkey (its key) names no live testencapmgr")) << r.output;
+    EXPECT_TRUE(has(r, "key_refs.yaml:6: simplane: testencapmgr delete: testencapmgr 0x1001 is still referred to by test_nh 0x1002 "
+                       "(testencapmgr_refkey)")) << r.output;
+    // the second element's reference holds the lspnh; the first element has none
+    EXPECT_TRUE(has(r, "key_refs.yaml:9: simplane: lspnh delete: lspnh 0x1003 is still referred to by nhgroup 0x1004 "
+                       "(next_obj_lspnh_refhdl)")) << r.output;
+    EXPECT_TRUE(has(r, "key_refs.yaml:10: simplane: nhgroup create: next_obj_lspnh_refkey (its key) names no live lspnh")) << r.output;
+}
+
 TEST(References, IgnoredByDefaultAsBefore) {
     std::string text = kReferences;
     text.replace(text.find(", references: enforce"), std::string(", references: enforce").size(), "");

@@ -52,6 +52,12 @@ else()
 endif()
 install(FILES packaging/planecheck.bash DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions RENAME planecheck)
 
+# The user's manual beside the command: the README, the catalogue (objects, value types and the
+# format's README: what a record may carry) and the example scenarios.
+install(FILES README.md DESTINATION ${CMAKE_INSTALL_DOCDIR})
+install(FILES catalogue/README.md catalogue/objects.yaml catalogue/value_types.yaml DESTINATION ${CMAKE_INSTALL_DOCDIR}/catalogue)
+install(DIRECTORY examples/ DESTINATION ${CMAKE_INSTALL_DOCDIR}/examples)
+
 # `make deb`: a Debian package of all the above, installed under /usr.
 set(CPACK_GENERATOR DEB)
 set(CPACK_PACKAGE_NAME planecheck)
@@ -59,7 +65,8 @@ set(CPACK_PACKAGE_VERSION ${PROJECT_VERSION})
 set(CPACK_PACKAGE_DESCRIPTION_SUMMARY "drives a data-plane object interface from YAML scenario files")
 set(CPACK_PACKAGE_DESCRIPTION "planecheck runs scenario files against a data-plane object interface and checks what \
 comes back. The package holds the command, the engine, the reference data plane simplane, the JSON value model, \
-the C headers, a CMake package, a pkg-config file, a man page, bash completion and the JSON Schema of scenario files.")
+the C headers, a CMake package, a pkg-config file, a man page, bash completion, the JSON Schema of scenario files, \
+and under /usr/share/doc/planecheck the README, the object catalogue with its README, and example scenarios.")
 set(CPACK_PACKAGING_INSTALL_PREFIX /usr)
 set(CPACK_STRIP_FILES ON)
 set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)

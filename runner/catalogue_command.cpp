@@ -3,11 +3,14 @@
 
 #include "catalogue_totals.hpp"
 #include "engine.hpp"
+#include "suggest.hpp"
 #include "value_forms.hpp"
+#include "value_types.hpp"
 
 #include <fmt/format.h>
 
 #include <cstdio>
+#include <set>
 #include <string_view>
 
 namespace pc::runner {
@@ -36,6 +39,8 @@ const char *kind_text(engine::Kind kind) {
     default: return "value";
     }
 }
+
+std::vector<const support::ValueForm *> value_forms_of(const engine::TypeDesc &t);
 
 const char *gate_text(engine::Gate gate) {
     return gate == engine::Gate::Zero ? "active while object_set is 0" : "active while object_set is not 0";
@@ -71,7 +76,72 @@ bool describe_type(const std::string &name) {
     roles(t->top_roles(), "reference pairs (handle name / key)");
     attributes(t->elements(), "in each element of \"members\"");
     roles(t->element_roles(), "reference pairs in each element of \"members\"");
+    fmt::print("  value types:\n");
+    for (const support::ValueForm *form : value_forms_of(*t)) fmt::print("{}", value_type_text(*form, "    "));
     return true;
+}
+
+namespace {
+
+// The value types a record of the type is read with, each once, in order of first use.
+std::vector<const support::ValueForm *> value_forms_of(const engine::TypeDesc &t) {
+    std::vector<const support::ValueForm *> forms;
+    std::set<const support::ValueForm *> seen;
+    auto add = [&](uint16_t value_type) {
+        const support::ValueForm *form = find_value_form(engine::kValueTypes[value_type].name);
+        if (form && seen.insert(form).second) forms.push_back(form);
+    };
+    for (const engine::AttrDesc &a : t.attrs) add(a.value_type);
+    for (const engine::RoleDesc &r : t.roles) add(r.key_value_type);
+    return forms;
+}
+
+std::string attributes_json(std::span<const engine::AttrDesc> list) {
+    std::string out;
+    for (const engine::AttrDesc &a : list)
+        out += fmt::format("{}{{\"name\": \"{}\", \"value_type\": \"{}\", \"kind\": \"{}\"}}", out.empty() ? "" : ", ", a.name,
+                           engine::kValueTypes[a.value_type].name, kind_text(a.kind));
+    return "[" + out + "]";
+}
+
+std::string roles_json(std::span<const engine::RoleDesc> list) {
+    std::string out;
+    for (const engine::RoleDesc &r : list)
+        out += fmt::format("{}{{\"handle\": \"{}\", \"key\": \"{}\", \"target\": \"{}\", \"key_type\": \"{}\"}}",
+                           out.empty() ? "" : ", ", r.hdl_key, r.key_key, engine::kTypes[r.target]->name,
+                           engine::kValueTypes[r.key_value_type].name);
+    return "[" + out + "]";
+}
+
+void print_type_json(const engine::TypeDesc &t) {
+    std::string types;
+    for (const support::ValueForm *form : value_forms_of(t)) types += (types.empty() ? "" : ", ") + value_type_json(*form);
+    fmt::print("{{\"object_type\": \"{}\", \"number\": {}, \"gate\": \"{}\", \"count_key\": \"{}\", \"eod\": {}, "
+               "\"key\": {}, \"attributes\": {}, \"reference_pairs\": {}, \"members\": {}, \"member_reference_pairs\": {}, "
+               "\"value_types\": [{}]}}\n",
+               t.name, t.number, t.gate == engine::Gate::None ? "" : gate_text(t.gate), t.count_key ? t.count_key : "",
+               t.eod ? "true" : "false", attributes_json(t.keys()), attributes_json(t.top().subspan(t.key_count)),
+               roles_json(t.top_roles()), attributes_json(t.elements()), roles_json(t.element_roles()), types);
+}
+
+} // namespace
+
+int describe_command(const std::string &name, bool json) {
+    if (const engine::TypeDesc *t = engine::find_type(name.c_str())) {
+        if (json) print_type_json(*t);
+        else describe_type(name);
+        return 0;
+    }
+    if (const support::ValueForm *form = find_value_form(name)) {
+        if (json) fmt::print("{{\"value_type\": {}}}\n", value_type_json(*form));
+        else fmt::print("{} (value type)\n{}", name, value_type_text(*form, "  "));
+        return 0;
+    }
+    std::vector<std::string_view> names = value_type_names();
+    for (size_t i = 0; i < engine::kTypeCount; ++i) names.push_back(engine::kTypes[i]->name);
+    fmt::print(stderr, "planecheck: there is no object type '{}', nor a value type (planecheck catalogue --list shows the object types){}\n",
+               name, support::did_you_mean(name, names));
+    return 2;
 }
 
 void print_stats() {

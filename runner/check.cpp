@@ -2,6 +2,7 @@
 
 #include "engine.hpp"
 #include "record_lint.hpp"
+#include "suggestions.hpp"
 #include "planecheck/support.h"
 #include "value_forms.hpp"
 
@@ -201,6 +202,22 @@ void StepCheck::arm(const std::string &kind, const JSON_Value *op) {
                             text, type->name, inactive_text(object_set_)));
     else if (text.substr(space + 1) == "eod" && !type->eod)
         add(op, fmt::format("{}: '{}' never comes: {} has no end-of-data operation", kind, text, type->name));
+    else
+        armed_.push_back({kind, text, pc_json_line(op), pc_json_column(op)});
+}
+
+void StepCheck::note_operation(const TypeDesc &type, const char *op) {
+    std::string text = std::string(type.name) + " " + op;
+    std::erase_if(armed_, [&](const Armed &a) { return a.text == text; });
+}
+
+void StepCheck::finish() {
+    for (const Armed &a : armed_)
+        findings_.push_back({a.line, a.column,
+                             fmt::format("{}: no operation after this step is '{}', so the {} is never used", a.kind, a.text,
+                                         a.kind == "inject" ? "injection" : "result"),
+                             false});
+    armed_.clear();
 }
 
 // The type a dispatch chain takes for the step, with its records; a step that names none ends
@@ -211,8 +228,9 @@ const TypeDesc *StepCheck::table(const JSON_Object *o, const JSON_Value *at, JSO
         return type;
     }
     const char *name = json_object_get_name(o, 0);
-    add(name ? json_object_get_value_at(o, 0) : at, fmt::format("unknown table {}: {} ends the process here (exit status 1)",
-                                                                name ? name : "(the mapping is empty)", who));
+    add(name ? json_object_get_value_at(o, 0) : at, fmt::format("unknown table {}: {} ends the process here (exit status 1){}",
+                                                                name ? name : "(the mapping is empty)", who,
+                                                                name ? table_suggestion(name) : ""));
     return nullptr;
 }
 
@@ -299,7 +317,10 @@ void StepCheck::records(const TypeDesc &type, const JSON_Value *value, Use use) 
         }
         values(type, record, false);
         if (use == Use::Received || use == Use::Dumped) continue;
-        if (use == Use::Batch) queued_op(v);
+        if (use == Use::Batch) {
+            queued_op(v);
+            if (const char *op = op_of(record)) note_operation(type, op);
+        }
         else sent_op(type, v, i);
         handles(record);
         if (use == Use::Sent && i == 0 && one_of(op_of(record), kReplayOps) && n > 1) {
@@ -329,14 +350,17 @@ void StepCheck::sent_op(const TypeDesc &type, const JSON_Value *value, size_t in
         add(op_value ? op_value : value, "the record has no op: text (create, update, delete, get, ...)");
         return;
     }
-    if (performs(type, op, index, mode_)) return;
-    if (!std::strcmp(op, "eod"))
-        add(op_value, fmt::format("{} has no end-of-data operation: op: eod runs nothing", type.name));
-    else if (one_of(op, kReplayOps))
-        add(op_value, fmt::format("op: {} runs only as the first record of a list; here it runs nothing", op));
-    else
-        add(op_value, fmt::format("'{}' is no operation of {} (create, update, delete, get, get_first, get_next, get_gt_eq, walk_by_key, "
-                                  "eod, replay, replay_start, replay_end): the record runs nothing", op, type.name));
+    std::string problem = op_problem(type, op, index, mode_);
+    if (!problem.empty()) add(op_value, problem);
+    else note_operation(type, op);
+}
+
+std::string op_problem(const TypeDesc &type, const char *op, size_t index, int32_t mode) {
+    if (performs(type, op, index, mode)) return "";
+    if (!std::strcmp(op, "eod")) return fmt::format("{} has no end-of-data operation: op: eod runs nothing", type.name);
+    if (one_of(op, kReplayOps)) return fmt::format("op: {} runs only as the first record of a list; here it runs nothing", op);
+    return fmt::format("'{}' is no operation of {} (create, update, delete, get, get_first, get_next, get_gt_eq, walk_by_key, "
+                       "eod, replay, replay_start, replay_end): the record runs nothing{}", op, type.name, op_suggestion(op));
 }
 
 // The batch list takes the operation codes of create to get_next; it refuses any other, and the

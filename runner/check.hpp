@@ -31,6 +31,10 @@ const char *special_key(const JSON_Object *step);
 // The object type a send step goes to: null for a special key or an unknown table.
 const engine::TypeDesc *send_type(const JSON_Object *step);
 
+// Why the record's op runs nothing in a type's send ("" when a branch performs it), with the
+// closest operation suggested for an unknown one.
+std::string op_problem(const engine::TypeDesc &type, const char *op, size_t index, int32_t mode);
+
 // A handle number written as text ("0x1001"), not a name.
 bool handle_number(const char *text);
 // The "hdl" value of an update or delete record that names a handle `stored` does not know, or null.
@@ -47,6 +51,8 @@ public:
     void dump(const JSON_Value *body);
     // inject: or npu_result: for `op` ("test_if create"), already known to name a type and an operation
     void arm(const std::string &kind, const JSON_Value *op);
+    // At the end of the file: the injections and NPU results that no later operation takes.
+    void finish();
     // The findings since the last call.
     std::vector<CheckFinding> take();
 
@@ -66,6 +72,7 @@ private:
     void value(uint16_t value_type, JSON_Value *v, const char *name);
     void enum_range(uint16_t value_type, const JSON_Value *v, const char *name);
     void handle_read(JSON_Value *v, const char *what);
+    void note_operation(const engine::TypeDesc &type, const char *op);
     bool router_matches(const engine::TypeDesc &type, const JSON_Value *list);
     bool type_active(const engine::TypeDesc &type, const JSON_Value *at, bool dump);
 
@@ -74,6 +81,11 @@ private:
     int32_t mode_;
     std::unordered_set<std::string> stored_; // handle names that earlier records store with "hdl"
     std::vector<CheckFinding> findings_;
+    struct Armed {
+        std::string kind, text; // "inject", "test_if create"
+        uint32_t line, column;
+    };
+    std::vector<Armed> armed_; // armed, and no operation after them has taken them yet
     pc::support::Context scratch_;          // converters report refused values through its log
     const JSON_Value *converting_ = nullptr;
 };

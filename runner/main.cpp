@@ -182,6 +182,15 @@ int replay_recording(const std::string &recording, const std::string &scenario, 
     return status == 0 && summary.problems ? 1 : status;
 }
 
+// The argument parser's message, in the words of the rest of the command's messages.
+std::string usage_error_text(const CLI::ParseError &e) {
+    std::string text = e.what();
+    static const std::string missing = "File does not exist: ";
+    if (size_t at = text.find(missing); at != std::string::npos)
+        return fmt::format("cannot read {}: no such file", text.substr(at + missing.size()));
+    return text;
+}
+
 } // namespace
 
 int main(int argc, char **argv) {
@@ -220,8 +229,12 @@ int main(int argc, char **argv) {
     auto *catalogue = app.add_subcommand("catalogue", "show the object catalogue");
     auto *list_flag = catalogue->add_flag("--list", list, "print the object type names in catalogue order");
     auto *stats_flag = catalogue->add_flag("--stats", stats, "print the catalogue's totals")->excludes(list_flag);
-    auto *describe_option = catalogue->add_option("--describe", describe, "print what a record of object type TYPE may carry")
+    bool describe_json = false;
+    auto *describe_option = catalogue->add_option("--describe", describe,
+                                                  "print what a record of object type TYPE may carry, or the values or fields of "
+                                                  "value type TYPE")
         ->excludes(list_flag)->excludes(stats_flag);
+    catalogue->add_flag("--json", describe_json, "with --describe: print it as one JSON document")->needs(describe_option);
     catalogue->add_flag("--schema", schema, "print the JSON Schema of scenario files, for editors")
         ->excludes(list_flag)->excludes(stats_flag)->excludes(describe_option);
 
@@ -253,23 +266,23 @@ int main(int argc, char **argv) {
     std::string uncovered;
     bool coverage_json = false;
     auto *coverage = app.add_subcommand("coverage", "merge coverage reports (run --coverage) and print what they cover");
-    coverage->add_option("reports", reports, "coverage reports written by run --coverage")->required()->check(CLI::ExistingFile);
+    // no existence check: the reports that can be read are merged, the others are named
+    coverage->add_option("reports", reports, "coverage reports written by run --coverage")->required();
     coverage->add_option("--uncovered", uncovered, "list what the records of object type TYPE never set or compared");
     coverage->add_flag("--json", coverage_json, "print JSON for machines instead of the table");
 
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError &e) {
-        int code = app.exit(e);
-        return code == 0 ? 0 : 2;
+        if (e.get_exit_code() == 0) return app.exit(e); // --help, --version
+        fmt::print(stderr, "planecheck: {} (planecheck --help shows the usage)\n", usage_error_text(e));
+        return 2;
     }
 
     if (*coverage) return pc::coverage::run_command(reports, uncovered, coverage_json);
     if (*catalogue) {
         if (!describe.empty()) {
-            if (pc::runner::describe_type(describe)) return 0;
-            fmt::print(stderr, "planecheck: there is no object type '{}' (planecheck catalogue --list shows them)\n", describe);
-            return 2;
+            return pc::runner::describe_command(describe, describe_json);
         }
         if (stats) pc::runner::print_stats();
         else if (schema) pc::runner::print_schema();

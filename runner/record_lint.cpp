@@ -1,6 +1,7 @@
 #include "record_lint.hpp"
 
 #include "planecheck/session.hpp"
+#include "suggest.hpp"
 
 #include <fmt/format.h>
 
@@ -17,6 +18,8 @@ namespace {
 
 struct Names {
     std::unordered_set<std::string_view> top, element;
+    // what a user may mean: the type's own names, without the control fields
+    std::vector<std::string_view> own_top, own_element;
 };
 
 const Names &names_of(const engine::TypeDesc &t) {
@@ -28,11 +31,31 @@ const Names &names_of(const engine::TypeDesc &t) {
                                 "get_option", "retry_mode", "router", "members", "npd_state", "expect_did_not_run"})
         slot->top.insert(control);
     if (t.count_key) slot->top.insert(t.count_key);
-    for (const auto &a : t.top()) slot->top.insert(a.name);
-    for (const auto &a : t.elements()) slot->element.insert(a.name);
-    for (const auto &r : t.top_roles()) slot->top.insert({r.hdl_key, r.key_key});
-    for (const auto &r : t.element_roles()) slot->element.insert({r.hdl_key, r.key_key});
+    for (const auto &a : t.top()) slot->own_top.push_back(a.name);
+    for (const auto &a : t.elements()) slot->own_element.push_back(a.name);
+    for (const auto &r : t.top_roles()) slot->own_top.insert(slot->own_top.end(), {r.hdl_key, r.key_key});
+    for (const auto &r : t.element_roles()) slot->own_element.insert(slot->own_element.end(), {r.hdl_key, r.key_key});
+    slot->top.insert(slot->own_top.begin(), slot->own_top.end());
+    slot->element.insert(slot->own_element.begin(), slot->own_element.end());
     return *slot;
+}
+
+// The names the type has where the key stood, when they are few enough to read in a line, and
+// the one the key was probably meant to be.
+std::string known_names(const engine::TypeDesc &t, bool element, const char *key) {
+    const Names &names = names_of(t);
+    const auto &own = element ? names.own_element : names.own_top;
+    std::vector<std::string_view> candidates = own;
+    candidates.insert(candidates.end(), names.top.begin(), names.top.end()); // control fields too
+    std::string text;
+    constexpr size_t kFew = 24;
+    if (own.size() <= kFew) {
+        for (std::string_view n : own) text += (text.empty() ? "" : ", ") + std::string(n);
+        text = element ? fmt::format("; {}'s members have: {}", t.name, text) : fmt::format("; {} has: {}", t.name, text);
+    } else {
+        text = fmt::format("; planecheck catalogue --describe {} lists its {} names", t.name, own.size());
+    }
+    return text + pc::support::did_you_mean(key, element ? own : candidates);
 }
 
 void lint_object(const engine::TypeDesc &t, const JSON_Object *o, bool element, const UnknownKey &report) {
@@ -42,8 +65,8 @@ void lint_object(const engine::TypeDesc &t, const JSON_Object *o, bool element, 
         const char *key = json_object_get_name(o, i);
         if (known.count(key)) continue;
         std::string where = element ? " in its members" : "";
-        report(json_object_get_value_at(o, i),
-               std::string(t.name) + " has no '" + key + "'" + where + "; the key is ignored, so nothing checks it");
+        report(json_object_get_value_at(o, i), std::string(t.name) + " has no '" + key + "'" + where +
+                                                   "; the key is ignored, so nothing checks it" + known_names(t, element, key));
     }
 }
 
@@ -55,7 +78,7 @@ std::string text_number_problem(const char *text, int64_t min, uint64_t max) {
     bool negative = text[0] == '-';
     long long s = negative ? std::strtoll(text, &end, 0) : 0;
     unsigned long long u = negative ? 0 : std::strtoull(text, &end, 0);
-    if (end == text || !end || *end) return "is not a number or a status name";
+    if (end == text || !end || *end) return "is not a number or a status name" + pc::support::did_you_mean(text, pc::support::status_name_list());
     if (errno == ERANGE) return "does not fit in 64 bits";
     return negative ? (s < min ? "is out of range" : "") : (u > max ? "is out of range" : "");
 }

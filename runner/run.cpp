@@ -6,6 +6,8 @@
 #include "coverage.hpp"
 #include "record_lint.hpp"
 #include "report.hpp"
+#include "suggestions.hpp"
+#include "suggest.hpp"
 
 #include "common.hpp"
 #include "engine.hpp"
@@ -54,6 +56,7 @@ public:
             context_.session.record_line = 0;
             trail_step(trail(), step.number, step.line);
             current_step_ = &step;
+            step_passed_ = false;
             std::string problem = run_step(step);
             print_dump_document(step);
             current_step_ = nullptr;
@@ -62,6 +65,10 @@ public:
                 error = {result_.path, pc_json_line(problem_at_), pc_json_column(problem_at_), problem};
                 return invalid(error);
             }
+        }
+        if (check_) {
+            check_->finish();
+            print_findings();
         }
         if (result_.steps == 0) // like a test runner that collected nothing: not a pass
             return invalid({result_.path, reader_.steps_at().line, reader_.steps_at().column,
@@ -100,6 +107,7 @@ private:
         if (auto reset = platform_.offered(&pc_platform_services::reset)) reset();
         if (auto configure = platform_.offered(&pc_platform_services::configure)) configure(c.npus, c.router_type, c.node.c_str());
         if (auto set_log = platform_.offered(&pc_platform_services::set_log)) set_log(log_of_platform, this);
+        if (auto enforce = platform_.offered(&pc_platform_services::enforce_references)) enforce(c.enforce_references);
         PROCESS &p = context_.process;
         p.mode = c.mode;
         p.object_set = c.object_set;
@@ -189,6 +197,7 @@ private:
     void print_dump_document(const Step &step) {
         std::string &doc = context_.session.dump_document;
         if (doc.empty()) return;
+        if (options_.quiet && step_passed_) return doc.clear(); // -q prints only the steps that did not pass
         doc.erase(doc.size() - 2, 1); // the last member's comma
         fmt::print(options_.steps, "{}:{}: step {} received:\n{{\n{}}}\n", result_.path, step.line, step.number, doc);
         doc.clear();
@@ -205,10 +214,21 @@ private:
         std::string out = fmt::format("{}:{}: {}", result_.path, line ? line : current_line_, text);
         clear_progress();
         std::fputs(out.c_str(), stderr);
+        std::fputs(unknown_table_hint(text, line ? line : current_line_).c_str(), stderr);
         if (level != 1) return;
         std::string finding = out.substr(0, out.size() - (out.back() == '\n'));
         result_.add_finding(finding);
         trail_error(trail(), finding);
+    }
+
+    // The library's own "unknown table NAME" line stays as it is; the closest name follows it on a
+    // line of its own, before the library ends the process.
+    std::string unknown_table_hint(const std::string &text, uint32_t line) const {
+        static const std::string unknown = "unknown table ";
+        if (text.compare(0, unknown.size(), unknown) != 0) return "";
+        std::string name = text.substr(unknown.size(), text.find_last_not_of('\n') + 1 - unknown.size());
+        std::string hint = table_suggestion(name);
+        return hint.empty() ? "" : fmt::format("{}:{}: unknown table {}{}\n", result_.path, line, name, hint);
     }
 
     std::string fail_at(const JSON_Value *at, std::string message) {
@@ -325,10 +345,11 @@ private:
             if (json_object_get_value(step, s)) return;
         if (const JSON_Array *batch = json_value_get_array(json_object_get_value(step, "batch_crud"))) {
             for (size_t i = 1; i < json_array_get_count(batch); ++i)
-                if (const JSON_Object *element = json_value_get_object(json_array_get_value(batch, i))) lint_type(element);
+                if (const JSON_Object *element = json_value_get_object(json_array_get_value(batch, i)))
+                    lint_type(element, Gated::No); // the batch enqueue has no object-set gate
             return;
         }
-        if (!json_object_get_value(step, "batch_crud")) lint_type(step);
+        if (!json_object_get_value(step, "batch_crud")) lint_type(step, Gated::Yes, true);
     }
 
     // Values that the library reads as whole numbers without a check of its own are refused
@@ -349,14 +370,32 @@ private:
         return p.at ? fail_at(p.at, p.message) : "";
     }
 
-    void lint_type(const JSON_Object *records_by_type) {
+    enum class Gated { Yes, No, Dump };
+
+    // A step of an inactive type does nothing, so its records are not looked at (as check does).
+    void lint_type(const JSON_Object *records_by_type, Gated gated = Gated::Yes, bool sent = false) {
         JSON_Value *records = nullptr;
         const engine::TypeDesc *type = engine::first_type(records_by_type, records);
         if (!type) return;
-        lint_records(*type, records, [this](const JSON_Value *at, const std::string &message) {
+        bool gate_applies = gated == Gated::Yes || (gated == Gated::Dump && !type->has(engine::kDumpWithoutGate));
+        if (gate_applies && !active_under(type->gate, context_.process.object_set)) return;
+        auto report_value = [this](const JSON_Value *at, const std::string &message) {
             context_.session.stats[PC_STAT_VALUE_ERROR]++;
             print_log(message + "\n", pc_json_line(at));
-        });
+        };
+        lint_records(*type, records, report_value);
+        if (sent) lint_ops(*type, records, report_value);
+    }
+
+    // An op that no branch of the type's send runs: the library builds the object and runs nothing.
+    void lint_ops(const engine::TypeDesc &type, const JSON_Value *records, const UnknownKey &report_value) {
+        const JSON_Array *list = json_value_get_array(records);
+        for (size_t i = 0; list && i < json_array_get_count(list); ++i) {
+            const JSON_Value *op = json_object_get_value(json_value_get_object(json_array_get_value(list, i)), "op");
+            const char *text = json_value_get_string(op);
+            std::string problem = text ? op_problem(type, text, i, context_.process.mode) : "";
+            if (!problem.empty()) report_value(op, "op: " + problem);
+        }
     }
 
     // While the step's send runs, every client call reaches the SDK side: the received object is
@@ -396,7 +435,7 @@ private:
             print_findings();
             return "";
         }
-        lint_type(o);
+        lint_type(o, Gated::Dump);
         uint64_t before_m = mismatches(), before_v = value_errors();
         set_label(fmt::format("dump {}", json_object_get_name(o, 0) ? json_object_get_name(o, 0) : ""));
         int result = json_dump_object_sdk(body, &context_.process);
@@ -439,7 +478,8 @@ private:
             const char *text = json_value_get_string(status);
             bool numeric = text && text[0] && std::strspn(text, "0123456789abcdefxABCDEFX") == std::strlen(text);
             if (json_value_get_type(status) == JSONString && !pc::support::status_from_name(text, s) && !numeric)
-                return fail_at(status, fmt::format("unknown status '{}' (a number or a name such as ENOMEM)", text));
+                return fail_at(status, fmt::format("unknown status '{}' (a number or a name such as ENOMEM){}", text,
+                                                   pc::support::did_you_mean(text, pc::support::status_name_list())));
             if (json_value_get_type(status) != JSONString && json_value_get_type(status) != JSONNumber)
                 return fail_at(status, "status: is a number or a name such as ENOMEM");
             if (std::string p = whole_number_problem(status, INT32_MIN, UINT32_MAX); !p.empty())
@@ -469,6 +509,25 @@ private:
         return "";
     }
 
+    // "test_iff create" -> "; did you mean test_if create?", from the closest type and operation.
+    static std::string arm_suggestion(const std::string &text, const std::set<std::string> &ops) {
+        size_t space = text.find(' ');
+        if (space == std::string::npos) return "";
+        std::string type = text.substr(0, space), op = text.substr(space + 1);
+        if (!pc::engine::find_type(type.c_str())) type = pc::support::closest_name(type, type_names());
+        if (!ops.count(op)) op = pc::support::closest_name(op, std::vector<std::string_view>(ops.begin(), ops.end()));
+        return type.empty() || op.empty() ? "" : fmt::format("; did you mean {} {}?", type, op);
+    }
+
+    static const std::vector<std::string_view> &type_names() {
+        static const std::vector<std::string_view> names = [] {
+            std::vector<std::string_view> all;
+            for (size_t i = 0; i < engine::kTypeCount; ++i) all.push_back(engine::kTypes[i]->name);
+            return all;
+        }();
+        return names;
+    }
+
     std::string check_op_text(const JSON_Value *op, JSON_Value *body) {
         static const std::set<std::string> ops = {"create", "delete", "eod", "update", "get", "get_first", "get_gt_eq",
                                                   "get_next", "replay", "replay_start", "replay_end"};
@@ -477,7 +536,7 @@ private:
         std::string text = s;
         size_t space = text.find(' ');
         if (space == std::string::npos || !pc::engine::find_type(text.substr(0, space).c_str()) || !ops.count(text.substr(space + 1)))
-            return fail_at(op, fmt::format("'{}' is not <object type> <operation>, such as \"test_if create\"", text));
+            return fail_at(op, fmt::format("'{}' is not <object type> <operation>, such as \"test_if create\"{}", text, arm_suggestion(text, ops)));
         return "";
     }
 
@@ -504,6 +563,7 @@ private:
         else ++result_.failed_steps;
         std::string what = fmt::format("{} and {} since the last expect", plural(got_m, "mismatch"), plural(got_v, "value error"));
         std::string line = fmt::format("{}:{}: step {} expect: {} ({})", result_.path, step.line, step.number, ok ? "ok" : "FAILED", what);
+        if (!ok) line += fmt::format("; expected {} and {}", plural(uint64_t(want_m), "mismatch"), plural(uint64_t(want_v), "value error"));
         if (!ok) result_.add_finding(line);
         clear_progress();
         if (!ok || !options_.quiet) fmt::print(options_.steps, "{}\n", line);
@@ -511,6 +571,7 @@ private:
     }
 
     void report(const Step &step, const std::string &label, uint64_t m, uint64_t v) {
+        step_passed_ = m + v == 0;
         if (options_.quiet && m + v == 0) return;
         clear_progress(); // the progress line and the step lines share the terminal
         std::string outcome = m + v == 0 ? "ok" : fmt::format("{}, {}", plural(m, "mismatch"), plural(v, "value error"));
@@ -548,6 +609,7 @@ private:
     std::chrono::steady_clock::time_point last_progress_ = std::chrono::steady_clock::now();
     size_t file_size_ = 0;
     bool progress_shown_ = false;
+    bool step_passed_ = false; // the step being run has reported and passed
 };
 
 } // namespace

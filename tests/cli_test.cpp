@@ -105,7 +105,7 @@ TEST(Cli, BadValuesAreReportedAtTheirLineAndTheRunGoesOn) {
 TEST(Cli, KeysATypeDoesNotHaveAreReportedWhereTheyAre) {
     Result r = run("run " + scenario("unknown_keys.yaml"));
     EXPECT_EQ(r.status, 1);
-    EXPECT_TRUE(has(r, "unknown_keys.yaml:5: test_if has no 'atr_a1'; the key is ignored, so nothing checks it\n")) << r.output;
+    EXPECT_TRUE(has(r, "unknown_keys.yaml:5: test_if has no 'atr_a1'; the key is ignored, so nothing checks it;")) << r.output;
     EXPECT_TRUE(has(r, "unknown_keys.yaml:8: nhgroup has no 'forward_clas' in its members;")) << r.output;
     Result check = run("check " + scenario("unknown_keys.yaml"));
     EXPECT_TRUE(has(check, "test_if has no 'atr_a1'")) << check.output;

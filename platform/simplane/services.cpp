@@ -1,6 +1,7 @@
 // simplane offers a runner every platform service: it is the data plane a runner fully controls.
 #include "planecheck/platform_services.h"
 #include "planecheck/simplane.h"
+#include "references.hpp"
 #include "store.hpp"
 #include "trace.hpp"
 
@@ -37,9 +38,11 @@ void set_sdk_side(pc_platform_sdk_fn sdk, void *user) {
     });
 }
 
+void enforce_references(int enforce) { simplane::enforce_references(enforce != 0); }
+
 const pc_platform_services services = {
     sizeof(pc_platform_services), instance_new, instance_free, bind, simplane::reset, configure, set_log, set_trace,
-    arm_injection, arm_npu_results, set_sdk_side,
+    arm_injection, arm_npu_results, set_sdk_side, enforce_references,
 };
 
 } // namespace

@@ -1,4 +1,5 @@
 #include "store.hpp"
+#include "references.hpp"
 #include "trace.hpp"
 
 #include "planecheck/simplane.h"
@@ -108,6 +109,7 @@ struct State {
     std::unordered_map<Obj, BatchOutcome> batch_outcomes; // of queued objects, until their list is destroyed
     LogSink log;
     SdkSide sdk;
+    bool enforce_references = false;
 
     State() { reset_stores(); }
     void reset_stores() {
@@ -192,6 +194,107 @@ void load(const Stored &s, uint8_t *inst, const Layout &l, dpa_inst_hdr_t &h) {
     std::snprintf(text, kStateTextSize, "{\"%s\": \"state=programmed hdl=0x%llx npus=%u\"}", state().config.node.c_str(),
                   static_cast<unsigned long long>(s.hdl), state().config.npus);
     h.get_state = text;
+}
+
+// ---- references, when the configuration enforces them ------------------------------------------
+// A reference slot's bytes in an instance or stored body: `values` and `elements` are where the
+// value area and the first element start, `count` the number of elements.
+struct Body {
+    const uint8_t *presence, *values, *elements;
+    uint32_t count;
+    size_t stride;
+};
+
+Body body_of_instance(const uint8_t *inst, const Layout &l, uint32_t count) {
+    Geometry g = geometry(l, 0);
+    return {inst + g.presence, inst + g.values, inst + g.elements, count, g.element_stride};
+}
+
+Body body_of_stored(const Stored &s, const Layout &l) {
+    Geometry g = geometry(l, 0);
+    const uint8_t *b = s.body.data();
+    return {b, b + (g.values - g.presence), b + (g.elements - g.presence), s.elements, g.element_stride};
+}
+
+// Calls `each(bytes)` for every place the reference is set: once at top level, per element else.
+template <typename Each> void each_set(const Body &b, const Layout &l, const Reference &r, Each each) {
+    if (!r.element) {
+        if (b.presence[r.slot]) each(b.values + l.top[r.slot].offset);
+        return;
+    }
+    for (uint32_t e = 0; e < b.count; ++e) {
+        const uint8_t *element = b.elements + b.stride * e;
+        if (element[r.slot]) each(element + l.element_count + l.elements[r.slot].offset);
+    }
+}
+
+std::string hex(uint64_t v) {
+    char text[24];
+    std::snprintf(text, sizeof text, "0x%llx", static_cast<unsigned long long>(v));
+    return text;
+}
+
+bool refers_to(const Reference &r, const uint8_t *bytes, const std::string &key, uint64_t hdl) {
+    if (r.by_key) return std::memcmp(bytes, key.data(), key.size()) == 0;
+    uint64_t h;
+    std::memcpy(&h, bytes, sizeof h);
+    return h == hdl;
+}
+
+// The live object of `target` that a reference's bytes name, or null.
+const Stored *referred(const Reference &r, const uint8_t *bytes) {
+    const Store &store = state().stores[r.target];
+    if (r.by_key) {
+        auto it = store.find(std::string(reinterpret_cast<const char *>(bytes), kLayouts[r.target].key_width));
+        return it == store.end() ? nullptr : &it->second;
+    }
+    uint64_t h;
+    std::memcpy(&h, bytes, sizeof h);
+    for (const auto &[k, stored] : store)
+        if (stored.hdl == h && h) return &stored;
+    return nullptr;
+}
+
+// ENOENT, with a line naming both objects, when a reference the operation sets names nothing live.
+int32_t dangling_reference(const uint8_t *inst, const Layout &l, const dpa_inst_hdr_t &h, const char *op) {
+    Body b = body_of_instance(inst, l, h.elem_count);
+    for (uint16_t i = 0; i < kTypeReferences[l.number].count; ++i) {
+        const Reference &r = kTypeReferences[l.number].list[i];
+        std::string missing;
+        each_set(b, l, r, [&](const uint8_t *bytes) {
+            if (missing.empty() && !referred(r, bytes)) {
+                uint64_t h64 = 0;
+                std::memcpy(&h64, bytes, r.by_key ? 0 : sizeof h64);
+                missing = r.by_key ? "its key" : hex(h64);
+            }
+        });
+        if (missing.empty()) continue;
+        log(kRefusalLevel, std::string("simplane: ") + l.name + " " + op + ": " + r.name + " (" + missing + ") names no live " +
+                   kLayouts[r.target].name + "; refused with ENOENT");
+        return kEnoent;
+    }
+    return kEok;
+}
+
+// EBUSY, with a line naming both objects, when a live object still refers to the one to delete.
+int32_t still_referred(const Layout &target, const std::string &key, uint64_t hdl) {
+    auto &st = state();
+    for (uint32_t t = 0; t < kLayoutCount; ++t) {
+        const Layout &l = kLayouts[t];
+        for (uint16_t i = 0; i < kTypeReferences[l.number].count; ++i) {
+            const Reference &r = kTypeReferences[l.number].list[i];
+            if (r.target != target.number) continue;
+            for (const auto &[k, stored] : st.stores[t]) {
+                bool found = false;
+                each_set(body_of_stored(stored, l), l, r, [&](const uint8_t *bytes) { found |= refers_to(r, bytes, key, hdl); });
+                if (!found) continue;
+                log(kRefusalLevel, std::string("simplane: ") + target.name + " delete: " + target.name + " " + hex(hdl) + " is still referred to by " +
+                           l.name + " " + hex(stored.hdl) + " (" + r.name + "); refused with EBUSY");
+                return kEbusy;
+            }
+        }
+    }
+    return kEok;
 }
 
 } // namespace
@@ -354,6 +457,9 @@ int32_t run(Obj obj, uint16_t type, uint8_t op, bool server) {
         }
     Store &store = st.stores[type];
     std::string key = key_of(inst, l);
+    bool enforce = st.enforce_references;
+    if (enforce && (op == DPA_OP_CREATE || op == DPA_OP_UPDATE) && (op == DPA_OP_UPDATE || !store.count(key)))
+        if (int32_t refused = dangling_reference(inst, l, h, op_name(op))) return refused;
     switch (op) {
     case DPA_OP_CREATE: {
         auto [it, fresh] = store.try_emplace(key);
@@ -369,7 +475,14 @@ int32_t run(Obj obj, uint16_t type, uint8_t op, bool server) {
         h.hdl = it->second.hdl;
         return kEok;
     }
-    case DPA_OP_DELETE: return store.erase(key) ? kEok : kEnoent;
+    case DPA_OP_DELETE: {
+        auto it = store.find(key);
+        if (it == store.end()) return kEnoent;
+        if (enforce)
+            if (int32_t refused = still_referred(l, key, it->second.hdl)) return refused;
+        store.erase(it);
+        return kEok;
+    }
     case DPA_OP_EOD: return kEok;
     default: break;
     }
@@ -441,6 +554,7 @@ void reset() {
     st.injections.clear();
     st.results.clear();
     st.sdk = nullptr;
+    st.enforce_references = false;
 }
 
 void arm_injection(const std::string &op_text, int32_t status, uint32_t times) {
@@ -452,6 +566,7 @@ void arm_npu_results(const std::string &op_text, const std::vector<uint32_t> &re
 }
 
 void set_log(LogSink sink) { state().log = std::move(sink); }
+void enforce_references(bool on) { state().enforce_references = on; }
 void set_sdk_side(SdkSide side) { state().sdk = std::move(side); }
 size_t stored_count(uint16_t type) { return state().stores[type].size(); }
 

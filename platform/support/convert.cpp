@@ -1,5 +1,6 @@
 // The converters of every value type, generic over the value's form.
 #include "planecheck/session.hpp"
+#include "suggest.hpp"
 #include "recorder_sink.hpp"
 #include "value_forms.hpp"
 
@@ -175,8 +176,12 @@ struct Converter {
         case Form::Uint: case Form::Hex:
             if (integer(v, name, f.width, false, bits)) store_bits(out, bits, f.width);
             return;
-        case Form::Int: case Form::Status:
-            if (integer(v, name, f.width, f.form == Form::Int, bits)) store_bits(out, bits, f.width);
+        case Form::Status:
+            if (!status_text_readable(v, name)) return;
+            if (integer(v, name, f.width, false, bits)) store_bits(out, bits, f.width);
+            return;
+        case Form::Int:
+            if (integer(v, name, f.width, true, bits)) store_bits(out, bits, f.width);
             return;
         case Form::Bool: return boolean(v, out, name);
         case Form::Refhdl: return handle(v, out, name);
@@ -190,6 +195,34 @@ struct Converter {
         case Form::Record: case Form::KeyRecord: return record(f, v, out, name);
         case Form::Array: return array(f, v, out, name);
         }
+    }
+
+    // A status written as text is a number or a status name. The send path converts "rc" twice,
+    // before and after the operation, deliberately; the same misspelling is reported once.
+    bool status_text_readable(const JSON_Value *v, const std::string &name) {
+        const char *s = json_value_get_string(v);
+        int32_t status;
+        bool negative, hex;
+        uint64_t magnitude;
+        int64_t value;
+        if (!s || status_from_name(s, status) || parse_integer_text(s, value, negative, magnitude, hex)) return true;
+        struct Refused {
+            const PROCESS *context;
+            const JSON_Value *value;
+            uint32_t line, column;
+            bool operator==(const Refused &) const = default;
+        };
+        static thread_local Refused last{};
+        Refused now{context, v, pc_json_line(v), pc_json_column(v)};
+        ok = false;
+        if (now == last) return false;
+        last = now;
+        std::vector<std::string_view> names = status_name_list();
+        std::string list;
+        for (std::string_view n : names) list += (list.empty() ? "" : ", ") + std::string(n);
+        report_value_error(context, v, name + ": '" + s + "' is neither a number nor a status name (" + list +
+                                           "); it reads as 0 (EOK)" + did_you_mean(s, names));
+        return false;
     }
 
     void boolean(const JSON_Value *v, void *out, const std::string &name) {
@@ -219,7 +252,11 @@ struct Converter {
                 std::memcpy(out, &magnitude, 8);
                 return;
             }
-            return error(v, name, std::string("unknown handle name '") + s + "' (no earlier record stored a handle under it with \"hdl\")");
+            std::vector<std::string_view> stored;
+            if (session)
+                for (const auto &entry : session->handles) stored.push_back(entry.first);
+            return error(v, name, std::string("unknown handle name '") + s + "' (no earlier record stored a handle under it with \"hdl\")" +
+                                      did_you_mean(s, stored));
         }
         uint64_t bits;
         if (integer(v, name, 8, false, bits)) std::memcpy(out, &bits, 8);
@@ -330,7 +367,10 @@ struct Converter {
             if (!parse_integer_text(s, value, negative, magnitude, hex)) {
                 std::string names;
                 for (uint32_t i = 0; i < f.value_count; ++i) names += std::string(i ? ", " : "") + f.values[i].name;
-                return error(v, name, "unknown value '" + std::string(s) + "' of " + f.name + " (one of: " + names + ")");
+                std::vector<std::string_view> candidates;
+                for (uint32_t i = 0; i < f.value_count; ++i) candidates.push_back(f.values[i].name);
+                return error(v, name, "unknown value '" + std::string(s) + "' of " + f.name + " (one of: " + names + ")" +
+                                          did_you_mean(s, candidates));
             }
         }
         uint64_t bits;

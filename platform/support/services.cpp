@@ -5,6 +5,7 @@
 #include <cstdarg>
 #include <cstdio>
 #include <cstring>
+#include <algorithm>
 #include <map>
 
 namespace pc::support {
@@ -31,6 +32,15 @@ bool status_from_name(const std::string &name, int32_t &status) {
     if (it == status_names().end()) return false;
     status = it->second;
     return true;
+}
+
+std::vector<std::string_view> status_name_list() {
+    std::vector<std::pair<int32_t, std::string_view>> by_value;
+    for (const auto &[n, v] : status_names()) by_value.emplace_back(v, n);
+    std::sort(by_value.begin(), by_value.end());
+    std::vector<std::string_view> names;
+    for (const auto &entry : by_value) names.push_back(entry.second);
+    return names;
 }
 
 const char *status_name(int32_t status_class) {

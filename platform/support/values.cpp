@@ -3,9 +3,13 @@
 #include "planecheck/support.h"
 #include "recorder_sink.hpp"
 
+#include <algorithm>
 #include <cerrno>
+#include <vector>
 #include <cmath>
 #include <cstring>
+
+extern "C" int recorder_dump_convert_refhdl(PROCESS *context, const void *value, const char *name); // generated
 
 namespace {
 
@@ -13,6 +17,23 @@ std::string printed(PROCESS *context, pc_value_printer printer, const void *valu
     pc::recorder::Capture capture;
     printer(context, value, name);
     return capture.text();
+}
+
+// A handle value as the scenario knows it: the printed value and the names stored for it with
+// "hdl", so that a mismatch reads "0x1005" (nh2) rather than two bare numbers.
+std::string printed_handle(PROCESS *context, pc_value_printer printer, const void *value, const char *name) {
+    std::string text = printed(context, printer, value, name);
+    if (printer != recorder_dump_convert_refhdl || !context || !context->session) return text;
+    uint64_t handle;
+    std::memcpy(&handle, value, sizeof handle);
+    std::vector<std::string> names;
+    for (const auto &[stored, v] : context->session->handles)
+        if (v == handle && handle != 0) names.push_back(stored);
+    if (names.empty()) return text;
+    std::sort(names.begin(), names.end());
+    std::string list;
+    for (const auto &n : names) list += (list.empty() ? "" : ", ") + n;
+    return text + " (" + list + ")";
 }
 
 } // namespace
@@ -31,7 +52,7 @@ extern "C" {
 int json_cmp(PROCESS *context, const void *received, const void *expected, uint32_t width, const char *name,
              pc_value_printer printer) {
     if (std::memcmp(received, expected, width) == 0) return 0;
-    std::string r = printed(context, printer, received, name), e = printed(context, printer, expected, name);
+    std::string r = printed_handle(context, printer, received, name), e = printed_handle(context, printer, expected, name);
     _proxy_log(context, 1, "%s: received %s expected %s\n", name, r.c_str(), e.c_str());
     scen_stats(context, PC_STAT_MISMATCH);
     return 1;

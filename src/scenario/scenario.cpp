@@ -1,4 +1,5 @@
 #include "scenario.hpp"
+#include "suggest.hpp"
 
 #include "planecheck/platform_types.h"
 
@@ -112,9 +113,16 @@ bool ScenarioReader::read_config(const JSON_Value *value, yaml::LoadError &error
         } else if (key == "verbose" || key == "recorder_off") {
             if (!is_bool) return fail(error, v, key + ": is true or false");
             (key == "verbose" ? config_.verbose : config_.recorder_off) = json_value_get_boolean(v) == 1;
+        } else if (key == "references") {
+            const char *s = json_value_get_string(v);
+            if (!s || (std::strcmp(s, "enforce") && std::strcmp(s, "ignore"))) return fail(error, v, "references: is enforce or ignore");
+            config_.enforce_references = std::strcmp(s, "enforce") == 0;
         } else {
+            static const std::vector<std::string_view> keys = {"mode", "object_set", "router_type", "npus", "node",
+                                                               "verbose", "wait", "recorder_off", "references"};
             return fail(error, v,
-                        "unknown config key '" + key + "' (expected mode, object_set, router_type, npus, node, verbose, wait, recorder_off)");
+                        "unknown config key '" + key + "' (expected mode, object_set, router_type, npus, node, verbose, wait, recorder_off, "
+                        "references)" + pc::support::did_you_mean(key, keys));
         }
     }
     return true;

@@ -22,6 +22,7 @@ struct Config {
     bool verbose = false;
     int32_t wait = 0;
     bool recorder_off = false;
+    bool enforce_references = false; // references: enforce (simplane refuses dangling and busy references)
 };
 
 struct Step {

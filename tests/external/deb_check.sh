@@ -22,6 +22,10 @@ done
     fail "catalogue --schema differs from the packaged schema file"
 grep -q "TEST_SHARD_INDEX" "$usr/share/man/man1/planecheck.1" || fail "the man page lacks its ENVIRONMENT section"
 grep -qF -- '\-\-describe' "$usr/share/man/man1/planecheck.1" || fail "the man page lacks the subcommands' options"
+for file in README.md catalogue/README.md catalogue/objects.yaml catalogue/value_types.yaml examples/hello.yaml; do
+    [ -e "$usr/share/doc/planecheck/$file" ] || fail "no /usr/share/doc/planecheck/$file in the package"
+done
+grep -q "/usr/share/doc/planecheck" "$usr/share/man/man1/planecheck.1" || fail "the man page does not say where the manual is"
 
 # completion: subcommands, and object type names after --describe
 completions=$(PATH="$usr/bin:$PATH" bash -c '

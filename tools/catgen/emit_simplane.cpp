@@ -37,16 +37,44 @@ Slots slots_of(const Catalogue &cat, const ObjectType &t) {
     return s;
 }
 
+// Every reference of the type with its slot: direct references (named after their target type)
+// among the attributes, then each role pair's handle and key slots.
+std::vector<std::string> references_of(const Catalogue &cat, const ObjectType &t) {
+    std::vector<std::string> refs;
+    size_t slot = t.key.size();
+    for (const auto &a : t.attrs) {
+        if (a.kind == Kind::DirectRefhdl || a.kind == Kind::DirectRefkey) {
+            std::string target = a.name.substr(0, a.name.size() - 7); // "_refhdl" / "_refkey"
+            auto it = cat.type_index.find(target);
+            if (it != cat.type_index.end())
+                refs.push_back(fmt::format("{{\"{}\", {}, {}, {}, false}}", a.name, slot, it->second,
+                                           a.kind == Kind::DirectRefkey ? "true" : "false"));
+        }
+        ++slot;
+    }
+    size_t top = slot, element = t.members.size();
+    for (const auto &p : t.roles) {
+        size_t &at = p.element ? element : top;
+        const char *in = p.element ? "true" : "false";
+        refs.push_back(fmt::format("{{\"{}\", {}, {}, false, {}}}", p.hdl_key(), at, p.target_index, in));
+        refs.push_back(fmt::format("{{\"{}\", {}, {}, true, {}}}", p.key_key(), at + 1, p.target_index, in));
+        at += 2;
+    }
+    return refs;
+}
+
 } // namespace
 
 std::string simplane_layouts(const Catalogue &cat) {
-    std::string out = "// Generated from the catalogue by catgen. Do not edit.\n#include \"layout.hpp\"\n\n"
+    std::string out = "// Generated from the catalogue by catgen. Do not edit.\n#include \"layout.hpp\"\n#include \"references.hpp\"\n\n"
                       "namespace simplane {\nnamespace {\n\n";
-    std::string table;
+    std::string table, references;
     for (const auto &t : cat.types) {
         Slots s = slots_of(cat, t);
         out += fmt::format("const Slot top_{}[] = {{{}}};\n", t.name, fmt::join(s.top, ", "));
         if (!s.elements.empty()) out += fmt::format("const Slot elements_{}[] = {{{}}};\n", t.name, fmt::join(s.elements, ", "));
+        std::vector<std::string> refs = references_of(cat, t);
+        if (!refs.empty()) out += fmt::format("const Reference references_{}[] = {{{}}};\n", t.name, fmt::join(refs, ", "));
         std::string flags = "0";
         if (t.eod) flags += " | kEod";
         if (t.sized()) flags += " | kSized";
@@ -54,8 +82,10 @@ std::string simplane_layouts(const Catalogue &cat) {
         table += fmt::format("    {{\"{}\", {}, {}, {}, {}, {}, {}, {}, top_{}, {}, {}}},\n", t.name, t.index, t.key.size(),
                              t.key_width(), s.top.size(), s.elements.size(), s.top_size, s.element_size, t.name,
                              s.elements.empty() ? "nullptr" : "elements_" + t.name, flags);
+        references += fmt::format("    {{{}, {}}},\n", refs.empty() ? "nullptr" : "references_" + t.name, refs.size());
     }
     out += "\n} // namespace\n\nconst Layout kLayouts[] = {\n" + table + "};\n";
+    out += "const TypeReferences kTypeReferences[] = {\n" + references + "};\n";
     out += fmt::format("const uint32_t kLayoutCount = {};\n\n}} // namespace simplane\n", cat.types.size());
     return out;
 }

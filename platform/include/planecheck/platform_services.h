@@ -19,7 +19,8 @@
 extern "C" {
 #endif
 
-/* A line the platform writes about what it does: level 0 information, 1 an error. */
+/* A line the platform writes about what it does: level 0 information, 1 an error, 2 an error that
+ * the status it returned already tells the scenario about (a refused reference): not counted. */
 typedef void (*pc_platform_log_fn)(void *user, int level, const char *text);
 /* One call into the platform's C interface, as `dpa_test_if_create(obj1) = 0`. */
 typedef void (*pc_platform_trace_fn)(void *user, const char *call);
@@ -50,6 +51,10 @@ typedef struct pc_platform_services {
     void (*arm_npu_results)(const char *op_text, const uint32_t *results, size_t count, uint32_t times);
     /* Client calls reach the SDK side through `sdk` until it is set to NULL. */
     void (*set_sdk_side)(pc_platform_sdk_fn sdk, void *user);
+    /* Nonzero: refuse what a real data plane refuses, a reference to no live object (ENOENT) and the
+     * delete of an object still referred to (EBUSY); zero, and after reset: store references as given.
+     * A platform that always refuses them needs not offer it. */
+    void (*enforce_references)(int enforce);
 } pc_platform_services;
 
 /* The services of the platform library, or NULL; asked once per process. */

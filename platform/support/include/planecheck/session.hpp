@@ -8,7 +8,9 @@
 #include <cstdint>
 #include <functional>
 #include <string>
+#include <string_view>
 #include <unordered_map>
+#include <vector>
 
 struct pc_session {
     // level 0 information, 1 errors; `line` is the scenario line the text is about (0: the step's)
@@ -42,6 +44,8 @@ struct Context {
 
 // Status names ("ENOENT") and the don't-care value, as scenarios may write them.
 bool status_from_name(const std::string &name, int32_t &status);
+// Every status name, in order of value (DONT_CARE last).
+std::vector<std::string_view> status_name_list();
 // A number truncated toward zero to 64 bits (from 2^63 up as unsigned); 0 for NaN, the
 // infinities and numbers beyond 64 bits, whose conversion would be undefined.
 int64_t truncated(double d);

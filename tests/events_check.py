@@ -8,8 +8,10 @@ import glob
 import json
 import os
 import re
+import signal
 import subprocess
 import sys
+import time
 import unittest
 import xml.etree.ElementTree as ET
 
@@ -106,7 +108,7 @@ class EventChecks(unittest.TestCase):
         self.assertEqual(end["not_run"], sum(s["status"] == "not_run" for s in steps), name)
         mismatch_findings = [e for e in file_events if e["event"] == "finding" and e["kind"] == "mismatch"]
         self.assertEqual(len(mismatch_findings), end["mismatches"], name)
-        if end["status"] == "ended":
+        if end["status"] == "ended" and end["ended"]["step"]:  # else it ended between two steps
             self.assertEqual(steps[-1]["status"], "ended", name)
             self.assertEqual(end["ended"]["step"], steps[-1]["step"], name)
         if end["status"] == "invalid":
@@ -155,6 +157,28 @@ class SerialRun(EventChecks):
         self.assertEqual(out.returncode, -6)
         files = self.check_run(events, 134)
         self.assertEqual(files[ENDED_BY_ASSERTION][-1]["ended"]["how"], "signal 6 (Aborted)")
+
+    def test_a_stop_signal_ends_the_running_file_and_the_run_in_the_events(self):
+        long_file, path = scratch("long.yaml"), scratch("long.events")
+        with open(long_file, "w") as f:
+            f.write("steps:\n" + "  - send: { test_if: [ { op: create, key_a: 1 }, { op: delete, key_a: 1 } ] }\n" * 200000)
+        if os.path.exists(path):
+            os.unlink(path)
+        process = subprocess.Popen([PLANECHECK, "run", "--events", path, long_file], stdout=subprocess.DEVNULL,
+                                   stderr=subprocess.DEVNULL)
+        deadline = time.monotonic() + 60
+        while time.monotonic() < deadline and (not os.path.exists(path) or os.path.getsize(path) < 4000):
+            time.sleep(0.05)
+        process.send_signal(signal.SIGTERM)
+        self.assertEqual(process.wait(timeout=60), -signal.SIGTERM)
+        with open(path) as f:
+            events = events_of(f.read())
+        files = self.check_run(events, 128 + signal.SIGTERM)
+        end = files[long_file][-1]
+        self.assertEqual(end["ended"]["step"], 0)  # without a recorder, a stop comes between two steps
+        self.assertEqual(end["status"], "ended")
+        self.assertEqual(end["ended"]["how"], "signal 15 (Terminated)")
+        self.assertGreater(end["steps"], 0)
 
     def test_check_writes_events_of_its_findings(self):
         out = run("check", "--events", "-", os.path.join(SCENARIOS, "traps.yaml"), EXAMPLES[0])

@@ -23,6 +23,7 @@ command_status=$?
 set -e
 [ "$runner_status" = "$command_status" ] || fail "exit status $runner_status, the command's $command_status"
 grep -q "send test_if" "$work/runner.out" || { cat "$work/runner.out"; fail "no step lines"; }
+grep -q "sdk_side.yaml: passed (0 mismatches, 0 value errors)" "$work/runner.out" || { cat "$work/runner.out"; fail "no verdict from the callback"; }
 
 without_times() { sed -E 's/("tv_n?sec": )[0-9]+/\1T/' "$1"; }
 cmp <(without_times "$work/runner.rec") <(without_times "$work/command.rec") || fail "the recorders differ"

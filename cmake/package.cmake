@@ -6,6 +6,10 @@ include(CMakePackageConfigHelpers)
 # With PC_PLATFORM naming another platform library, simplane is not installed: the engine library
 # carries the support library and needs that platform library at run time.
 set(PC_INSTALLED_LIBRARIES planecheck_shared pc_value_shared)
+if(TARGET planecheck_runner_shared)
+  list(APPEND PC_INSTALLED_LIBRARIES planecheck_runner_shared)
+  set_target_properties(planecheck_runner_shared PROPERTIES EXPORT_NAME runner)
+endif()
 if(TARGET simplane_shared)
   list(APPEND PC_INSTALLED_LIBRARIES simplane_shared)
   set_target_properties(simplane_shared PROPERTIES EXPORT_NAME simplane INSTALL_RPATH "$ORIGIN")
@@ -16,7 +20,7 @@ set_target_properties(planecheck_cli PROPERTIES EXPORT_NAME cli)
 
 install(TARGETS planecheck_cli ${PC_INSTALLED_LIBRARIES} EXPORT planecheckTargets
         RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR} LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR})
-install(DIRECTORY src/value/include/ platform/include/ src/engine/include/ DESTINATION ${CMAKE_INSTALL_INCLUDEDIR})
+install(DIRECTORY src/value/include/ platform/include/ src/engine/include/ runner/include/ DESTINATION ${CMAKE_INSTALL_INCLUDEDIR})
 install(FILES ${PC_GEN_HEADERS} DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/planecheck)
 install(FILES ${PC_GEN_SCHEMA} DESTINATION ${CMAKE_INSTALL_DATADIR}/planecheck)
 

@@ -11,16 +11,17 @@ _planecheck() {
     case $command in
     run)
         case $prev in
-        --recorder|--junit) COMPREPLY=($(compgen -f -- "$cur")); return ;;
+        --recorder|--junit|--events) COMPREPLY=($(compgen -f -- "$cur")); return ;;
         -j|--jobs|--shard) return ;;
         esac
         if [[ $cur == -* ]]; then
-            COMPREPLY=($(compgen -W "-v --verbose -q --quiet --recorder -j --jobs --junit --tap --shard --help" -- "$cur"))
+            COMPREPLY=($(compgen -W "-v --verbose -q --quiet --recorder -j --jobs --junit --tap --events --shard --help" -- "$cur"))
             return
         fi
         ;;
     check)
-        if [[ $cur == -* ]]; then COMPREPLY=($(compgen -W "--help" -- "$cur")); return; fi
+        if [ "$prev" = --events ]; then COMPREPLY=($(compgen -f -- "$cur")); return; fi
+        if [[ $cur == -* ]]; then COMPREPLY=($(compgen -W "--events --help" -- "$cur")); return; fi
         ;;
     catalogue)
         if [ "$prev" = --describe ]; then

@@ -6,7 +6,7 @@ import re
 from pathlib import Path
 from typing import Optional
 
-YAML_NAME = re.compile(r"name:[ \t]*(?P<value>.*?)[ \t]*(?:[ \t]#.*)?$")
+YAML_NAME = re.compile(r"""name:[ \t]*(?P<value>"(?:[^"\\]|\\.)*"|'(?:[^']|'')*'|.*?)[ \t]*(?:[ \t]#.*)?$""")
 HEADER_LINES = 200
 
 

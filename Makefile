@@ -4,7 +4,7 @@ PRESET ?= $(if $(CI),ci,default)
 JOBS ?= $(shell nproc)
 DEPS := cmake ninja-build g++ pkg-config libyaml-dev libfmt-dev libcli11-dev \
         libgtest-dev libgmock-dev libbenchmark-dev libsimdjson-dev libmimalloc-dev help2man dpkg-dev file \
-        python3 python3-pytest python3-pytest-xdist
+        python3-jsonschema python3 python3-pytest python3-pytest-xdist
 
 # The fuzz targets need clang and its runtime libraries (libFuzzer, the sanitizers).
 FUZZ_DEPS := clang-14 libclang-rt-14-dev

@@ -145,8 +145,12 @@ class ScenarioItem(pytest.Item):
         return self.path, 0, f"scenario {self.name}"
 
 
+def plural(count: int, noun: str) -> str:
+    return f"{count} {noun}" if count == 1 else f"{count} {noun}{'es' if noun.endswith('h') else 's'}"
+
+
 def describe_step(step: Step) -> list[str]:
-    counts = f"{step.mismatches} mismatches, {step.value_errors} value errors"
+    counts = f"{plural(step.mismatches, 'mismatch')}, {plural(step.value_errors, 'value error')}"
     lines = [f"{step.location}: step {step.number} {step.label}: {step.status} ({counts})"]
     for finding in step.findings:
         lines.append(f"    {finding.location}: {finding.text}")
@@ -156,22 +160,28 @@ def describe_step(step: Step) -> list[str]:
     return lines
 
 
+def describe_ending(result: FileResult, shown: set) -> list[str]:
+    ended = result.ended
+    step = f" in step {ended.step}" if ended.step else ""
+    lines = [f"{result.path}: the library ended the run with {ended.how}{step} at {ended.at}"]
+    # The last error line is usually the ended step's own finding, listed below it already.
+    if ended.last_error and ended.last_error not in shown:
+        lines.append(f"    {ended.last_error}")
+    return lines
+
+
 def describe_failure(result: FileResult) -> str:
     if result.status == "invalid":
-        return f"{result.error or result.path + ': invalid'}"
-    lines = []
-    if result.ended:
-        ended = result.ended
-        step = f" in step {ended.step}" if ended.step else ""
-        lines.append(f"{result.path}: the library ended the run with {ended.how}{step} at {ended.at}")
-        if ended.last_error:
-            lines.append(f"    {ended.last_error}")
-    for finding in result.findings:
-        lines.append(f"{finding.location}: {finding.text}")
-    for step in result.failed_steps:
-        lines.extend(describe_step(step))
+        return result.error or f"{result.path}: invalid"
+    failed = result.failed_steps
+    shown = {f"{f.location}: {f.text}" for step in failed for f in step.findings}
+    lines = describe_ending(result, shown) if result.ended else []
+    lines += [f"{finding.location}: {finding.text}" for finding in result.findings]
+    for step in failed:
+        lines += describe_step(step)
     counts = result.counts
-    lines.append(f"{result.path}: {str(result.status).upper()}: {counts.get('failed_steps', 0)} of "
-                 f"{counts.get('steps', len(result.steps))} steps failed, {counts.get('mismatches', 0)} "
-                 f"mismatches, {counts.get('value_errors', 0)} value errors")
+    lines.append(f"{result.path}: {str(result.status).upper()}: {len(failed)} of "
+                 f"{plural(len(result.steps), 'step')} failed, "
+                 f"{plural(counts.get('mismatches', 0), 'mismatch')}, "
+                 f"{plural(counts.get('value_errors', 0), 'value error')}")
     return "\n".join(lines)

@@ -14,8 +14,8 @@ def test_the_examples_pass_file_by_file_and_step_by_step():
     assert hello.name == "hello" and hello.passed
     assert [step.label for step in hello.steps] == ["send test_if", "send test_if", "send nhgroup",
                                                     "send test_if", "send nhgroup"]
-    assert [step.line for step in hello.steps] == [8, 13, 21, 31, 36]
-    assert run.totals["files"] == len(paths) and run.findings == []
+    assert [step.line for step in hello.steps] == [8, 13, 21, 32, 37]
+    assert run.totals["files"] == len(paths)
 
 
 def test_a_failing_file_gives_its_findings_with_expected_and_received_values():
@@ -50,7 +50,7 @@ def test_a_file_the_library_ends_is_reported_as_ended_with_or_without_jobs(jobs)
 def test_an_invalid_file_carries_its_location_and_message():
     run = planecheck.run(SCENARIOS / "bad_yaml.yaml")
     assert run.verdict == "invalid" and run.exit_status == 2
-    assert run.files[0].error.startswith(f"{SCENARIOS / 'bad_yaml.yaml'}:5:")
+    assert run.files[0].error.startswith(f"{SCENARIOS / 'bad_yaml.yaml'}:6:9: did not find expected")
 
 
 def test_check_lists_its_findings_at_their_lines_without_running():

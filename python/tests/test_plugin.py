@@ -4,7 +4,8 @@ import xml.etree.ElementTree as ElementTree
 
 import pytest
 
-PLUGIN = ("-p", "planecheck.pytest_plugin")
+# In-process runs import the plugin once; later runs would warn that it cannot be rewritten.
+PLUGIN = ("-p", "planecheck.pytest_plugin", "-W", "ignore::pytest.PytestAssertRewriteWarning")
 
 
 def run_pytest(pytester, *args):
@@ -42,14 +43,16 @@ def test_passing_failing_invalid_and_ended_files_report_in_the_users_terms(pytes
     result.assert_outcomes(passed=1, failed=3)
     result.stdout.fnmatch_lines([
         # the failing step at its line, its finding at the record's line, expected beside received
-        "test_failing.yaml:7: step 3 send test_if: failed (1 mismatches, 0 value errors)",
+        "test_failing.yaml:7: step 3 send test_if: failed (1 mismatch, 0 value errors)",
         "    test_failing.yaml:9: *",
         "        *expected 6*received 5*",
     ])
-    result.stdout.fnmatch_lines(["test_invalid.yaml:5:*"])
+    result.stdout.fnmatch_lines(["test_invalid.yaml:6:9: did not find expected ',' or '}' *"])
     result.stdout.fnmatch_lines([
         "test_ended.yaml: the library ended the run with exit status 1 in step 2 at test_ended.yaml:4",
-        "    *unknown table test_iff*",
+        "test_ended.yaml:4: step 2 send test_iff: ended (0 mismatches, 0 value errors)",
+        "    test_ended.yaml:4: unknown table test_iff",
+        "test_ended.yaml: ENDED: 1 of 2 steps failed, 0 mismatches, 0 value errors",
     ])
     result.stdout.fnmatch_lines(["FAILED test_failing.yaml::mismatch*"])
     assert "def runtest" not in result.stdout.str(), "a scenario's failure is no Python traceback"

@@ -122,7 +122,8 @@ class ScenarioItem(pytest.Item):
             self.user_properties.append(("planecheck_recorder", options["recorder"]))
         path = os.path.relpath(self.path, config.invocation_params.dir)
         run = run_scenarios([path], **options)
-        self.add_report_section("call", "planecheck", run.stdout + run.stderr)
+        # Step and log lines (standard error) come before the summary line (standard output).
+        self.add_report_section("call", "planecheck", run.stderr + run.stdout)
         result = run.files[0] if run.files else None
         if result is None or not result.passed:
             raise ScenarioFailed(result or FileResult(path=path, index=0, status="invalid",

@@ -1,8 +1,12 @@
 """The pytest plugin as a user meets it: collection, reports and pytest's own options."""
 import json
+import os
+import shutil
 import xml.etree.ElementTree as ElementTree
 
 import pytest
+
+import planecheck
 
 # In-process runs import the plugin once; later runs would warn that it cannot be rewritten.
 PLUGIN = ("-p", "planecheck.pytest_plugin", "-W", "ignore::pytest.PytestAssertRewriteWarning")
@@ -132,3 +136,22 @@ def test_a_missing_command_fails_the_items_with_its_reason(pytester, scenarios, 
     result.stdout.fnmatch_lines(["planecheck: the command named by PLANECHECK_COMMAND is not an executable: *"])
     result = run_pytest(pytester, "--planecheck-command", "no-such-planecheck")
     result.stdout.fnmatch_lines(["planecheck: the command given is not an executable: no-such-planecheck"])
+
+
+@pytest.mark.skipif("PC_DIST_INFO" not in os.environ, reason="needs the build tree's .dist-info")
+@pytest.mark.parametrize("plugin_args, collected", [
+    ((), 1),                                       # found through its entry point
+    (("-p", "planecheck.pytest_plugin"), 1),       # named as well: loaded once, no conflict
+    (("-p", "no:planecheck.pytest_plugin"), 0),    # turned off
+])
+def test_the_installed_entry_point_loads_the_plugin_once(pytester, scenarios, monkeypatch,
+                                                         plugin_args, collected):
+    site = pytester.path / "site"
+    shutil.copytree(os.path.dirname(planecheck.__file__), site / "planecheck")
+    dist_info = os.environ["PC_DIST_INFO"]
+    shutil.copytree(dist_info, site / os.path.basename(dist_info))
+    monkeypatch.setenv("PYTHONPATH", str(site))
+    scenarios(clean="test_1.yaml")
+    result = pytester.runpytest_subprocess(*plugin_args, "--collect-only", "-q")
+    assert result.ret == (0 if collected else 5), result.stderr.str()
+    assert len([line for line in result.outlines if "::" in line]) == collected

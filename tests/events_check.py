@@ -50,9 +50,9 @@ def events_of(text):
     return events
 
 
-def masked(recording):
-    """A recording with its timestamps blanked out, the same length."""
-    return re.sub(rb'("tv_n?sec": )(\d+)', lambda m: m.group(1) + b"0" * len(m.group(2)), recording)
+def masked(records):
+    """Records with their timestamps left out."""
+    return re.sub(rb'("tv_n?sec": )\d+', rb"\1T", records)
 
 
 def by_file(events):
@@ -216,16 +216,16 @@ class ParallelRunAgreesWithEveryReport(EventChecks):
 
     def test_record_ranges_hold_the_steps_records_as_a_serial_run_writes_them(self):
         with open(self.rec, "rb") as f:
-            joined = masked(f.read())
+            joined = f.read()
         serial_rec = scratch("s.rec")
         serial = events_of(run("run", "--recorder", serial_rec, "--events", "-", *EXAMPLES).stdout)
         with open(serial_rec, "rb") as f:
-            alone = masked(f.read())
+            alone = f.read()
         ranges = [(e["file"], e["step"], e["records"]) for e in serial if e["event"] == "step" and "records" in e]
         self.assertTrue(any(r["end"] > r["start"] for _, _, r in ranges))
         for file, step, r in ranges:
             twin = [e for e in self.files[file] if e["event"] == "step" and e["step"] == step][0]["records"]
-            self.assertEqual(joined[twin["start"]:twin["end"]], alone[r["start"]:r["end"]], f"{file} step {step}")
+            self.assertEqual(masked(joined[twin["start"]:twin["end"]]), masked(alone[r["start"]:r["end"]]), f"{file} step {step}")
         placed = [e["records"] for f in self.files.values() for e in f if "records" in e]
         for before, after in zip(placed, placed[1:]):
             self.assertLessEqual(before["end"], after["start"])

@@ -70,12 +70,14 @@ set(CPACK_PACKAGE_DESCRIPTION_SUMMARY "drives a data-plane object interface from
 set(CPACK_PACKAGE_DESCRIPTION "planecheck runs scenario files against a data-plane object interface and checks what \
 comes back. The package holds the command, the engine, the reference data plane simplane, the JSON value model, \
 the C headers, a CMake package, a pkg-config file, a man page, bash completion, the JSON Schema of scenario files, \
-and under /usr/share/doc/planecheck the README, the object catalogue with its README, and example scenarios.")
+the Python package planecheck with its pytest plugin, and under /usr/share/doc/planecheck the README, the object \
+catalogue with its README, and example scenarios.")
 set(CPACK_PACKAGING_INSTALL_PREFIX /usr)
 set(CPACK_STRIP_FILES ON)
 set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
 set(CPACK_DEBIAN_PACKAGE_MAINTAINER "planecheck developers <planecheck@localhost>")
 set(CPACK_DEBIAN_PACKAGE_SECTION devel)
 set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
+set(CPACK_DEBIAN_PACKAGE_SUGGESTS "python3, python3-pytest, python3-pytest-xdist")
 set(CPACK_DEBIAN_PACKAGE_GENERATE_SHLIBS ON)
 include(CPack)

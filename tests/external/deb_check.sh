@@ -36,5 +36,16 @@ completions=$(PATH="$usr/bin:$PATH" bash -c '
 [ "$(echo "$completions" | sed -n 1p)" = check ] || fail "completion of 'ch' gave: $completions"
 echo "$completions" | sed -n 2p | grep -qw nhgroup || fail "completion of --describe nhgro gave: $completions"
 
+# The Python package: Debian's python3 imports it and it finds the packaged command; pytest loads
+# the plugin through its entry point and passes the examples.
+python_dir=$usr/lib/python3/dist-packages
+env -u PLANECHECK_COMMAND PYTHONDONTWRITEBYTECODE=1 PYTHONPATH=$python_dir /usr/bin/python3 -c '
+import os, sys, planecheck, planecheck.pytest_plugin
+found = planecheck.find_command()
+assert os.path.samefile(found, sys.argv[1]), found' "$usr/bin/planecheck" \
+    || fail "the Python package does not import or does not find the packaged command"
+(cd "$here/../../examples" && env -u PLANECHECK_COMMAND PYTHONDONTWRITEBYTECODE=1 PYTHONPATH=$python_dir PATH=/usr/bin:/bin \
+    /usr/bin/python3 -m pytest -q -p no:cacheprovider .) || fail "pytest with the packaged plugin fails the examples"
+
 bash "$here/check.sh" "$usr" "$work/projects"
 echo "deb: $(basename "$deb") unpacked and used by the user projects"

@@ -1,0 +1,188 @@
+"""pytest collects scenario files as tests: one item per file, run by `planecheck run`."""
+from __future__ import annotations
+
+import json
+import os
+import re
+import shutil
+import subprocess
+import tempfile
+from fnmatch import fnmatch
+from pathlib import Path
+
+import pytest
+
+from . import run as run_scenarios
+from .command import PlanecheckError, find_command
+from .model import FileResult, Step
+from .scenario_name import scenario_name
+
+DEFAULT_FILES = ["test_*.yaml", "test_*.json", "test_*.jsonl", "*_test.yaml"]
+COVERAGE_PARTS = "planecheck_coverage_parts"
+
+
+def pytest_addoption(parser):
+    parser.addini("planecheck_files", type="args", default=DEFAULT_FILES,
+                  help="glob patterns of the scenario files to collect")
+    parser.addini("planecheck_args", type="args", default=[],
+                  help="extra options for every `planecheck run`")
+    group = parser.getgroup("planecheck", "planecheck scenario files")
+    group.addoption("--planecheck-command", metavar="PATH",
+                    help="the planecheck command to run (default: $PLANECHECK_COMMAND, then the "
+                         "one installed with this package, then planecheck on PATH)")
+    group.addoption("--planecheck-recorder", metavar="DIR",
+                    help="write one recorder file per scenario file into DIR")
+    group.addoption("--planecheck-strict", action="store_true",
+                    help="run with --strict: a file that planecheck check fails is refused")
+    group.addoption("--planecheck-coverage", metavar="FILE",
+                    help="write the coverage of the whole session, merged, to FILE")
+
+
+def pytest_configure(config):
+    if config.pluginmanager.hasplugin("xdist"):
+        config.pluginmanager.register(CoverageToWorkers(), "planecheck-xdist")
+    if config.getoption("planecheck_coverage") and not hasattr(config, "workerinput"):
+        # The controller (or a serial session) owns the folder the parts are written to.
+        setattr(config, COVERAGE_PARTS, tempfile.mkdtemp(prefix="planecheck-coverage-"))
+
+
+class CoverageToWorkers:
+    @pytest.hookimpl(optionalhook=True)
+    def pytest_configure_node(self, node):
+        parts = getattr(node.config, COVERAGE_PARTS, None)
+        if parts:
+            node.workerinput[COVERAGE_PARTS] = parts
+
+
+def coverage_parts(config):
+    workerinput = getattr(config, "workerinput", None)
+    if workerinput is not None:
+        return workerinput.get(COVERAGE_PARTS)
+    return getattr(config, COVERAGE_PARTS, None)
+
+
+def pytest_sessionfinish(session):
+    config = session.config
+    target = config.getoption("planecheck_coverage")
+    parts = getattr(config, COVERAGE_PARTS, None)
+    if not target or not parts or hasattr(config, "workerinput"):
+        return
+    try:
+        reports = sorted(str(part) for part in Path(parts).glob("*.json"))
+        if reports:
+            merge_coverage(config, reports, target)
+    finally:
+        shutil.rmtree(parts, ignore_errors=True)
+
+
+def merge_coverage(config, reports, target):
+    command = find_command(config.getoption("planecheck_command"))
+    done = subprocess.run([command, "coverage", "--json", *reports], capture_output=True, text=True)
+    if done.returncode != 0:
+        raise pytest.UsageError(f"planecheck coverage could not merge the session's coverage: "
+                                f"{done.stderr.strip()}")
+    with open(target, "w", encoding="utf-8") as out:
+        json.dump(json.loads(done.stdout)["report"], out, indent=1)
+        out.write("\n")
+
+
+def pytest_collect_file(file_path, parent):
+    patterns = parent.config.getini("planecheck_files")
+    if any(fnmatch(file_path.name, pattern) for pattern in patterns):
+        return ScenarioFile.from_parent(parent, path=file_path)
+    return None
+
+
+class ScenarioFile(pytest.File):
+    def collect(self):
+        # Named by the scenario's name: so that -k selects by it as well as by the file's path.
+        yield ScenarioItem.from_parent(self, name=scenario_name(self.path) or self.path.name)
+
+
+def safe_file_name(nodeid: str) -> str:
+    return re.sub(r"[^A-Za-z0-9_.-]+", "_", nodeid).strip("_")
+
+
+class ScenarioFailed(Exception):
+    def __init__(self, result: FileResult):
+        super().__init__(result.path)
+        self.result = result
+
+
+class ScenarioItem(pytest.Item):
+    def runtest(self):
+        config = self.config
+        options = dict(jobs=1,  # the file runs in a process of its own, so a library end is reported
+                       strict=config.getoption("planecheck_strict"),
+                       extra_args=config.getini("planecheck_args"),
+                       command=config.getoption("planecheck_command"),
+                       recorder=self.output_path(config.getoption("planecheck_recorder"), ".rec"),
+                       coverage=self.output_path(coverage_parts(config), ".json"))
+        if options["recorder"]:
+            self.user_properties.append(("planecheck_recorder", options["recorder"]))
+        path = os.path.relpath(self.path, config.invocation_params.dir)
+        run = run_scenarios([path], **options)
+        # Step and log lines (standard error) come before the summary line (standard output).
+        self.add_report_section("call", "planecheck", run.stderr + run.stdout)
+        result = run.files[0] if run.files else None
+        if result is None or not result.passed:
+            raise ScenarioFailed(result or FileResult(path=path, index=0, status="invalid",
+                                                      error=run.stderr.strip()))
+
+    def output_path(self, folder, suffix):
+        if not folder:
+            return None
+        os.makedirs(folder, exist_ok=True)
+        return os.path.join(folder, safe_file_name(self.nodeid) + suffix)
+
+    def repr_failure(self, excinfo):
+        if isinstance(excinfo.value, ScenarioFailed):
+            return describe_failure(excinfo.value.result)
+        if isinstance(excinfo.value, PlanecheckError):
+            return str(excinfo.value)
+        return super().repr_failure(excinfo)
+
+    def reportinfo(self):
+        return self.path, 0, f"scenario {self.name}"
+
+
+def plural(count: int, noun: str) -> str:
+    return f"{count} {noun}" if count == 1 else f"{count} {noun}{'es' if noun.endswith('h') else 's'}"
+
+
+def describe_step(step: Step) -> list[str]:
+    counts = f"{plural(step.mismatches, 'mismatch')}, {plural(step.value_errors, 'value error')}"
+    lines = [f"{step.location}: step {step.number} {step.label}: {step.status} ({counts})"]
+    for finding in step.findings:
+        lines.append(f"    {finding.location}: {finding.text}")
+        if finding.expected is not None or finding.received is not None:
+            about = f"{finding.attribute}: " if finding.attribute else ""
+            lines.append(f"        {about}expected {finding.expected}  received {finding.received}")
+    return lines
+
+
+def describe_ending(result: FileResult, shown: set) -> list[str]:
+    ended = result.ended
+    step = f" in step {ended.step}" if ended.step else ""
+    lines = [f"{result.path}: the library ended the run with {ended.how}{step} at {ended.at}"]
+    # The last error line is usually the ended step's own finding, listed below it already.
+    if ended.last_error and ended.last_error not in shown:
+        lines.append(f"    {ended.last_error}")
+    return lines
+
+
+def describe_failure(result: FileResult) -> str:
+    if result.status == "invalid":
+        return result.error or f"{result.path}: invalid"
+    failed = result.failed_steps
+    shown = {f"{f.location}: {f.text}" for step in failed for f in step.findings}
+    lines = describe_ending(result, shown) if result.ended else []
+    lines += [f"{finding.location}: {finding.text}" for finding in result.findings]
+    for step in failed:
+        lines += describe_step(step)
+    counts = result.counts
+    lines.append(f"{result.path}: {str(result.status).upper()}: {len(failed)} of "
+                 f"{plural(len(result.steps), 'step')} failed, "
+                 f"{plural(counts.get('mismatches', 0), 'mismatch')}, "
+                 f"{plural(counts.get('value_errors', 0), 'value error')}")
+    return "\n".join(lines)

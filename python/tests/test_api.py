@@ -1,0 +1,69 @@
+"""The Python API on the examples and the test suite's scenarios, through the real command."""
+import pytest
+
+import planecheck
+from conftest import EXAMPLES, SCENARIOS
+
+
+def test_the_examples_pass_file_by_file_and_step_by_step():
+    paths = sorted(str(path) for path in EXAMPLES.glob("*.yaml"))
+    run = planecheck.run(paths)
+    assert run.passed and run.exit_status == 0, run.stderr
+    assert [result.path for result in run.files] == paths
+    hello = run.file(str(EXAMPLES / "hello.yaml"))
+    assert hello.name == "hello" and hello.passed
+    assert [step.label for step in hello.steps] == ["send test_if", "send test_if", "send nhgroup",
+                                                    "send test_if", "send nhgroup"]
+    assert [step.line for step in hello.steps] == [8, 13, 21, 32, 37]
+    assert run.totals["files"] == len(paths)
+
+
+def test_a_failing_file_gives_its_findings_with_expected_and_received_values():
+    run = planecheck.run(SCENARIOS / "mismatch.yaml")
+    assert run.verdict == "failed" and run.exit_status == 1
+    [result] = run.files
+    assert [step.status for step in result.steps] == ["passed", "failed", "failed"]
+    [attribute] = [f for f in result.steps[2].findings if f.attribute == "attr_a1"]
+    assert (attribute.line, attribute.kind, attribute.expected, attribute.received) == (9, "mismatch", "6", "5")
+    assert result.counts["mismatches"] == sum(step.mismatches for step in result.steps) > 0
+
+
+def test_recorder_ranges_slice_each_steps_records_out_of_the_recorder_file(tmp_path):
+    recorder = tmp_path / "hello.rec"
+    run = planecheck.run(EXAMPLES / "hello.yaml", recorder=recorder)
+    data = recorder.read_bytes()
+    ranges = [step.records for step in run.files[0].steps]
+    assert ranges[0][0] == 0 and ranges[-1][1] == len(data)
+    assert all(earlier[1] == later[0] for earlier, later in zip(ranges, ranges[1:]))
+    assert b"nhgroup" in data[ranges[2][0]:ranges[2][1]] and b"nhgroup" not in data[:ranges[1][1]]
+
+
+@pytest.mark.parametrize("jobs", [None, 1])
+def test_a_file_the_library_ends_is_reported_as_ended_with_or_without_jobs(jobs):
+    run = planecheck.run(SCENARIOS / "unknown_table.yaml", jobs=jobs)
+    [result] = run.files
+    assert result.status == "ended" and run.exit_status == 1
+    assert result.ended.step == 2 and result.ended.at.endswith("unknown_table.yaml:4")
+    assert "unknown table test_iff" in result.ended.last_error
+
+
+def test_an_invalid_file_carries_its_location_and_message():
+    run = planecheck.run(SCENARIOS / "bad_yaml.yaml")
+    assert run.verdict == "invalid" and run.exit_status == 2
+    assert run.files[0].error.startswith(f"{SCENARIOS / 'bad_yaml.yaml'}:6:9: did not find expected")
+
+
+def test_check_lists_its_findings_at_their_lines_without_running():
+    run = planecheck.check(SCENARIOS / "unknown_keys.yaml")
+    assert run.exit_status == 1 and run.findings
+    assert all(f.kind == "check" and f.line > 0 for f in run.findings)
+    assert planecheck.check(SCENARIOS / "clean.yaml").findings == []
+
+
+def test_usage_errors_and_a_missing_command_raise_with_the_commands_own_message(tmp_path):
+    with pytest.raises(planecheck.UsageError, match="--no-such-option"):
+        planecheck.run(EXAMPLES / "hello.yaml", extra_args=["--no-such-option"])
+    with pytest.raises(planecheck.UsageError, match="cannot write the recorder"):
+        planecheck.run(EXAMPLES / "hello.yaml", recorder=tmp_path / "missing" / "dir" / "x.rec")
+    with pytest.raises(planecheck.CommandNotFound, match="not an executable: .*nothing-here"):
+        planecheck.run(EXAMPLES / "hello.yaml", command=tmp_path / "nothing-here")

@@ -8,6 +8,7 @@
 #include "recorder_sink.hpp"
 #include "replay.hpp"
 #include "report.hpp"
+#include "report_command.hpp"
 #include "run.hpp"
 
 #include <CLI/CLI.hpp>
@@ -250,6 +251,14 @@ int main(int argc, char **argv) {
     coverage->add_option("--uncovered", uncovered, "list what the records of object type TYPE never set or compared");
     coverage->add_flag("--json", coverage_json, "print JSON for machines instead of the table");
 
+    pc::report::ReportRequest report_request;
+    auto *report = app.add_subcommand("report", "write the HTML report of event streams (run --events), shards merged");
+    report->add_option("events", report_request.events, "event files written by run --events (- reads standard input)")->required();
+    report->add_option("--html", report_request.html, "write the report to FILE: one self-contained page")->required();
+    report->add_option("--coverage", report_request.coverage,
+                       "coverage reports (run --coverage) for the heat map; without it, those the runs wrote when they are still there")
+        ->allow_extra_args(false);
+
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError &e) {
@@ -257,6 +266,7 @@ int main(int argc, char **argv) {
         return code == 0 ? 0 : 2;
     }
 
+    if (*report) return pc::report::report_command(report_request);
     if (*coverage) return pc::coverage::run_command(reports, uncovered, coverage_json);
     if (*catalogue) {
         if (!describe.empty()) {

@@ -104,7 +104,7 @@
 
   function findingNode(file, f) {
     var node = el('div', { className: 'finding finding-' + f.kind }, [
-      el('span', { className: 'where mono', text: file.path + ':' + f.line + ': ' }),
+      el('span', { className: 'where mono', text: file.path + (f.line ? ':' + f.line : '') + ': ' }),
       el('span', { className: 'mono', text: f.text })]);
     if (f.expected !== undefined) {
       if (f.attribute) node.appendChild(el('div', { className: 'attribute', text: f.attribute }));
@@ -272,16 +272,28 @@
     return details;
   }
 
+  // The first files are rendered at once, the rest in chunks after the first paint; each new row
+  // takes the view that is chosen by then.
+  var FIRST_FILES = 150, FILES_PER_CHUNK = 400;
+
   function renderFiles() {
     var box = document.getElementById('files');
     var ordered = files.filter(failing).concat(files.filter(function (f) { return !failing(f); }));
-    var fragment = document.createDocumentFragment();
-    ordered.forEach(function (f) { fragment.appendChild(fileNode(f)); });
-    box.appendChild(fragment);
     var opened = 0;
-    ordered.forEach(function (f) {
-      if (failing(f) && opened < FILES_OPEN_AT_FIRST) { opened++; openFile(f); }
-    });
+    function chunk(start, count) {
+      var fragment = document.createDocumentFragment();
+      ordered.slice(start, start + count).forEach(function (f) {
+        fragment.appendChild(fileNode(f));
+        f.node.hidden = !fileShown(f);
+      });
+      box.appendChild(fragment);
+      ordered.slice(start, start + count).forEach(function (f) {
+        if (failing(f) && !f.node.hidden && opened < FILES_OPEN_AT_FIRST) { opened++; openFile(f); }
+      });
+      if (start + count < ordered.length) setTimeout(function () { chunk(start + count, FILES_PER_CHUNK); }, 0);
+      else document.body.dataset.ready = 'true';
+    }
+    chunk(0, FIRST_FILES);
   }
 
   function openFile(f) {
@@ -317,8 +329,9 @@
     var shown = 0;
     files.forEach(function (f) {
       var visible = fileShown(f);
-      f.node.hidden = !visible;
       shown += visible;
+      if (!f.node) return; // not rendered yet: it takes the view when it is
+      f.node.hidden = !visible;
       if (visible && f.node.dataset.rendered && f.renderedFor !== viewKey()) renderFileBody(f, f.node);
       if (visible && view.search && !f.node.open && shown <= FILES_OPEN_AT_FIRST) openFile(f);
     });
@@ -335,10 +348,10 @@
     });
     window.addEventListener('hashchange', function () { readFragment(); applyView(); });
     document.getElementById('expand-all').addEventListener('click', function () {
-      files.forEach(function (f) { if (!f.node.hidden) openFile(f); });
+      files.forEach(function (f) { if (f.node && !f.node.hidden) openFile(f); });
     });
     document.getElementById('collapse-all').addEventListener('click', function () {
-      files.forEach(function (f) { f.node.open = false; });
+      files.forEach(function (f) { if (f.node) f.node.open = false; });
     });
   }
 
@@ -358,7 +371,9 @@
     var cells = [];  // by [op][type]
     cov.ops.forEach(function () { cells.push([]); });
     for (var start = 0; start < cov.types.length; start += HEAT_BLOCK) {
-      var block = el('div', { className: 'heat-block', role: 'rowgroup' });
+      var last = Math.min(cov.types.length, start + HEAT_BLOCK);
+      var block = el('div', { className: 'heat-block', role: 'rowgroup', 'aria-label': 'types ' + (start + 1) + ' to ' + last },
+                     [el('span', { className: 'heat-caption', text: 'types ' + (start + 1) + '–' + last + ': ' + cov.types[start][0] + ' … ' + cov.types[last - 1][0] })]);
       cov.ops.forEach(function (op, o) {
         var row = el('div', { className: 'heat-row', role: 'row' }, [el('span', { className: 'heat-label', role: 'rowheader', text: op })]);
         cov.types.slice(start, start + HEAT_BLOCK).forEach(function (t) {
@@ -437,7 +452,4 @@
   renderCoverage();
   wireFilter();
   applyView();
-  document.body.dataset.ready = 'true';
-  // The time from navigation to the first render, for the size measurements.
-  document.body.dataset.renderedMs = String(Math.round(performance.now()));
 })();

@@ -3,7 +3,8 @@
 PRESET ?= $(if $(CI),ci,default)
 JOBS ?= $(shell nproc)
 DEPS := cmake ninja-build g++ pkg-config libyaml-dev libfmt-dev libcli11-dev \
-        libgtest-dev libgmock-dev libbenchmark-dev libsimdjson-dev libmimalloc-dev help2man dpkg-dev file
+        libgtest-dev libgmock-dev libbenchmark-dev libsimdjson-dev libmimalloc-dev help2man dpkg-dev file \
+        python3-jsonschema
 
 # The report's browser test loads the HTML report in headless Chromium (skipped without it).
 BROWSER_DEPS := chromium fonts-dejavu-core

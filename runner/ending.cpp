@@ -37,6 +37,7 @@ void exited(int status, void *) {
     fmt::print(watched.steps, "{}:{}: step {} {}: the library ended the run with exit status {} ({}){}\n", *watched.path, t.line,
                t.step, t.label, status, ran_before(t), error);
     std::fflush(watched.steps);
+    ending::report_end(fmt::format("exit status {}", status), status);
 }
 
 
@@ -83,14 +84,16 @@ void trail_error(Trail &trail, const std::string &line) { std::snprintf(trail.la
 void trail_done(Trail &trail, size_t steps_ran, uint64_t mismatches, uint64_t value_errors) {
     trail.steps_ran = steps_ran;
     trail.step = 0;
-    trail.mismatches = mismatches;
-    trail.value_errors = value_errors;
+    trail.mismatches = trail.step_mismatches_from = mismatches;
+    trail.value_errors = trail.step_value_errors_from = value_errors;
 }
 
 FileResult ended_early(const std::string &path, const Trail &trail, const std::string &how, const std::vector<std::string> &last_lines) {
     FileResult r;
     r.path = path;
     r.ended = true;
+    r.ended_how = how;
+    r.ended_step = trail.step;
     r.failed_steps = 1;
     r.steps = trail.steps_ran;
     r.mismatches = trail.mismatches;
@@ -120,6 +123,7 @@ void write_abort_line();
 
 volatile std::sig_atomic_t g_stop_signal = 0;
 void (*g_write_pending)() = nullptr;
+void (*g_end_report)(const std::string &, int) = nullptr;
 
 constexpr int kStopSignals[] = {SIGINT, SIGTERM, SIGHUP};
 
@@ -132,6 +136,7 @@ void on_stop_signal(int signal) {
 void on_abort(int) {
     flush_all();
     write_abort_line();
+    report_end(fmt::format("signal {} ({})", SIGABRT, strsignal(SIGABRT)), 128 + SIGABRT);
 }
 
 // A reader of standard output that went away: the write that raised this holds stdio's lock, so
@@ -164,6 +169,14 @@ void install() {
 
 void set_pending_output(void (*write_pending)()) { g_write_pending = write_pending; }
 
+void set_end_report(void (*report)(const std::string &how, int status)) { g_end_report = report; }
+
+void report_end(const std::string &how, int status) {
+    auto report = g_end_report;
+    g_end_report = nullptr; // once: an exit after an abort or a signal has nothing more to say
+    if (report) report(how, status);
+}
+
 // The recorder first: writing to a standard output whose reader has gone may end the process.
 void flush_all() {
     pc::recorder::flush();
@@ -178,6 +191,7 @@ void stop_if_requested() {
     int signal = g_stop_signal;
     if (!signal) return;
     flush_all();
+    report_end(fmt::format("signal {} ({})", signal, strsignal(signal)), 128 + signal);
     std::signal(signal, SIG_DFL);
     std::raise(signal);
     std::_Exit(128 + signal); // only if the signal is blocked

@@ -21,6 +21,11 @@ namespace pc::runner::ending {
 void install();
 // The run in progress registers what it still holds for the output (null: nothing).
 void set_pending_output(void (*write_pending)());
+// What a run reports at an end of the process while a file runs (`how`: "exit status 1",
+// "signal 6 (Aborted)"; `status`: the process's exit status as a shell gives it); null: nothing.
+void set_end_report(void (*report)(const std::string &how, int status));
+// Calls the end report once, from the exit, abort and stop-signal paths.
+void report_end(const std::string &how, int status);
 // Writes the recorder, the pending output, standard output and error.
 void flush_all();
 // The stop signal that arrived, or 0.

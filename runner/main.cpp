@@ -3,6 +3,7 @@
 #include "ci_env.hpp"
 #include "diff.hpp"
 #include "ending.hpp"
+#include "events.hpp"
 #include "coverage_command.hpp"
 #include "parallel.hpp"
 #include "recorder_sink.hpp"
@@ -27,7 +28,8 @@ namespace {
 struct RunOptions {
     pc::runner::Options file;
     std::vector<std::string> files;
-    std::string recorder, junit, coverage;
+    std::string recorder, junit, coverage, events;
+    std::vector<std::string> command; // argv, for the events
     bool tap = false;
     unsigned jobs = 0; // 0: all files in this process, one after the other
     std::string shard; // "I/N": only every N-th file, starting with the I-th
@@ -109,9 +111,58 @@ bool write_coverage(const std::string &path, const pc::coverage::Report &coverag
     return false;
 }
 
+pc::runner::EventWriter event_writer;
+
+// At an end of the process while a file runs: its last events, then the run's.
+void write_ending_events(const std::string &how, int status) {
+    pc::runner::end_running_file(how);
+    event_writer.run_end(status);
+}
+
+bool open_events(RunOptions &o) {
+    if (o.events.empty()) return true;
+    if (o.events == "-" && o.tap) {
+        fmt::print(stderr, "planecheck: --tap and --events - both write standard output; give --events a file\n");
+        return false;
+    }
+    if (!event_writer.open(o.events)) {
+        fmt::print(stderr, "planecheck: cannot write the events to {}: {}\n", o.events, std::strerror(errno));
+        return false;
+    }
+    if (o.events == "-") o.file.steps = stderr; // standard output carries the events alone
+    o.file.observer = &event_writer;
+    pc::runner::RunDescription run;
+    run.command = o.command;
+    run.files = o.files.size();
+    run.check_only = o.file.check_only;
+    run.strict = o.file.strict;
+    run.verbose = o.file.verbose;
+    run.quiet = o.file.quiet;
+    run.jobs = std::max(o.jobs, 1u);
+    run.recorder = o.recorder;
+    run.coverage = o.coverage;
+    run.shard = o.shard;
+    event_writer.run_start(run);
+    pc::runner::ending::set_end_report(write_ending_events);
+    return true;
+}
+
+int finish_events(int status) {
+    if (!event_writer.is_open()) return status;
+    pc::runner::ending::set_end_report(nullptr);
+    event_writer.run_end(status);
+    return event_writer.close() ? status : 2;
+}
+
 using RunOne = std::function<pc::runner::FileResult(const std::string &, const pc::runner::Options &)>;
 
+int run_files_to_sinks(RunOptions &o, const RunOne &run_one);
+
 int run_files(RunOptions &o, const RunOne &run_one = pc::runner::run_file) {
+    return finish_events(run_files_to_sinks(o, run_one));
+}
+
+int run_files_to_sinks(RunOptions &o, const RunOne &run_one) {
     auto start = std::chrono::steady_clock::now();
     if (!o.file.check_only && !take_ci_environment(o)) return 2;
     if (!take_shard(o)) return 2;
@@ -127,6 +178,7 @@ int run_files(RunOptions &o, const RunOne &run_one = pc::runner::run_file) {
     int parts_fd = -1;
     if (!o.junit.empty() && !can_write(o.junit, "the JUnit report")) return 2;
     if (!open_recorder(o, parts_fd)) return 2;
+    if (!open_events(o)) return 2;
     pc::coverage::Report coverage;
     if (!o.coverage.empty()) {
         o.file.coverage = &coverage;
@@ -155,7 +207,7 @@ int run_files(RunOptions &o, const RunOne &run_one = pc::runner::run_file) {
         pc::runner::print_tap(results);
         fmt::print("# {}\n", line);
     } else {
-        fmt::print("{}\n", line);
+        fmt::print(o.events == "-" ? stderr : stdout, "{}\n", line);
     }
     if (!recorded) return 2;
     return totals.invalid ? 2 : totals.failed_files ? 1 : 0;
@@ -201,6 +253,9 @@ int main(int argc, char **argv) {
     run->add_flag("--tap", run_options.tap, "print a TAP stream on standard output: one test point per scenario file");
     run->add_flag("--strict", run_options.file.strict,
                   "refuse (exit 2) a file that planecheck check fails, and fail a step that ran nothing (an inactive type)");
+    run->add_option("--events", run_options.events,
+                    "write the run's events to FILE as JSON Lines, one per line as it happens (- for standard output; "
+                    "the step lines and the summary then go to standard error)");
     run->add_option("--coverage", run_options.coverage,
                     "write to FILE, as JSON, which types, operations, attributes and statuses the run exercised");
     run->add_option("--shard", run_options.shard, "run shard I of N of the files (I/N, such as 2/4), for CI fan-out; without it, TEST_SHARD_INDEX and "
@@ -210,6 +265,7 @@ int main(int argc, char **argv) {
     check_options.file.check_only = true;
     auto *check = app.add_subcommand("check", "read and validate scenario files without running them");
     check->add_option("files", check_options.files, "scenario files")->required()->check(CLI::ExistingFile);
+    check->add_option("--events", check_options.events, "write the check's events to FILE as JSON Lines (- for standard output)");
 
     bool list = false, stats = false;
     std::string describe;
@@ -285,5 +341,7 @@ int main(int argc, char **argv) {
         if (replay_object_set >= 0) options.object_set = replay_object_set;
         return replay_recording(recording, write_scenario, options, replay_options);
     }
-    return run_files(*check ? check_options : run_options);
+    RunOptions &chosen = *check ? check_options : run_options;
+    chosen.command.assign(argv, argv + argc);
+    return run_files(chosen);
 }

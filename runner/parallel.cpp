@@ -3,6 +3,7 @@
 #include "coverage.hpp"
 #include "ending.hpp"
 #include "recorder_sink.hpp"
+#include "result_io.hpp"
 
 #include <fmt/format.h>
 
@@ -64,16 +65,6 @@ bool make_temp(TempFile &file, const char *what, std::string &problem) {
     return true;
 }
 
-bool write_all(int fd, const std::string &text) {
-    for (size_t done = 0; done < text.size();) {
-        ssize_t n = ::write(fd, text.data() + done, text.size() - done);
-        if (n < 0 && errno == EINTR) continue;
-        if (n <= 0) return false;
-        done += size_t(n);
-    }
-    return true;
-}
-
 // The whole content of a temporary file; false (errno set) when it cannot be read.
 bool read_all(int fd, std::string &text) {
     text.clear();
@@ -88,37 +79,6 @@ bool read_all(int fd, std::string &text) {
     }
 }
 
-// One line per field, then the findings, then how many of them came after the run (the child's
-// own writing problems, which its output may not hold): a format only this file writes and reads.
-// The last line marks the results as complete.
-std::string saved(const FileResult &r, size_t late) {
-    std::string out = fmt::format("{} {} {} {} {} {} {} {} {}\n{}\n{}\n", r.steps, r.failed_steps, r.mismatches, r.value_errors,
-                                  r.expected, int(r.invalid), r.not_run, r.problems, r.warnings, r.error, r.findings.size());
-    for (const auto &f : r.findings) out += f + "\n";
-    return out + fmt::format("{}\nend\n", late);
-}
-
-bool load(const std::string &text, FileResult &r, size_t &late) {
-    std::istringstream in(text);
-    size_t findings = 0;
-    int invalid = 0;
-    if (!(in >> r.steps >> r.failed_steps >> r.mismatches >> r.value_errors >> r.expected >> invalid >> r.not_run >> r.problems >> r.warnings))
-        return false;
-    r.invalid = invalid != 0;
-    in.ignore();
-    std::getline(in, r.error);
-    if (!(in >> findings)) return false;
-    in.ignore();
-    for (std::string line; findings--;) {
-        if (!std::getline(in, line)) return false;
-        r.findings.push_back(line);
-    }
-    std::string end;
-    if (!(in >> late) || late > r.findings.size()) return false;
-    in.ignore();
-    return std::getline(in, end) && end == "end";
-}
-
 // The child's exit status when it could not write its results (the library ends a run with 1).
 constexpr int kResultsUnwritten = 125;
 
@@ -130,6 +90,9 @@ constexpr int kResultsUnwritten = 125;
     if (options.coverage) coverage::write_at_exit(options.coverage, fmt::format("/proc/self/fd/{}", c.coverage.fd));
     Options traced = options;
     traced.trail = c.trail;
+    SavingObserver saving(c.result.fd); // the parent tells the file's events from what this saves
+    traced.observer = &saving;
+    ending::set_end_report(nullptr);     // the parent reports this file's end from its trail
     FileResult r = run_file(file, traced);
     if (r.invalid) fmt::print(stderr, "{}\n", r.error);
     size_t before = r.findings.size();
@@ -141,7 +104,7 @@ constexpr int kResultsUnwritten = 125;
         r.add_finding(fmt::format("{}: its output could not be written in full to a temporary file in {}: {}", file,
                                   temp_dir(), std::strerror(errno))), ++r.failed_steps;
     std::fflush(nullptr);
-    _exit(write_all(c.result.fd, saved(r, r.findings.size() - before)) ? 0 : kResultsUnwritten);
+    _exit(saving.ok() && write_all(c.result.fd, saved_totals(r, r.findings.size() - before)) ? 0 : kResultsUnwritten);
 }
 
 // A file that did not run, or whose run cannot be told, fails with the reason.
@@ -177,26 +140,52 @@ void release_trail(Child &c) {
     c.trail = nullptr;
 }
 
+// What the child passed on before it ended: its steps, findings and name.
+void keep_records(FileResult &ended, FileResult &saved) {
+    ended.name = saved.name;
+    ended.step_records = std::move(saved.step_records);
+    ended.finding_records = std::move(saved.finding_records);
+}
+
+// The step that was running when the child ended, from its trail.
+void add_ended_step(FileResult &ended, const Trail &trail) {
+    if (!trail.step) return;
+    StepRecord s;
+    s.number = trail.step;
+    s.line = trail.line;
+    s.label = trail.label;
+    std::istringstream words(s.label);
+    words >> s.kind >> s.table;
+    if (s.kind.empty()) s.kind = "unknown";
+    s.status = StepStatus::ended;
+    s.mismatches = trail.mismatches - trail.step_mismatches_from;
+    s.value_errors = trail.value_errors - trail.step_value_errors_from;
+    ended.step_records.push_back(s);
+}
+
 FileResult finish(const std::string &file, Child &c) {
     if (!c.not_run.empty()) return release_trail(c), failed(file, "not run: " + c.not_run);
     std::vector<std::string> last_lines = print_output(file, c);
     if (WIFEXITED(c.status) && WEXITSTATUS(c.status) == kResultsUnwritten)
         return release_trail(c), failed(file, fmt::format("its results could not be written to a temporary file in {}", temp_dir()));
-    if (!WIFEXITED(c.status) || WEXITSTATUS(c.status) != 0) {
-        std::string how = WIFEXITED(c.status) ? fmt::format("exit status {}", WEXITSTATUS(c.status))
-                                              : fmt::format("signal {} ({})", WTERMSIG(c.status), strsignal(WTERMSIG(c.status)));
-        FileResult r = ended_early(file, c.trail ? *c.trail : Trail{}, how, last_lines);
-        fmt::print(stderr, "{}\n", r.findings.front());
-        release_trail(c);
-        return r;
-    }
-    release_trail(c);
     FileResult r;
     r.path = file;
     std::string text;
-    if (!read_all(c.result.fd, text)) return failed(file, fmt::format("its results cannot be read: {}", std::strerror(errno)));
+    bool complete = false;
     size_t late = 0;
-    if (!load(text, r, late)) return failed(file, "its results cannot be read: they are incomplete");
+    bool readable = read_all(c.result.fd, text) && load_saved(text, r, complete, late);
+    if (!WIFEXITED(c.status) || WEXITSTATUS(c.status) != 0) {
+        std::string how = WIFEXITED(c.status) ? fmt::format("exit status {}", WEXITSTATUS(c.status))
+                                              : fmt::format("signal {} ({})", WTERMSIG(c.status), strsignal(WTERMSIG(c.status)));
+        FileResult ended = ended_early(file, c.trail ? *c.trail : Trail{}, how, last_lines);
+        fmt::print(stderr, "{}\n", ended.findings.front());
+        if (readable) keep_records(ended, r);
+        add_ended_step(ended, c.trail ? *c.trail : Trail{});
+        release_trail(c);
+        return ended;
+    }
+    release_trail(c);
+    if (!readable || !complete) return failed(file, "its results cannot be read: they are incomplete");
     for (size_t i = r.findings.size() - late; i < r.findings.size(); ++i) fmt::print(stderr, "{}\n", r.findings[i]);
     c.output.reset();
     c.result.reset();
@@ -246,6 +235,18 @@ void merge_coverage(coverage::Report &report, std::vector<Child> &children) {
     for (const auto &p : problems) fmt::print(stderr, "planecheck: coverage part: {}\n", p);
 }
 
+// Tells the observer a file's records as the child made them, placed in the joined recorder file;
+// they are not kept after that.
+void tell(FileResult &r, const Child &c, RunObserver *observer, uint64_t &records_base) {
+    for (auto &s : r.step_records)
+        if (s.records_start >= 0) s.records_start += int64_t(records_base), s.records_end += int64_t(records_base);
+    struct stat part {};
+    if (c.recorder.fd >= 0 && fstat(c.recorder.fd, &part) == 0) records_base += uint64_t(part.st_size);
+    if (observer) replay_records(r, *observer);
+    r.step_records = {};
+    r.finding_records = {};
+}
+
 } // namespace
 
 std::vector<FileResult> run_in_processes(const std::vector<std::string> &files, const Options &options, unsigned jobs,
@@ -253,6 +254,7 @@ std::vector<FileResult> run_in_processes(const std::vector<std::string> &files, 
     std::vector<Child> children(files.size());
     std::vector<FileResult> results(files.size());
     size_t next = 0, printed = 0, running = 0;
+    uint64_t records_base = 0; // where the next file's recorder part begins in the recorder file
     bool forwarded = false;
     while (printed < next || (next < files.size() && !ending::stop_signal())) {
         while (running < std::max(jobs, 1u) && next < files.size() && !ending::stop_signal()) {
@@ -270,8 +272,10 @@ std::vector<FileResult> run_in_processes(const std::vector<std::string> &files, 
         pid_t pid = running ? wait(&status) : -1;
         for (auto &c : children)
             if (pid > 0 && c.pid == pid) c.done = true, c.status = status, --running;
-        for (; printed < next && children[printed].done; ++printed) // keep the files' order
+        for (; printed < next && children[printed].done; ++printed) { // keep the files' order
             results[printed] = finish(files[printed], children[printed]);
+            tell(results[printed], children[printed], options.observer, records_base);
+        }
     }
     if (recorder_fd >= 0) join_recorder(recorder_fd, children, recorder_problem);
     if (options.coverage) merge_coverage(*options.coverage, children);

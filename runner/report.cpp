@@ -54,21 +54,23 @@ std::string plural(uint64_t n, const char *word) {
     return fmt::format("{} {}{}", n, w, n == 1 ? "" : sibilant ? "es" : "s");
 }
 
+void add_to(Totals &t, const FileResult &r) {
+    ++t.files;
+    t.steps += r.steps;
+    t.mismatches += r.mismatches;
+    t.value_errors += r.value_errors;
+    t.expected += r.expected;
+    t.invalid |= r.invalid;
+    t.failed_files += !r.passed();
+    t.not_run += r.not_run;
+    t.problems += r.problems;
+    t.warnings += r.warnings;
+    if (r.ended) t.ended.push_back(r.last_error.empty() ? r.ended_at : r.ended_at + ": " + without_location(r.path, r.last_error));
+}
+
 Totals add_up(const std::vector<FileResult> &results) {
     Totals t;
-    for (const auto &r : results) {
-        ++t.files;
-        t.steps += r.steps;
-        t.mismatches += r.mismatches;
-        t.value_errors += r.value_errors;
-        t.expected += r.expected;
-        t.invalid |= r.invalid;
-        t.failed_files += !r.passed();
-        t.not_run += r.not_run;
-        t.problems += r.problems;
-        t.warnings += r.warnings;
-        if (r.ended) t.ended.push_back(r.last_error.empty() ? r.ended_at : r.ended_at + ": " + without_location(r.path, r.last_error));
-    }
+    for (const auto &r : results) add_to(t, r);
     return t;
 }
 
@@ -96,7 +98,7 @@ bool write_junit(const std::string &path, const std::vector<FileResult> &results
     out << fmt::format("  <testsuite name=\"planecheck\" tests=\"{}\" failures=\"{}\" errors=\"0\" time=\"{:.3f}\">\n", t.files,
                        t.failed_files, seconds);
     for (const auto &r : results) {
-        out << fmt::format("    <testcase classname=\"planecheck\" name=\"{}\">\n", xml(r.path));
+        out << fmt::format("    <testcase classname=\"planecheck\" name=\"{}\" time=\"{:.3f}\">\n", xml(r.path), r.duration_ms / 1000);
         if (!r.passed()) {
             std::string body;
             for (const auto &f : r.findings) body += f + "\n";

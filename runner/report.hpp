@@ -22,6 +22,7 @@ std::string plural(uint64_t n, const char *word);
 std::string without_location(const std::string &path, const std::string &line);
 
 Totals add_up(const std::vector<FileResult> &results);
+void add_to(Totals &totals, const FileResult &result);
 std::string summary(const Totals &t, bool check_only);
 // One test case per scenario file; a failed file carries its findings.
 bool write_junit(const std::string &path, const std::vector<FileResult> &results, double seconds);

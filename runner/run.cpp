@@ -11,6 +11,7 @@
 #include "planecheck/planecheck.h"
 #include "planecheck/session.hpp"
 #include "planecheck/support.h"
+#include "recorder_sink.hpp"
 #include "store.hpp"
 #include "trace.hpp"
 
@@ -19,12 +20,17 @@
 #include <chrono>
 #include <cstring>
 #include <optional>
+#include <regex>
 #include <set>
 #include <sys/stat.h>
 #include <string_view>
 
 namespace pc::runner {
 namespace {
+
+double ms_since(std::chrono::steady_clock::time_point start) {
+    return std::chrono::duration<double, std::milli>(std::chrono::steady_clock::now() - start).count();
+}
 
 class FileRun {
 public:
@@ -35,13 +41,16 @@ public:
     FileResult run() {
         simplane::Binding bound(plane_); // the file's own data plane, for every call this run makes
         ending::set_pending_output(write_pending_of_running);
+        running_ = this;
         yaml::LoadError error;
-        if (!reader_.open(result_.path, error) || !reader_.read_header(error)) return invalid(error);
+        bool opened = reader_.open(result_.path, error) && reader_.read_header(error);
+        result_.name = opened ? reader_.scenario_name() : "";
+        if (observer()) observer()->file_start(result_);
+        if (!opened) return invalid(error);
         if (options_.check_only) check_.emplace(reader_.config().object_set, reader_.config().router_type, reader_.config().mode);
         else set_up(reader_.config());
         EndWatch watch(result_.path, options_.steps, trail(), options_.progress);
         watch_ = &watch;
-        running_ = this;
         for (;;) {
             Step step;
             bool done = false;
@@ -54,14 +63,16 @@ public:
             context_.session.record_line = 0;
             trail_step(trail(), step.number, step.line);
             current_step_ = &step;
+            begin_record(step);
             std::string problem = run_step(step);
             print_dump_document(step);
-            current_step_ = nullptr;
             trail_done(trail(), result_.steps, mismatches(), value_errors());
             if (!problem.empty()) {
                 error = {result_.path, pc_json_line(problem_at_), pc_json_column(problem_at_), problem};
                 return invalid(error);
             }
+            end_record();
+            current_step_ = nullptr;
         }
         if (result_.steps == 0) // like a test runner that collected nothing: not a pass
             return invalid({result_.path, reader_.steps_at().line, reader_.steps_at().column,
@@ -77,14 +88,86 @@ public:
         run->clear_progress();
         run->print_dump_document(*run->current_step_);
     }
+    // At an end of the process in the middle of a file: its running step and the file ended.
+    void report_end(const std::string &how) {
+        if (!observer() || ending_reported_) return;
+        ending_reported_ = true;
+        const Trail &t = trail();
+        result_.ended = true;
+        result_.ended_how = how;
+        result_.ended_step = t.step;
+        result_.ended_at = t.step ? fmt::format("{}:{}", result_.path, t.line) : result_.path;
+        result_.last_error = t.last_error;
+        result_.failed_steps += 1;
+        result_.mismatches = mismatches();
+        result_.value_errors = value_errors();
+        result_.duration_ms = ms_since(started_);
+        if (current_step_) {
+            end_record(StepStatus::ended);
+            --result_.steps; // the step counts among those that ran only once it completed
+        }
+        finish_observing();
+    }
+
     static inline FileRun *running_ = nullptr; // the file being run, for the end-of-process handlers
     const Step *current_step_ = nullptr;
 
 private:
+    RunObserver *observer() const { return options_.observer; }
+
+    // A step's record begins before it runs; its outcome is added as the step ends.
+    void begin_record(const Step &step) {
+        record_ = {};
+        record_.number = step.number;
+        record_.line = step.line;
+        record_.kind = "unknown";
+        record_start_ = std::chrono::steady_clock::now();
+        step_m_ = mismatches();
+        step_v_ = value_errors();
+        if (pc::recorder::enabled()) record_.records_start = int64_t(pc::recorder::position());
+    }
+
+    void name_record(const std::string &kind, const std::string &table, const std::string &label) {
+        record_.kind = kind;
+        record_.table = table;
+        record_.label = label;
+    }
+
+    // The step's outcome; a status set while it ran (failed expect, nothing ran) stands.
+    void end_record(std::optional<StepStatus> status = std::nullopt) {
+        record_.mismatches = mismatches() - step_m_;
+        record_.value_errors = value_errors() - step_v_;
+        record_.duration_ms = ms_since(record_start_);
+        if (status) record_.status = *status;
+        else if (record_.status == StepStatus::passed && record_.mismatches + record_.value_errors + step_problems_ > 0)
+            record_.status = StepStatus::failed;
+        step_problems_ = 0;
+        if (record_.records_start >= 0) record_.records_end = int64_t(pc::recorder::position());
+        if (observer()) observer()->step(result_, record_);
+    }
+
+    void observe_finding(Finding finding) {
+        finding.step = current_step_ ? current_step_->number : 0;
+        if (observer()) observer()->finding(result_, finding);
+    }
+
+    void finish_observing() {
+        if (observer()) observer()->file_end(result_);
+        running_ = nullptr;
+    }
+
     FileResult invalid(const yaml::LoadError &error) {
         result_.invalid = true;
         result_.error = error.text();
         result_.add_finding(result_.error);
+        Finding f;
+        f.line = error.line;
+        f.column = error.column;
+        f.kind = FindingKind::check;
+        f.text = without_location(result_.path, result_.error);
+        observe_finding(f);
+        if (current_step_) end_record(StepStatus::invalid);
+        current_step_ = nullptr;
         finish();
         return result_;
     }
@@ -200,6 +283,27 @@ private:
         std::string finding = out.substr(0, out.size() - (out.back() == '\n'));
         result_.add_finding(finding);
         trail_error(trail(), finding);
+        if (!observer()) return;
+        std::string message = text.substr(0, text.size() - (!text.empty() && text.back() == '\n'));
+        FindingKind counted = classify_logged_line();
+        Finding f = finding_from_log(message, counted);
+        if (counted == FindingKind::log && f.kind == FindingKind::mismatch)
+            mismatches_logged_ = mismatches() + 1; // an attribute comparison is counted after its line
+        f.line = line ? line : current_line_;
+        observe_finding(f);
+        trail().mismatches = std::max(mismatches(), mismatches_logged_);
+        trail().value_errors = value_errors();
+    }
+
+    // Value errors are always counted before their line is logged, and so are the mismatches
+    // whose message is no comparison ("first element in batch_crud needs to be...").
+    FindingKind classify_logged_line() {
+        FindingKind kind = value_errors() > value_errors_logged_ ? FindingKind::value_error
+                         : mismatches() > mismatches_logged_    ? FindingKind::mismatch
+                                                                : FindingKind::log;
+        value_errors_logged_ = value_errors();
+        mismatches_logged_ = std::max(mismatches_logged_, mismatches());
+        return kind;
     }
 
     std::string fail_at(const JSON_Value *at, std::string message) {
@@ -229,11 +333,25 @@ private:
                                                              : "the step has no kind (send:, dump:, inject:, npu_result: or expect:)");
         std::string k = kind;
         if (sdk && k != "send") return fail_at(sdk, "sdk: answers a send: in the same step, not a " + k + ":");
+        name_step(k, body);
         if (k == "send") return send(step, body, sdk);
         if (k == "dump") return dump(step, body);
         if (k == "inject" || k == "npu_result") return arm(step, k, body);
         if (k == "expect") return expect(step, body);
         return fail_at(body, fmt::format("unknown step kind '{}' (expected send, dump, inject, npu_result or expect)", k));
+    }
+
+    // The step's kind, table and label as its line names it.
+    void name_step(const std::string &kind, const JSON_Value *body) {
+        static const std::set<std::string> kinds = {"send", "dump", "inject", "npu_result", "expect"};
+        if (!kinds.count(kind)) return;
+        const JSON_Object *o = json_value_get_object(body);
+        std::string table;
+        if ((kind == "send" || kind == "dump") && o && json_object_get_count(o)) table = json_object_get_name(o, 0);
+        const char *op = o ? json_value_get_string(json_object_get_value(o, "op")) : nullptr;
+        if ((kind == "inject" || kind == "npu_result") && op) table = std::string(op).substr(0, std::string(op).find(' '));
+        std::string label = kind == "expect" ? kind : kind + " " + (op && kind != "send" && kind != "dump" ? op : table);
+        name_record(kind, table, label);
     }
 
     std::string send(const Step &step, JSON_Value *body, JSON_Value *sdk) {
@@ -274,13 +392,24 @@ private:
         ++result_.not_run;
         std::string line = fmt::format("{}:{}: step {} {} {}: {}: nothing ran", result_.path, step.line, step.number,
                                        label_.substr(0, label_.find(' ')), type, inactive_text(context_.process.object_set));
+        record_.status = StepStatus::not_run;
         if (options_.strict) {
             ++result_.failed_steps;
             result_.add_finding(line + " (--strict)");
+            record_.status = StepStatus::failed;
+            observe_failure(line + " (--strict)");
         }
         clear_progress(); // shown even with -q: a step that ran nothing did not pass
         fmt::print(options_.steps, "{}\n", line);
         return "";
+    }
+
+    // A step that failed as a whole (an expect that does not hold, a step that ran nothing).
+    void observe_failure(const std::string &line) {
+        Finding f;
+        f.line = current_line_;
+        f.text = without_location(result_.path, line);
+        observe_finding(f);
     }
 
     void print_findings() {
@@ -289,6 +418,14 @@ private:
             ++(f.warning ? result_.warnings : result_.problems);
             std::fputs((line + "\n").c_str(), stderr);
             result_.add_finding(line);
+            if (!f.warning) ++step_problems_;
+            Finding finding;
+            finding.line = f.line;
+            finding.column = f.column;
+            finding.warning = f.warning;
+            finding.kind = FindingKind::check;
+            finding.text = f.message;
+            observe_finding(finding);
         }
     }
 
@@ -473,7 +610,7 @@ private:
         else ++result_.failed_steps;
         std::string what = fmt::format("{} and {} since the last expect", plural(got_m, "mismatch"), plural(got_v, "value error"));
         std::string line = fmt::format("{}:{}: step {} expect: {} ({})", result_.path, step.line, step.number, ok ? "ok" : "FAILED", what);
-        if (!ok) result_.add_finding(line);
+        if (!ok) result_.add_finding(line), record_.status = StepStatus::failed, observe_failure(line);
         clear_progress();
         if (!ok || !options_.quiet) fmt::print(options_.steps, "{}\n", line);
         return "";
@@ -491,8 +628,10 @@ private:
         if (options_.trace) simplane::set_trace(nullptr);
         result_.mismatches = mismatches();
         result_.value_errors = value_errors();
+        result_.duration_ms = ms_since(started_);
         clear_progress();
         std::fflush(options_.steps);
+        finish_observing();
     }
 
     uint64_t mismatches() const { return context_.session.mismatches(); }
@@ -510,10 +649,27 @@ private:
     uint32_t current_line_ = 0;
     const JSON_Value *problem_at_ = nullptr;
     uint64_t accounted_m_ = 0, accounted_v_ = 0;
+    StepRecord record_;         // the step running now
+    std::chrono::steady_clock::time_point started_ = std::chrono::steady_clock::now(), record_start_;
+    uint64_t step_m_ = 0, step_v_ = 0, value_errors_logged_ = 0, mismatches_logged_ = 0;
+    size_t step_problems_ = 0;  // check problems found in the step running now
+    bool ending_reported_ = false;
     std::chrono::steady_clock::time_point last_progress_ = std::chrono::steady_clock::now();
     size_t file_size_ = 0;
     bool progress_shown_ = false;
 };
+
+// A file --strict refused ran no step: its events are the refusal alone.
+void tell_refused(const FileResult &refused, RunObserver *observer) {
+    if (!observer) return;
+    FileResult told = refused;
+    Finding f;
+    f.kind = FindingKind::check;
+    f.text = without_location(refused.path, refused.error);
+    told.finding_records = {f};
+    told.step_records.clear();
+    replay_records(told, *observer);
+}
 
 } // namespace
 
@@ -522,6 +678,7 @@ FileResult run_file(const std::string &path, const Options &options) {
         Options check = options;
         check.check_only = true;
         check.trail = nullptr;
+        check.observer = nullptr;
         ScenarioReader check_reader;
         FileResult checked = FileRun(path, check, check_reader).run();
         if (!checked.passed()) {
@@ -532,6 +689,7 @@ FileResult run_file(const std::string &path, const Options &options) {
                 refused.error = fmt::format("{}: --strict refuses the file: the check found {} (listed above; planecheck check shows them)",
                                             path, plural(checked.problems, "problem"));
             refused.add_finding(refused.error);
+            tell_refused(refused, options.observer);
             return refused;
         }
     }
@@ -541,6 +699,54 @@ FileResult run_file(const std::string &path, const Options &options) {
 
 FileResult run_steps(const std::string &path, StepSource &source, const Options &options) {
     return FileRun(path, options, source).run();
+}
+
+void end_running_file(const std::string &how) {
+    if (FileRun::running_) FileRun::running_->report_end(how);
+}
+
+const char *status_name(StepStatus status) {
+    static const char *const names[] = {"passed", "failed", "not_run", "invalid", "ended"};
+    return names[int(status)];
+}
+
+const char *kind_name(FindingKind kind) {
+    static const char *const names[] = {"mismatch", "value_error", "check", "log"};
+    return names[int(kind)];
+}
+
+// The comparison messages read "NAME: received R expected E", "dpa_T_get, expected A to be set"
+// or "Expected T received N" (the SDK side's answer to an object of another type).
+Finding finding_from_log(const std::string &text, FindingKind kind) {
+    static const std::regex received_expected(R"(^(.*?): ?,? ?(?:[^,]*, )?received (.*) expected (.*)$)");
+    static const std::regex expected_set(R"(^.*, expected (\S+) (to be set|in .*)$)");
+    static const std::regex expected_type(R"(^Expected (\S+) received (.*)$)");
+    Finding f;
+    f.kind = kind;
+    f.text = text;
+    if (kind != FindingKind::log && kind != FindingKind::mismatch) return f;
+    std::smatch m;
+    if (std::regex_match(text, m, received_expected)) f.attribute = m[1], f.received = m[2], f.expected = m[3];
+    else if (std::regex_match(text, m, expected_set)) f.attribute = m[1], f.expected = m[2], f.received = "not so";
+    else if (std::regex_match(text, m, expected_type)) f.attribute = "type", f.expected = m[1], f.received = m[2];
+    else return f;
+    f.kind = FindingKind::mismatch; // every comparison message is a mismatch's
+    return f;
+}
+
+void replay_records(const FileResult &result, RunObserver &observer) {
+    observer.file_start(result);
+    size_t next_finding = 0;
+    auto findings_up_to = [&](size_t step) {
+        for (; next_finding < result.finding_records.size() && result.finding_records[next_finding].step <= step; ++next_finding)
+            observer.finding(result, result.finding_records[next_finding]);
+    };
+    for (const StepRecord &step : result.step_records) {
+        findings_up_to(step.number);
+        observer.step(result, step);
+    }
+    findings_up_to(SIZE_MAX);
+    observer.file_end(result);
 }
 
 } // namespace pc::runner

@@ -18,10 +18,52 @@ struct Trail {
     uint64_t steps_ran = 0;           // steps that completed
     uint64_t step = 0;                // the step running now (0: none)
     uint32_t line = 0;                // its scenario line
-    uint64_t mismatches = 0, value_errors = 0;
+    uint64_t mismatches = 0, value_errors = 0;       // so far, the running step's logged ones too
+    uint64_t step_mismatches_from = 0, step_value_errors_from = 0; // when the running step began
     char label[128] = {};             // "send test_iff"
     char last_error[1024] = {};       // the last error line logged
     bool step_line_written = false;   // the run wrote the ending step's line itself
+};
+
+enum class StepStatus { passed, failed, not_run, invalid, ended };
+const char *status_name(StepStatus status);
+
+// One step as it ran: what every report of a run says about a step comes from here.
+struct StepRecord {
+    size_t number = 0;          // 1-based, in its file
+    uint32_t line = 0;
+    std::string kind;           // send, dump, inject, npu_result, expect, unknown
+    std::string table;          // the object type (or special key) it goes to; "" for none
+    std::string label;          // "send test_if", "inject test_if create", "expect"
+    StepStatus status = StepStatus::passed;
+    uint64_t mismatches = 0, value_errors = 0;
+    double duration_ms = 0;
+    int64_t records_start = -1, records_end = -1; // its bytes in the recorder file, when one is written
+};
+
+enum class FindingKind { mismatch, value_error, check, log };
+const char *kind_name(FindingKind kind);
+
+// A line that fails a step, or a check finding; `text` without its FILE:LINE: prefix.
+struct Finding {
+    uint32_t line = 0, column = 0;
+    size_t step = 0;            // 0: about the whole file
+    bool warning = false;
+    FindingKind kind = FindingKind::log;
+    std::string text;
+    std::string attribute, expected, received; // for a mismatch, as the message gives them
+};
+
+struct FileResult;
+
+// Receives a file's records as they are made: the event stream, and a child process's results.
+class RunObserver {
+public:
+    virtual ~RunObserver() = default;
+    virtual void file_start(const FileResult &) {}
+    virtual void finding(const FileResult &, const Finding &) {}
+    virtual void step(const FileResult &, const StepRecord &) {}
+    virtual void file_end(const FileResult &) {}
 };
 
 struct Options {
@@ -34,6 +76,7 @@ struct Options {
     Trail *trail = nullptr;  // kept up to date while a file runs, when set
     coverage::Report *coverage = nullptr; // what the files' records exercised is added here
     bool trace = false;      // write every platform call, at the line of its record
+    RunObserver *observer = nullptr; // told of every step and finding as it is made
 };
 
 struct FileResult {
@@ -51,6 +94,13 @@ struct FileResult {
     bool ended = false;      // the library ended the process while the file ran
     std::string ended_at;    // FILE:LINE of the step that was running then
     std::string last_error;  // the last error line before the end
+    std::string ended_how;   // "exit status 1", "signal 6 (Aborted)"
+    size_t ended_step = 0;   // the step that was running then
+    std::string name;        // the scenario's name:, once its header was read
+    double duration_ms = 0;
+    // A file run in another process brings its steps and findings back here, in the order made.
+    std::vector<StepRecord> step_records;
+    std::vector<Finding> finding_records;
     std::vector<std::string> findings; // what went wrong, line by line, for reports (at most kMaxFindings)
     static constexpr size_t kMaxFindings = 200;
     void add_finding(const std::string &line) {
@@ -61,6 +111,14 @@ struct FileResult {
 };
 
 FileResult run_file(const std::string &path, const Options &options);
+// At an end of the process while a file runs (`how`: "exit status 1"): the running step and the
+// file are told to the observer as ended.
+void end_running_file(const std::string &how);
+// A finding from a log line "TEXT" (no location): a mismatch's attribute and values are taken
+// from the message.
+Finding finding_from_log(const std::string &text, FindingKind kind);
+// Tells `observer` a file's records in the order they were made (findings of a step before it).
+void replay_records(const FileResult &result, RunObserver &observer);
 // Runs the steps `source` gives; `path` names them in messages.
 FileResult run_steps(const std::string &path, StepSource &source, const Options &options);
 

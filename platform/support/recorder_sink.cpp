@@ -21,6 +21,7 @@ struct Sink {
     std::string pending;   // records not written yet, the last one perhaps still being composed
     size_t complete = 0;   // how much of `pending` is complete records
     int write_error = 0; // the first errno a write met
+    uint64_t written = 0;  // bytes handed to the file since it was opened
     std::string *buffer = nullptr;
     void (*record_end_hook)() = nullptr;
 };
@@ -73,6 +74,7 @@ void to_descriptor(int fd) {
     auto &s = sink();
     s.fd = fd;
     s.write_error = 0;
+    s.written = 0;
     s.pending.reserve(kWriteSize + kWriteSize / 4);
 }
 
@@ -85,6 +87,7 @@ bool flush() {
     auto &s = sink();
     if (s.fd < 0 || !s.complete) return s.write_error == 0;
     write_all(s.fd, s.pending.data(), s.complete, s.write_error);
+    s.written += s.complete;
     s.pending.erase(0, s.complete);
     s.complete = 0;
     errno = s.write_error;
@@ -109,6 +112,12 @@ bool close() {
 }
 
 bool enabled() { return sink().fd >= 0 || sink().buffer; }
+
+uint64_t position() {
+    const Sink &s = sink();
+    if (s.buffer) return s.buffer->size();
+    return s.fd >= 0 ? s.written + s.pending.size() : 0;
+}
 bool active() { return enabled() || capture; }
 
 void on_record_end(void (*hook)()) { sink().record_end_hook = hook; }

@@ -6,6 +6,7 @@
 // any end of it (exit, an assertion, a signal) finds them intact.
 #pragma once
 
+#include <cstdint>
 #include <cstdio>
 #include <string>
 
@@ -22,6 +23,8 @@ bool flush();
 // Flushes and closes; false (errno set) when a write or the close failed since the file was opened.
 bool close();
 bool enabled();
+// How many bytes of records the sink has taken since it was opened: where the next record starts.
+uint64_t position();
 // True when converter output goes somewhere (the recorder, or a capture).
 bool active();
 // Called after each complete record, where ending the process loses nothing.

@@ -2,6 +2,7 @@
 #include "planecheck/loader.h"
 
 #include "arena.hpp"
+#include "loader.hpp"
 #include "scenario.hpp"
 #include "yaml_loader.hpp"
 
@@ -9,6 +10,8 @@
 #include <optional>
 #include <cstring>
 #include <new>
+#include <string_view>
+#include <vector>
 
 struct pc_document {
     pc::Arena arena;
@@ -40,6 +43,50 @@ pc_document *keep_root(pc_document *document, JSON_Value *root, pc_load_error *o
     return document;
 }
 
+// A JSON Lines file read whole: its header's members and its steps, one per line, as the mapping
+// a YAML or JSON scenario is.
+JSON_Value *load_json_lines(pc::load::DocumentReader &reader, pc::Arena &arena, pc::yaml::LoadError &error) {
+    std::vector<const char *> names;
+    std::vector<JSON_Value *> values;
+    if (!reader.begin_mapping(error)) return nullptr;
+    for (;;) {
+        std::string key;
+        pc::json::Position at;
+        bool end = false;
+        if (!reader.next_key(key, at, end, error)) return nullptr;
+        if (end) break;
+        names.push_back(arena.copy_string(key));
+        if (key != "steps") {
+            values.push_back(reader.read_value(arena, error));
+            if (!values.back()) return nullptr;
+            continue;
+        }
+        std::vector<JSON_Value *> steps;
+        if (!reader.begin_sequence(error)) return nullptr;
+        for (bool done = false;;) {
+            if (!reader.at_sequence_end(done, error)) return nullptr;
+            if (done) break;
+            steps.push_back(reader.read_value(arena, error));
+            if (!steps.back()) return nullptr;
+        }
+        values.push_back(pc::json::make_array(arena, steps.data(), steps.size(), at));
+    }
+    return pc::json::make_object(arena, names.data(), values.data(), names.size(), {1, 1});
+}
+
+// The form by the file's name, as the scenario reader picks it: ".json" is JSON, ".jsonl" JSON
+// Lines, anything else YAML.
+JSON_Value *load_by_name(const std::string &path, pc::Arena &arena, pc::yaml::LoadError &error) {
+    std::string_view name = path;
+    if (!name.ends_with(".json") && !name.ends_with(".jsonl")) return pc::yaml::load_file(path, arena, error);
+    std::unique_ptr<pc::load::DocumentReader> reader = pc::load::open_document(path, error);
+    bool empty = false;
+    if (!reader || !reader->begin_document(empty, error)) return nullptr;
+    if (empty) return pc::json::make_null(arena, {1, 1});
+    JSON_Value *root = name.ends_with(".jsonl") ? load_json_lines(*reader, arena, error) : reader->read_value(arena, error);
+    return root && reader->end_document(error) ? root : nullptr;
+}
+
 } // namespace
 
 extern "C" {
@@ -48,7 +95,7 @@ pc_document *pc_load_file(const char *path, pc_load_error *error) {
     auto *document = new (std::nothrow) pc_document;
     if (!document) return nullptr;
     pc::yaml::LoadError e;
-    return keep_root(document, pc::yaml::load_file(path ? path : "", document->arena, e), error, e);
+    return keep_root(document, load_by_name(path ? path : "", document->arena, e), error, e);
 }
 
 pc_document *pc_load_string(const char *text, const char *name, pc_load_error *error) {

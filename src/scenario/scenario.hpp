@@ -43,6 +43,8 @@ public:
     virtual size_t bytes_read() const = 0; // how far into the file, for the progress line
     // Where the steps begin, for the message of a source without any.
     virtual json::Position steps_at() const { return {1, 1}; }
+    // The scenario's name:, once the header was read; "" when it has none.
+    virtual std::string scenario_name() const { return {}; }
 };
 
 class ScenarioReader : public StepSource {
@@ -54,6 +56,7 @@ public:
     bool next_step(Step &step, bool &done, yaml::LoadError &error) override;
 
     const std::string &name() const { return name_; }
+    std::string scenario_name() const override { return name_; }
     const Config &config() const override { return config_; }
     const std::string &path() const { return path_; }
     size_t bytes_read() const override { return reader_ ? reader_->bytes_read() : 0; }

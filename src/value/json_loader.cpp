@@ -301,6 +301,11 @@ public:
         return convert(root, arena, error);
     }
 
+    // A document read whole is one value: anything but whitespace after it is an error.
+    bool end_document(LoadError &error) override {
+        return at_end(doc_) || fail(error, where(), describe(simdjson::TRAILING_CONTENT));
+    }
+
     size_t bytes_read() const override { return lines_.offset(); }
 
 private:

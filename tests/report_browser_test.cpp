@@ -51,9 +51,9 @@ std::string script_errors(const Page &page) {
 }
 
 std::string inner(const std::string &dom, const std::string &open_tag) {
-    size_t at = dom.find(open_tag);
+    size_t at = dom.rfind(open_tag);
     if (at == std::string::npos) return "";
-    size_t start = dom.find('>', at) + 1;
+    size_t start = dom.find('>', at + open_tag.size()) + 1;
     return dom.substr(start, dom.find('<', start) - start);
 }
 

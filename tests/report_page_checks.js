@@ -1,6 +1,6 @@
 // Checks run inside the report page by the browser test (appended to a copy of the page): every
 // text's contrast against what is behind it, as rendered, and that every control can be reached
-// and used from the keyboard. The results go into <pre id="page-checks"> as JSON.
+// and used from the keyboard. The results go into a pre element, #page-checks, as JSON.
 (function () {
   'use strict';
 

@@ -44,6 +44,15 @@
   function failing(f) { return f.status !== 'passed'; }
   function rowFailing(file, i) { return Object.prototype.hasOwnProperty.call(file.details, i); }
 
+  // A long command line (a suite's thousands of files) is shown cut, and whole when opened.
+  function commandNode(command) {
+    var text = command.join(' ') || '(no command line)';
+    if (text.length <= 300) return el('code', { text: text });
+    return el('details', { className: 'command' }, [
+      el('summary', null, [el('code', { text: text.slice(0, 200) + ' … (' + plural(command.length, 'argument') + ')' })]),
+      el('code', { text: text })]);
+  }
+
   // ---- header --------------------------------------------------------------------------------
 
   function renderHeader() {
@@ -63,7 +72,7 @@
     });
     var info = document.getElementById('run-info');
     run.streams.forEach(function (s) {
-      var line = el('p', null, [el('code', { text: s.command.join(' ') || '(no command line)' })]);
+      var line = el('p', null, [commandNode(s.command)]);
       var where = [];
       if (s.host) where.push('on ' + s.host);
       if (s.started) where.push('started ' + s.started);

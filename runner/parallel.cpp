@@ -37,7 +37,7 @@ struct TempFile {
 
 struct Child {
     pid_t pid = -1;
-    TempFile output, result, recorder, coverage;
+    TempFile output, result, records, recorder, coverage; // records: its steps and findings as they are made
     bool done = false;
     int status = 0;
     std::string not_run; // why the file could not be run, when it could not
@@ -90,7 +90,7 @@ constexpr int kResultsUnwritten = 125;
     if (options.coverage) coverage::write_at_exit(options.coverage, fmt::format("/proc/self/fd/{}", c.coverage.fd));
     Options traced = options;
     traced.trail = c.trail;
-    SavingObserver saving(c.result.fd); // the parent tells the file's events from what this saves
+    SavingObserver saving(c.records.fd); // the parent tells the file's events from what this saves
     traced.observer = &saving;
     ending::set_end_report(nullptr);     // the parent reports this file's end from its trail
     FileResult r = run_file(file, traced);
@@ -100,11 +100,14 @@ constexpr int kResultsUnwritten = 125;
         r.add_finding(fmt::format("{}: cannot write its recorder part: {}", file, std::strerror(errno))), ++r.failed_steps;
     if (options.coverage && !write_all(c.coverage.fd, options.coverage->to_json()))
         r.add_finding(fmt::format("{}: cannot write its coverage part: {}", file, std::strerror(errno))), ++r.failed_steps;
+    if (!saving.ok())
+        r.add_finding(fmt::format("{}: its steps could not be written in full to a temporary file in {}: {}", file, temp_dir(),
+                                  std::strerror(saving.error()))), ++r.failed_steps;
     if (std::fflush(stdout) != 0 || std::ferror(stdout))
         r.add_finding(fmt::format("{}: its output could not be written in full to a temporary file in {}: {}", file,
                                   temp_dir(), std::strerror(errno))), ++r.failed_steps;
     std::fflush(nullptr);
-    _exit(saving.ok() && write_all(c.result.fd, saved_totals(r, r.findings.size() - before)) ? 0 : kResultsUnwritten);
+    _exit(write_all(c.result.fd, saved_totals(r, r.findings.size() - before)) ? 0 : kResultsUnwritten);
 }
 
 // A file that did not run, or whose run cannot be told, fails with the reason.
@@ -170,10 +173,12 @@ FileResult finish(const std::string &file, Child &c) {
         return release_trail(c), failed(file, fmt::format("its results could not be written to a temporary file in {}", temp_dir()));
     FileResult r;
     r.path = file;
-    std::string text;
+    std::string records, totals;
     bool complete = false;
     size_t late = 0;
-    bool readable = read_all(c.result.fd, text) && load_saved(text, r, complete, late);
+    // steps cut short (a full disk) still give the events of those that were written
+    if (read_all(c.records.fd, records)) load_saved(records, r, complete, late);
+    bool readable = read_all(c.result.fd, totals) && load_saved(totals, r, complete, late);
     if (!WIFEXITED(c.status) || WEXITSTATUS(c.status) != 0) {
         std::string how = WIFEXITED(c.status) ? fmt::format("exit status {}", WEXITSTATUS(c.status))
                                               : fmt::format("signal {} ({})", WTERMSIG(c.status), strsignal(WTERMSIG(c.status)));
@@ -189,11 +194,13 @@ FileResult finish(const std::string &file, Child &c) {
     for (size_t i = r.findings.size() - late; i < r.findings.size(); ++i) fmt::print(stderr, "{}\n", r.findings[i]);
     c.output.reset();
     c.result.reset();
+    c.records.reset();
     return r;
 }
 
 bool start(Child &c, const std::string &file, const Options &options, bool recording) {
     if (!make_temp(c.output, "output", c.not_run) || !make_temp(c.result, "result", c.not_run) ||
+        !make_temp(c.records, "records", c.not_run) ||
         (recording && !make_temp(c.recorder, "recorder", c.not_run)) ||
         (options.coverage && !make_temp(c.coverage, "coverage", c.not_run)))
         return false;

@@ -121,9 +121,9 @@ bool load_saved(const std::string &text, FileResult &r, bool &complete, size_t &
         if (tag == "N" && f.size() == 2) {
             r.name = f[1];
         } else if (tag == "S") {
-            if (!read_step(f, r.step_records.emplace_back())) return false;
+            if (!read_step(f, r.step_records.emplace_back())) return r.step_records.pop_back(), false;
         } else if (tag == "F") {
-            if (!read_finding(f, r.finding_records.emplace_back())) return false;
+            if (!read_finding(f, r.finding_records.emplace_back())) return r.finding_records.pop_back(), false;
         } else if (tag == "T") {
             if (!read_totals(f, r)) return false;
             totals = true;
@@ -140,7 +140,9 @@ bool load_saved(const std::string &text, FileResult &r, bool &complete, size_t &
     return true;
 }
 
-void SavingObserver::put(const std::string &text) { ok_ = write_all(fd_, text) && ok_; }
+void SavingObserver::put(const std::string &text) {
+    if (ok_ && !write_all(fd_, text)) ok_ = false, error_ = errno ? errno : EIO;
+}
 void SavingObserver::file_start(const FileResult &file) { put(saved_name(file.name)); }
 void SavingObserver::finding(const FileResult &, const Finding &finding) { put(saved_finding(finding)); }
 void SavingObserver::step(const FileResult &, const StepRecord &step) { put(saved_step(step)); }

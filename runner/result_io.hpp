@@ -17,8 +17,8 @@ std::string saved_finding(const Finding &finding);
 std::string saved_totals(const FileResult &result, size_t late);
 
 // Reads what the savers wrote into `result` (whose path is set): the steps and findings, and the
-// totals when they are there. False when a line cannot be read. `complete` tells that the totals
-// were read, `late` how many finding lines came after the run.
+// totals when they are there. False when a line cannot be read; what came before it is kept.
+// `complete` tells that the totals were read, `late` how many finding lines came after the run.
 bool load_saved(const std::string &text, FileResult &result, bool &complete, size_t &late);
 
 // Writes each step and finding of a run to a descriptor as it is made, unbuffered.
@@ -29,11 +29,13 @@ public:
     void finding(const FileResult &file, const Finding &finding) override;
     void step(const FileResult &file, const StepRecord &step) override;
     bool ok() const { return ok_; }
+    int error() const { return error_; } // the errno of the write that failed
 
 private:
     void put(const std::string &text);
     int fd_;
     bool ok_ = true;
+    int error_ = 0;
 };
 
 bool write_all(int fd, const std::string &text);

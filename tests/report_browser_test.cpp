@@ -18,9 +18,12 @@ namespace {
 namespace fs = std::filesystem;
 using pc::test::Outcome;
 
+// The browser: PC_CHROMIUM when it is set (a path that does not exist runs the tests as where
+// there is none), or Debian's.
 std::string chromium() {
-    for (const char *path : {static_cast<const char *>(std::getenv("PC_CHROMIUM")), "/usr/bin/chromium", "/usr/bin/chromium-browser"})
-        if (path && access(path, X_OK) == 0) return path;
+    if (const char *chosen = std::getenv("PC_CHROMIUM")) return access(chosen, X_OK) == 0 ? chosen : "";
+    for (const char *path : {"/usr/bin/chromium", "/usr/bin/chromium-browser"})
+        if (access(path, X_OK) == 0) return path;
     return "";
 }
 
@@ -42,10 +45,11 @@ Page browse(const std::string &url, const std::string &action, const fs::path &d
     return page;
 }
 
-// Script errors, as the browser logs console messages ("...:CONSOLE(12)] "Uncaught TypeError: ...").
+// Script errors and console errors, as the browser logs them
+// ("[...:INFO:CONSOLE:1] "Uncaught ReferenceError: ...", source: file:///... (1)", "ERROR:CONSOLE:...").
 std::string script_errors(const Page &page) {
     std::string errors;
-    std::regex console(R"([^\n]*(CONSOLE\(\d+\)\][^\n]*(Uncaught|Error)|Uncaught)[^\n]*)");
+    std::regex console(R"([^\n]*(ERROR:CONSOLE|Uncaught)[^\n]*)");
     for (std::sregex_iterator it(page.console.begin(), page.console.end(), console), end; it != end; ++it) errors += it->str() + "\n";
     return errors;
 }

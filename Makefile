@@ -8,12 +8,15 @@ DEPS := cmake ninja-build g++ pkg-config libyaml-dev libfmt-dev libcli11-dev \
 # node and npm install the YAML language server of the editor test; a node that brings its own npm will do.
 NODE_DEPS := $(if $(shell command -v npm),,nodejs npm)
 
+# The report's browser test loads the HTML report in headless Chromium (skipped without it).
+BROWSER_DEPS := chromium fonts-dejavu-core
+
 # The fuzz targets need clang and its runtime libraries (libFuzzer, the sanitizers).
 FUZZ_DEPS := clang-14 libclang-rt-14-dev
 FUZZ_TARGETS := loader send receive convert
 FUZZ_SECONDS ?= 60
 
-.PHONY: all deps configure build run test bench bench-limit asan fuzz-deps fuzz-build fuzz deb clean
+.PHONY: all deps browser-deps configure build run test bench bench-limit asan fuzz-deps fuzz-build fuzz deb clean
 
 all: build
 
@@ -44,7 +47,10 @@ build: configure
 run: build
 	build/planecheck run examples/hello.yaml
 
-test: build
+browser-deps:
+	$(call install_missing,$(BROWSER_DEPS))
+
+test: build browser-deps
 	ctest --preset $(PRESET) -j $(JOBS)
 
 bench: build

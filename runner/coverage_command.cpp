@@ -161,6 +161,13 @@ std::string table_json(const Report &report) {
     return out + "\n}\n";
 }
 
+std::vector<FamilyShare> families(const Report &report) {
+    Figures f = count(report);
+    std::vector<FamilyShare> shares;
+    for (Family x : least_covered_first(f)) shares.push_back({kFamilyNames[x], f.families[x].covered, f.families[x].total});
+    return shares;
+}
+
 std::string uncovered(const Report &report, const std::string &type_name, bool json) {
     const TypeDesc *t = engine::find_type(type_name.c_str());
     if (!t) return "";

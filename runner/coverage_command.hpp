@@ -13,6 +13,14 @@ namespace pc::coverage {
 std::string table(const Report &report, size_t reports);
 std::string table_json(const Report &report);
 
+// The attribute families (key fields, scalar attributes, ... reference pairs) with what the
+// report covers of each over the whole catalogue, least covered first.
+struct FamilyShare {
+    const char *family;
+    size_t covered, of;
+};
+std::vector<FamilyShare> families(const Report &report);
+
 // What the records of one type never set or compared; empty when there is no such type.
 std::string uncovered(const Report &report, const std::string &type_name, bool json);
 

@@ -9,6 +9,7 @@
 #include "recorder_sink.hpp"
 #include "replay.hpp"
 #include "report.hpp"
+#include "report_command.hpp"
 #include "run.hpp"
 #include "scenario_files.hpp"
 
@@ -29,6 +30,8 @@ struct RunOptions {
     pc::runner::Options file;
     std::vector<std::string> files;
     std::string recorder, junit, coverage, events;
+    std::string html;             // the HTML report, made from the events when the run is over
+    std::string events_for_html;  // a temporary events file, when --events does not name one
     std::vector<std::string> command; // argv, for the events
     bool tap = false;
     unsigned jobs = 0; // 0: all files in this process, one after the other
@@ -113,10 +116,49 @@ bool write_coverage(const std::string &path, const pc::coverage::Report &coverag
 
 pc::runner::EventWriter event_writer;
 
+std::string html_report, html_events; // where run --html writes, and the events it reads back
+bool html_events_temporary = false, events_started = false;
+
+// The HTML report of the events written, as a last sink of the run. The run's status stands
+// unless the page cannot be made in full.
+int write_html_report(int status) {
+    if (html_report.empty() || !events_started) return status;
+    int made = pc::report::report_command({{html_events}, html_report, {}});
+    if (html_events_temporary) unlink(html_events.c_str());
+    html_report.clear();
+    return made != 0 ? 2 : status;
+}
+
 // At an end of the process while a file runs: its last events, then the run's.
 void write_ending_events(const std::string &how, int status) {
     pc::runner::end_running_file(how);
     event_writer.run_end(status);
+    if (!html_report.empty() && event_writer.close()) write_html_report(status);
+}
+
+// --html reads the run's events back: they go to --events FILE, or to a temporary file.
+bool prepare_html(RunOptions &o) {
+    if (o.html.empty()) return true;
+    if (o.events == "-") {
+        fmt::print(stderr, "planecheck: --html reads the run's events back; give --events a file, not -\n");
+        return false;
+    }
+    if (!can_write(o.html, "the HTML report")) return false;
+    if (o.events.empty()) {
+        const char *tmp = std::getenv("TMPDIR");
+        o.events_for_html = fmt::format("{}/planecheck-events-XXXXXX", tmp && *tmp ? tmp : "/tmp");
+        int fd = mkstemp(o.events_for_html.data());
+        if (fd < 0) {
+            fmt::print(stderr, "planecheck: cannot create a temporary file for the HTML report's events: {}\n", std::strerror(errno));
+            return false;
+        }
+        close(fd);
+        o.events = o.events_for_html;
+    }
+    html_report = o.html;
+    html_events = o.events;
+    html_events_temporary = !o.events_for_html.empty();
+    return true;
 }
 
 bool open_events(RunOptions &o) {
@@ -144,6 +186,7 @@ bool open_events(RunOptions &o) {
     run.shard = o.shard;
     event_writer.run_start(run);
     pc::runner::ending::set_end_report(write_ending_events);
+    events_started = true;
     return true;
 }
 
@@ -159,7 +202,10 @@ using RunOne = std::function<pc::runner::FileResult(const std::string &, const p
 int run_files_to_sinks(RunOptions &o, const RunOne &run_one);
 
 int run_files(RunOptions &o, const RunOne &run_one = pc::runner::run_file) {
-    return finish_events(run_files_to_sinks(o, run_one));
+    if (!prepare_html(o)) return 2;
+    int status = write_html_report(finish_events(run_files_to_sinks(o, run_one)));
+    if (!o.events_for_html.empty()) unlink(o.events_for_html.c_str()); // also when the run stopped before its events
+    return status;
 }
 
 int run_files_to_sinks(RunOptions &o, const RunOne &run_one) {
@@ -269,6 +315,8 @@ int main(int argc, char **argv) {
     run->add_option("--events", run_options.events,
                     "write the run's events to FILE as JSON Lines, one per line as it happens (- for standard output; "
                     "the step lines and the summary then go to standard error)");
+    run->add_option("--html", run_options.html,
+                    "write the run's HTML report to FILE when the run is over: one self-contained page (see planecheck report)");
     run->add_option("--coverage", run_options.coverage,
                     "write to FILE, as JSON, which types, operations, attributes and statuses the run exercised");
     run->add_option("--shard", run_options.shard, "run shard I of N of the files (I/N, such as 2/4), for CI fan-out; without it, TEST_SHARD_INDEX and "
@@ -327,6 +375,14 @@ int main(int argc, char **argv) {
     coverage->add_option("--uncovered", uncovered, "list what the records of object type TYPE never set or compared");
     coverage->add_flag("--json", coverage_json, "print JSON for machines instead of the table");
 
+    pc::report::ReportRequest report_request;
+    auto *report = app.add_subcommand("report", "write the HTML report of event streams (run --events), shards merged");
+    report->add_option("events", report_request.events, "event files written by run --events (- reads standard input)")->required();
+    report->add_option("--html", report_request.html, "write the report to FILE: one self-contained page")->required();
+    report->add_option("--coverage", report_request.coverage,
+                       "coverage reports (run --coverage) for the heat map; without it, those the runs wrote when they are still there")
+        ->allow_extra_args(false);
+
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError &e) {
@@ -335,6 +391,7 @@ int main(int argc, char **argv) {
         return 2;
     }
 
+    if (*report) return pc::report::report_command(report_request);
     if (*coverage) return pc::coverage::run_command(reports, uncovered, coverage_json);
     if (*catalogue) {
         if (!describe.empty()) {

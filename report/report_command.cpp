@@ -1,0 +1,74 @@
+#include "report_command.hpp"
+
+#include "coverage_view.hpp"
+#include "events.hpp"
+#include "excerpt.hpp"
+#include "page.hpp"
+
+#include <fmt/format.h>
+
+#include <cerrno>
+#include <chrono>
+#include <cstring>
+#include <ctime>
+#include <unistd.h>
+
+namespace pc::report {
+namespace {
+
+std::string now_utc() {
+    std::time_t t = std::time(nullptr);
+    std::tm tm {};
+    gmtime_r(&t, &tm);
+    char text[32];
+    std::strftime(text, sizeof text, "%Y-%m-%dT%H:%M:%SZ", &tm);
+    return text;
+}
+
+// The reports named on the command line, or those the runs wrote (--coverage of run), when they
+// are still there.
+std::vector<std::string> coverage_files(const ReportRequest &request, const Run &run) {
+    if (!request.coverage.empty()) return request.coverage;
+    std::vector<std::string> written;
+    for (const Stream &s : run.streams)
+        if (!s.coverage.empty() && access(s.coverage.c_str(), R_OK) == 0) written.push_back(s.coverage);
+    return written;
+}
+
+// The merged coverage as the page's JSON; empty when there is none.
+std::string read_coverage(const std::vector<std::string> &files, bool &complete) {
+    if (files.empty()) return "";
+    coverage::Report merged;
+    std::vector<std::string> problems;
+    size_t read = 0;
+    for (const auto &file : files) {
+        if (merged.merge_file(file, problems)) ++read;
+        else complete = false;
+    }
+    for (const auto &p : problems) fmt::print(stderr, "{}\n", p);
+    return read ? coverage_json(merged) : "";
+}
+
+} // namespace
+
+int report_command(const ReportRequest &request) {
+    Run run;
+    EventReader reader(run);
+    bool complete = true;
+    for (const auto &file : request.events) {
+        if (reader.read_file(file)) continue;
+        fmt::print(stderr, "planecheck: cannot read the events file {}: {}\n", file, std::strerror(errno));
+        complete = false;
+    }
+    for (const auto &p : run.problems) fmt::print(stderr, "{}\n", p);
+    complete &= run.problems.empty();
+    read_excerpts(run);
+    std::string coverage = read_coverage(coverage_files(request, run), complete);
+    if (!write_page(request.html, build_page(run, coverage, now_utc()))) {
+        fmt::print(stderr, "planecheck: cannot write the report to {}: {}\n", request.html, std::strerror(errno));
+        return 2;
+    }
+    return complete ? 0 : 2;
+}
+
+} // namespace pc::report

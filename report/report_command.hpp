@@ -1,0 +1,21 @@
+// planecheck report: the HTML report of one or more event streams, and the same page at the end
+// of `planecheck run --html`.
+#pragma once
+
+#include <string>
+#include <vector>
+
+namespace pc::report {
+
+struct ReportRequest {
+    std::vector<std::string> events;   // event files ("-": standard input)
+    std::string html;                  // where the page goes
+    std::vector<std::string> coverage; // coverage reports; empty: those the runs wrote, if any
+};
+
+// Reads, writes the page, prints problems as "FILE:LINE: message"; returns the exit status:
+// 0 written, 2 when an events or coverage file could not be read (the page still shows the rest)
+// or the page could not be written.
+int report_command(const ReportRequest &request);
+
+} // namespace pc::report

@@ -1,0 +1,81 @@
+// What a run report shows, read back from one or more event streams (`run --events`): the
+// run's header, its files with their steps, and what went wrong where.
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+namespace pc::report {
+
+struct Finding {
+    uint32_t line = 0;
+    uint32_t step = 0; // 0: about the whole file
+    std::string level, kind, text;
+    bool has_values = false; // a mismatch that names its attribute, expected and received values
+    std::string attribute, expected, received;
+};
+
+struct Counts {
+    uint64_t steps = 0, failed_steps = 0, not_run = 0, mismatches = 0, value_errors = 0, expected = 0;
+    void add(const Counts &other);
+};
+
+// The scenario's own lines around a place in it, read when the report is made.
+struct Excerpt {
+    uint32_t first = 0; // line number of lines[0]; 0 when nothing could be read
+    std::vector<std::string> lines;
+};
+
+struct StepRecord {
+    uint32_t number = 0, line = 0;
+    std::string kind, table, label, status;
+    uint64_t mismatches = 0, value_errors = 0;
+    double duration = 0;
+    std::vector<Finding> findings;
+    Excerpt excerpt;
+    bool failing() const { return status == "failed" || status == "ended" || status == "invalid" || !findings.empty(); }
+};
+
+struct FileRecord {
+    std::string path, name;
+    std::string status = "ended"; // until its file_end arrives
+    bool finished = false;         // its file_end was read
+    Counts counts;
+    double duration = 0;
+    std::string error;                          // an invalid file's FILE:LINE:COL: message
+    std::string ended_how, ended_at, last_error; // a file the library ended
+    std::vector<StepRecord> steps;
+    std::vector<Finding> findings; // about the whole file, or of a step whose event never came
+    Excerpt excerpt;               // around the error of an invalid file or the end of an ended one
+    bool failing() const { return status != "passed"; }
+};
+
+// One event stream: the run (or shard) that wrote it.
+struct Stream {
+    std::string source; // the events file
+    std::string version, platform, host, started, coverage;
+    std::vector<std::string> command;
+    bool finished = false; // its run_end was read
+    std::string verdict;
+    Counts totals;
+    uint64_t files = 0, failed_files = 0, exit_status = 0;
+    double duration = 0;
+};
+
+struct Run {
+    std::vector<Stream> streams;
+    std::vector<FileRecord> files;
+    std::vector<std::string> problems; // "FILE:LINE: message" for each line that could not be used
+
+    // Over all streams: the worst verdict ("invalid" over "failed" over "passed"); a stream cut
+    // short counts as failed.
+    std::string verdict() const;
+    Counts totals() const;
+    uint64_t failed_files() const;
+    double duration() const; // the longest stream's: shards run side by side
+};
+
+Counts counted_from_steps(const FileRecord &file);
+
+} // namespace pc::report

@@ -1,0 +1,65 @@
+// planecheck report and run --html as users run them: what they refuse and what they still write.
+#include "files.hpp"
+#include "process.hpp"
+
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <fstream>
+#include <string>
+#include <unistd.h>
+
+namespace {
+
+namespace fs = std::filesystem;
+using pc::test::Outcome;
+
+Outcome planecheck(const std::string &args) { return pc::test::run_command(std::string(PC_PLANECHECK) + " " + args + " 2>&1"); }
+
+class ReportCommand : public testing::Test {
+protected:
+    void SetUp() override {
+        dir_ = fs::temp_directory_path() / ("report_cli_" + std::to_string(getpid()));
+        fs::create_directories(dir_);
+    }
+    void TearDown() override { fs::remove_all(dir_); }
+    std::string at(const std::string &name) const { return (dir_ / name).string(); }
+    fs::path dir_;
+};
+
+TEST_F(ReportCommand, UnusableEventLinesAreNamedAndThePageIsStillWritten) {
+    ASSERT_EQ(planecheck("run -q --events " + at("run.events") + " " + PC_SCENARIOS + "/clean.yaml").status, 0);
+    std::ofstream(at("run.events"), std::ios::app) << "this is no event\n";
+    Outcome r = planecheck("report " + at("run.events") + " " + at("missing.events") + " --html " + at("report.html"));
+    EXPECT_EQ(r.status, 2) << r.output;
+    EXPECT_NE(r.output.find(at("run.events") + ":"), std::string::npos) << r.output;
+    EXPECT_NE(r.output.find(": not an event: "), std::string::npos) << r.output;
+    EXPECT_NE(r.output.find("cannot read the events file " + at("missing.events")), std::string::npos) << r.output;
+    std::string page = pc::test::read_file(at("report.html"));
+    EXPECT_NE(page.find("\"verdict\":\"failed\""), std::string::npos); // lines were lost: not a pass
+    EXPECT_NE(page.find("clean.yaml"), std::string::npos);
+}
+
+TEST_F(ReportCommand, RunHtmlWritesThePageAndLeavesNoEventsBehind) {
+    std::string tmp = at("tmp");
+    fs::create_directories(tmp);
+    Outcome r = pc::test::run_command("TMPDIR=" + tmp + " " + PC_PLANECHECK + " run -q --html " + at("report.html") + " " +
+                                      PC_SCENARIOS + "/clean.yaml " + PC_SCENARIOS + "/mismatch.yaml 2>&1");
+    EXPECT_EQ(r.status, 1) << r.output; // the run's own status
+    std::string page = pc::test::read_file(at("report.html"));
+    EXPECT_NE(page.find("\"verdict\":\"failed\""), std::string::npos);
+    EXPECT_NE(page.find("mismatch.yaml"), std::string::npos);
+    EXPECT_TRUE(fs::is_empty(tmp)); // the temporary events file is gone
+}
+
+TEST_F(ReportCommand, PagesThatCannotBeWrittenAndEventsOnStandardOutputAreRefused) {
+    Outcome unwritable = planecheck(std::string("run -q --html ") + at("no/such/dir/report.html") + " " + PC_SCENARIOS + "/clean.yaml");
+    EXPECT_EQ(unwritable.status, 2);
+    EXPECT_NE(unwritable.output.find("cannot write the HTML report to " + at("no/such/dir/report.html")), std::string::npos) << unwritable.output;
+    EXPECT_EQ(unwritable.output.find("step 1"), std::string::npos) << unwritable.output; // refused before any file ran
+    Outcome piped = planecheck(std::string("run -q --events - --html ") + at("report.html") + " " + PC_SCENARIOS + "/clean.yaml");
+    EXPECT_EQ(piped.status, 2);
+    EXPECT_NE(piped.output.find("--html reads the run's events back; give --events a file, not -"), std::string::npos) << piped.output;
+}
+
+} // namespace

@@ -283,9 +283,9 @@ int replay_recording(const std::string &recording, const std::string &scenario, 
 // The argument parser's message, in the words of the rest of the command's messages.
 std::string usage_error_text(const CLI::ParseError &e) {
     std::string text = e.what();
-    static const std::string missing = "File does not exist: ";
-    if (size_t at = text.find(missing); at != std::string::npos)
-        return fmt::format("cannot read {}: no such file", text.substr(at + missing.size()));
+    for (const std::string missing : {"File does not exist: ", "Path does not exist: "})
+        if (size_t at = text.find(missing); at != std::string::npos)
+            return fmt::format("cannot read {}: no such file", text.substr(at + missing.size()));
     return text;
 }
 

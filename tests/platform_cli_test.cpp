@@ -53,6 +53,7 @@ const char *const unserved_steps = R"(steps:
   - send: { test_if: [ { op: get, key_a: 1, attr_a1: 5 } ] }
     sdk:  { test_if: [ { op: get, attr_a1: 5, rc: 0 } ] }
   - inject: { op: "test_if create", status: ENOMEM }
+  - send: { test_if: [ { op: create, key_a: 2, rc: ENOMEM } ] }
 )";
 
 // The trace lines of standard error, FILE: taken off: "LINE: call".

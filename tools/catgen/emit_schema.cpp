@@ -311,7 +311,8 @@ void scenario_definitions(const Catalogue &cat, Members &defs) {
                                                        {"node", obj({{"type", q("string")}, {"maxLength", "63"}})},
                                                        {"verbose", obj({{"type", q("boolean")}})},
                                                        {"wait", obj({{"type", "[\"integer\",\"boolean\"]"}})},
-                                                       {"recorder_off", obj({{"type", q("boolean")}})}})}})});
+                                                       {"recorder_off", obj({{"type", q("boolean")}})},
+                                                       {"references", obj({{"enum", "[\"ignore\",\"enforce\"]"}})}})}})});
 }
 
 } // namespace

@@ -226,7 +226,9 @@ TEST_F(Aborts, AFileThatAbortsUnderJobsKeepsItsCoveragePart) {
         Result table = planecheck("coverage " + report);
         EXPECT_EQ(table.status, 0) << jobs << table.output;
         EXPECT_TRUE(has(table, "\n  test_if ")) << jobs << table.output;
-        if (*jobs) EXPECT_TRUE(has(table, "\n  nhgroup ")) << table.output;
+        if (*jobs) {
+            EXPECT_TRUE(has(table, "\n  nhgroup ")) << table.output;
+        }
     }
 }
 

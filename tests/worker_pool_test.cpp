@@ -6,8 +6,13 @@
 
 #include <gtest/gtest.h>
 
+#include <chrono>
+#include <csignal>
 #include <cstdio>
+#include <fcntl.h>
 #include <fstream>
+#include <sys/wait.h>
+#include <thread>
 #include <regex>
 #include <string>
 #include <vector>
@@ -136,6 +141,47 @@ TEST(WorkerPool, AFileDoesNotSeeWhatAnEarlierFileOfItsWorkerLeft) {
     EXPECT_EQ(count(r.output, ": ok\n"), 6u) << r.output;
     std::remove(leaves.c_str());
     std::remove(expects_empty.c_str());
+}
+
+// A stop signal to the parent stops the files its workers run at their next safe point: the
+// recorder holds the finished files' records and then whole records of the stopped one, the
+// stopped file is reported, and the parent ends with the signal.
+TEST(WorkerPool, AStopSignalEndsTheWorkersFilesAfterWholeRecords) {
+    std::string small = temp_path("stop_small.yaml"), long_file = temp_path("stop_long.yaml");
+    std::string rec = temp_path("stop.rec"), out = temp_path("stop.out");
+    std::ofstream(small) << "steps:\n" << create(999999);
+    {
+        std::ofstream text(long_file);
+        text << "steps:\n";
+        for (int i = 1; i <= 300000; ++i) text << create(i);
+    }
+    pid_t child = fork();
+    if (child == 0) {
+        int output = open(out.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0666);
+        dup2(output, STDOUT_FILENO);
+        dup2(output, STDERR_FILENO);
+        execl(PC_PLANECHECK, "planecheck", "run", "-j", "2", "--recorder", rec.c_str(), small.c_str(), long_file.c_str(),
+              static_cast<char *>(nullptr));
+        _exit(127);
+    }
+    // the small file's output is printed as soon as it is done, while the long one runs
+    for (int i = 0; i < 3000 && pc::test::read_file(out).find(small + ":2: step 1") == std::string::npos; ++i)
+        std::this_thread::sleep_for(std::chrono::milliseconds(5));
+    std::this_thread::sleep_for(std::chrono::milliseconds(100));
+    kill(child, SIGTERM);
+    int status = 0;
+    waitpid(child, &status, 0);
+    std::string output = pc::test::read_file(out), recorded = pc::test::read_file(rec);
+    ASSERT_TRUE(WIFSIGNALED(status)) << "the run finished before the signal: status " << status << "\n" << output.substr(0, 2000);
+    EXPECT_EQ(WTERMSIG(status), SIGTERM);
+    EXPECT_NE(output.find(long_file + ": the run ended early with signal 15"), std::string::npos) << output.substr(output.size() - 2000);
+    size_t records = count(recorded, "\"op\": \"create\"");
+    EXPECT_GT(records, 1u);
+    EXPECT_LT(records, 300001u);
+    EXPECT_EQ(recorded.find("\"key_a\": 999999,"), recorded.find("\"key_a\"")) << "the small file's record comes first";
+    EXPECT_EQ(count("\n" + recorded, "\n{\n"), records) << "a record was cut";
+    EXPECT_EQ(count(recorded, "\n},\n"), records) << "a record was cut";
+    for (const auto &f : {small, long_file, rec, out}) std::remove(f.c_str());
 }
 
 } // namespace

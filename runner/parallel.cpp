@@ -79,7 +79,7 @@ bool read_all(int fd, std::string &text) {
     }
 }
 
-// One line per field, then the findings, then how many of them came after the run (the child's
+// One line per field, then the findings, then how many of them came after the run (the worker's
 // own writing problems, which its output may not hold): a format only this file writes and reads.
 // The last line marks the results as complete.
 std::string saved(const FileResult &r, size_t late) {

@@ -193,6 +193,9 @@ int main(int argc, char **argv) {
     run->add_option("-j,--jobs", run_options.jobs,
                     "run N files at once, in N worker processes (a file the library stops is reported, "
                     "its worker replaced, and the others run)")->check(CLI::Range(1u, 256u));
+    run->add_option("--threads", run_options.file.threads,
+                    "1: read each file on the thread that runs it; 2: read every file's steps ahead on a second "
+                    "thread (default: big files are read ahead where two cores are available)")->check(CLI::Range(1u, 2u));
     run->add_option("--junit", run_options.junit, "write a JUnit XML report to FILE: one test case per scenario file");
     run->add_flag("--trace", run_options.file.trace,
                   "write every call the engine makes into the platform (function and arguments, and what it returned) "

@@ -1,6 +1,7 @@
 #include "run.hpp"
 
 #include "check.hpp"
+#include "read_ahead.hpp"
 #include "ending.hpp"
 #include "coverage.hpp"
 #include "record_lint.hpp"
@@ -19,6 +20,7 @@
 #include <chrono>
 #include <cstring>
 #include <optional>
+#include <sched.h>
 #include <set>
 #include <sys/stat.h>
 #include <string_view>
@@ -515,6 +517,19 @@ private:
     bool progress_shown_ = false;
 };
 
+// A file smaller than this is read on the running thread: starting a thread would cost more than
+// it saves.
+constexpr off_t kReadAheadBytes = 1 << 20;
+
+bool reads_ahead(const std::string &path, const Options &options) {
+    if (options.threads == 1 || options.check_only) return false;
+    if (options.threads >= 2) return true;
+    cpu_set_t cores;
+    if (sched_getaffinity(0, sizeof cores, &cores) != 0 || CPU_COUNT(&cores) < 2) return false;
+    struct stat st {};
+    return stat(path.c_str(), &st) == 0 && st.st_size >= kReadAheadBytes;
+}
+
 } // namespace
 
 FileResult run_file(const std::string &path, const Options &options) {
@@ -536,7 +551,9 @@ FileResult run_file(const std::string &path, const Options &options) {
         }
     }
     ScenarioReader reader;
-    return FileRun(path, options, reader).run();
+    if (!reads_ahead(path, options)) return FileRun(path, options, reader).run();
+    ReadAhead ahead(reader);
+    return FileRun(path, options, ahead).run();
 }
 
 FileResult run_steps(const std::string &path, StepSource &source, const Options &options) {

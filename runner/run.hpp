@@ -34,6 +34,9 @@ struct Options {
     Trail *trail = nullptr;  // kept up to date while a file runs, when set
     coverage::Report *coverage = nullptr; // what the files' records exercised is added here
     bool trace = false;      // write every platform call, at the line of its record
+    // 1: the file is read on the running thread; 0: a second thread reads a big file's steps
+    // ahead where two cores are available; 2 or more: it reads every file ahead
+    unsigned threads = 0;
 };
 
 struct FileResult {

@@ -16,7 +16,7 @@ FUZZ_DEPS := clang-14 libclang-rt-14-dev
 FUZZ_TARGETS := loader send receive convert
 FUZZ_SECONDS ?= 60
 
-.PHONY: all deps browser-deps configure build run test bench bench-limit asan fuzz-deps fuzz-build fuzz deb clean
+.PHONY: all deps browser-deps configure build run test bench bench-limit asan tsan fuzz-deps fuzz-build fuzz deb clean
 
 all: build
 
@@ -72,6 +72,12 @@ asan: deps
 	@cmake --preset asan >/dev/null
 	@cmake --build --preset asan -j $(JOBS)
 	ctest --preset asan -j $(JOBS)
+
+# ThreadSanitizer over the tests that run threads or a worker pool; only their targets are built.
+tsan: deps
+	@cmake --preset tsan >/dev/null
+	@cmake --build --preset tsan -j $(JOBS)
+	ctest --preset tsan -j $(JOBS)
 
 fuzz-deps:
 	$(call install_missing,$(DEPS) $(FUZZ_DEPS))

@@ -12,10 +12,10 @@ _planecheck() {
     run)
         case $prev in
         --recorder|--junit|--events) COMPREPLY=($(compgen -f -- "$cur")); return ;;
-        -j|--jobs|--shard) return ;;
+        -j|--jobs|--shard|--threads) return ;;
         esac
         if [[ $cur == -* ]]; then
-            COMPREPLY=($(compgen -W "-v --verbose -q --quiet --recorder -j --jobs --junit --tap --events --shard --help" -- "$cur"))
+            COMPREPLY=($(compgen -W "-v --verbose -q --quiet --recorder -j --jobs --threads --junit --tap --events --shard --help" -- "$cur"))
             return
         fi
         ;;

@@ -217,7 +217,7 @@ int run_files_to_sinks(RunOptions &o, const RunOne &run_one) {
     }
     if (!take_shard(o)) return 2;
     pc::runner::ending::install();
-    // a report must survive a file that the library ends: each file then runs in a process of its own
+    // a report must survive a file that the library ends: the files then run in worker processes
     // (a replay runs in this process: its steps come from the recording, not from a file a child could open)
     if ((o.tap || !o.junit.empty()) && !o.jobs && !o.in_process) o.jobs = 1;
     o.file.progress = !o.jobs && !o.file.verbose && !o.file.trace && isatty(STDERR_FILENO);
@@ -303,8 +303,11 @@ int main(int argc, char **argv) {
     run->add_flag("-q,--quiet", run_options.file.quiet, "print only the steps that did not pass");
     run->add_option("--recorder", run_options.recorder, "write the operation recorder to FILE");
     run->add_option("-j,--jobs", run_options.jobs,
-                    "run N files at once, each in its own process (a file the library stops is reported, "
-                    "and the others run)")->check(CLI::Range(1u, 256u));
+                    "run N files at once, in N worker processes (a file the library stops is reported, "
+                    "its worker replaced, and the others run)")->check(CLI::Range(1u, 256u));
+    run->add_option("--threads", run_options.file.threads,
+                    "1: read each file on the thread that runs it; 2: read every file's steps ahead on a second "
+                    "thread (default: big files are read ahead where two cores are available)")->check(CLI::Range(1u, 2u));
     run->add_option("--junit", run_options.junit, "write a JUnit XML report to FILE: one test case per scenario file");
     run->add_flag("--trace", run_options.file.trace,
                   "write every call the engine makes into the platform (function and arguments, and what it returned) "

@@ -4,15 +4,20 @@
 #include "ending.hpp"
 #include "recorder_sink.hpp"
 #include "result_io.hpp"
+#include "worker_channel.hpp"
 
 #include <fmt/format.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <fcntl.h>
+#include <memory>
 #include <new>
+#include <poll.h>
 #include <sstream>
 #include <sys/mman.h>
 #include <sys/stat.h>
@@ -34,20 +39,6 @@ struct TempFile {
         fd = -1;
     }
 };
-
-struct Child {
-    pid_t pid = -1;
-    TempFile output, result, records, recorder, coverage; // records: its steps and findings as they are made
-    bool done = false;
-    int status = 0;
-    std::string not_run; // why the file could not be run, when it could not
-    Trail *trail = nullptr; // shared with the child: where its run stood when it ended
-};
-
-Trail *shared_trail() {
-    void *p = mmap(nullptr, sizeof(Trail), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0);
-    return p == MAP_FAILED ? nullptr : new (p) Trail;
-}
 
 std::string temp_dir() {
     const char *dir = std::getenv("TMPDIR");
@@ -79,27 +70,97 @@ bool read_all(int fd, std::string &text) {
     }
 }
 
-// The child's exit status when it could not write its results (the library ends a run with 1).
-constexpr int kResultsUnwritten = 125;
+// A worker's exit status when the parent no longer takes its results.
+constexpr int kResultsUnsent = 125;
 
-[[noreturn]] void run_child(const std::string &file, const Options &options, Child &c) {
-    dup2(c.output.fd, STDOUT_FILENO);
-    dup2(c.output.fd, STDERR_FILENO);
-    std::setvbuf(stdout, nullptr, _IOLBF, 0); // step lines and log lines share the file: keep their order
-    if (c.recorder.fd >= 0) pc::recorder::to_descriptor(dup(c.recorder.fd));
-    if (options.coverage) coverage::write_at_exit(options.coverage, fmt::format("/proc/self/fd/{}", c.coverage.fd));
+// The temporary files one file's run writes into. They are kept until the file's output is
+// printed and its parts are joined, then emptied and handed to a later file.
+struct Parts {
+    TempFile output, records, recorder, coverage; // records: the file's steps and findings as they are made
+
+    // In the order the worker takes them: output, records, then the recorder and coverage parts that are written.
+    std::vector<int> descriptors() const {
+        std::vector<int> fds{output.fd, records.fd};
+        for (int fd : {recorder.fd, coverage.fd})
+            if (fd >= 0) fds.push_back(fd);
+        return fds;
+    }
+    void close_all() {
+        output.reset();
+        records.reset();
+        recorder.reset();
+        coverage.reset();
+    }
+    bool empty_again() {
+        for (int fd : {output.fd, records.fd, recorder.fd, coverage.fd})
+            if (fd >= 0 && (ftruncate(fd, 0) != 0 || lseek(fd, 0, SEEK_SET) != 0)) return false;
+        return true;
+    }
+};
+
+// What the parent knows of one file.
+struct FileSlot {
+    std::unique_ptr<Parts> parts;
+    bool done = false;
+    std::string not_run; // why the file could not be run, when it could not
+    std::string results; // as the worker sent them
+    bool ended = false;  // the worker ended while it ran the file
+    int status = 0;      // how it ended
+    Trail trail;         // where the run stood then
+};
+
+constexpr size_t kIdle = size_t(-1);
+
+struct Worker {
+    pid_t pid = -1;
+    int socket = -1;
+    Trail *trail = nullptr; // shared with the worker: where its file's run stood when it ended
+    size_t file = kIdle;    // the file it runs now
+    channel::FrameReader frames;
+};
+
+Trail *shared_trail() {
+    void *p = mmap(nullptr, sizeof(Trail), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0);
+    return p == MAP_FAILED ? nullptr : new (p) Trail;
+}
+
+// The descriptors of an assignment, named.
+struct Assigned {
+    int output = -1, records = -1, recorder = -1, coverage = -1;
+    Assigned(const std::vector<int> &fds, bool recording, bool covering) {
+        size_t at = 0;
+        output = at < fds.size() ? fds[at++] : -1;
+        records = at < fds.size() ? fds[at++] : -1;
+        if (recording) recorder = at < fds.size() ? fds[at++] : -1;
+        if (covering) coverage = at < fds.size() ? fds[at++] : -1;
+    }
+};
+
+// Runs one file with its output, recorder part and coverage part going to the assigned files;
+// returns the file's results, saved.
+std::string run_assigned(const std::string &file, const Options &options, const Assigned &a, Trail &trail) {
+    dup2(a.output, STDOUT_FILENO);
+    dup2(a.output, STDERR_FILENO);
+    std::clearerr(stdout);
+    if (a.recorder >= 0) pc::recorder::to_descriptor(dup(a.recorder));
+    coverage::Report covered; // the file's own part: the parent adds the parts up
+    if (a.coverage >= 0) coverage::write_at_exit(&covered, fmt::format("/proc/self/fd/{}", a.coverage));
+    trail = Trail{};
     Options traced = options;
-    traced.trail = c.trail;
-    SavingObserver saving(c.records.fd); // the parent tells the file's events from what this saves
+    traced.trail = &trail;
+    traced.coverage = a.coverage >= 0 ? &covered : nullptr;
+    SavingObserver saving(a.records); // the parent tells the file's events from what this saves
     traced.observer = &saving;
-    ending::set_end_report(nullptr);     // the parent reports this file's end from its trail
     FileResult r = run_file(file, traced);
     if (r.invalid) fmt::print(stderr, "{}\n", r.error);
     size_t before = r.findings.size();
-    if (c.recorder.fd >= 0 && !pc::recorder::close())
+    if (a.recorder >= 0 && !pc::recorder::close())
         r.add_finding(fmt::format("{}: cannot write its recorder part: {}", file, std::strerror(errno))), ++r.failed_steps;
-    if (options.coverage && !write_all(c.coverage.fd, options.coverage->to_json()))
-        r.add_finding(fmt::format("{}: cannot write its coverage part: {}", file, std::strerror(errno))), ++r.failed_steps;
+    if (a.coverage >= 0) {
+        coverage::write_at_exit(nullptr, "");
+        if (!write_all(a.coverage, covered.to_json()))
+            r.add_finding(fmt::format("{}: cannot write its coverage part: {}", file, std::strerror(errno))), ++r.failed_steps;
+    }
     if (!saving.ok())
         r.add_finding(fmt::format("{}: its steps could not be written in full to a temporary file in {}: {}", file, temp_dir(),
                                   std::strerror(saving.error()))), ++r.failed_steps;
@@ -107,7 +168,27 @@ constexpr int kResultsUnwritten = 125;
         r.add_finding(fmt::format("{}: its output could not be written in full to a temporary file in {}: {}", file,
                                   temp_dir(), std::strerror(errno))), ++r.failed_steps;
     std::fflush(nullptr);
-    _exit(write_all(c.result.fd, saved_totals(r, r.findings.size() - before)) ? 0 : kResultsUnwritten);
+    return saved_totals(r, r.findings.size() - before);
+}
+
+// A worker runs the files it is given one after the other, each on a fresh data plane, until the
+// parent closes its stream. Between files its output goes nowhere.
+[[noreturn]] void serve(int socket, Trail &trail, const std::vector<std::string> &files, const Options &options, bool recording) {
+    std::setvbuf(stdout, nullptr, _IOLBF, 0); // step lines and log lines share the file: keep their order
+    ending::set_end_report(nullptr);          // the parent reports an ended file from its trail
+    int nowhere = ::open("/dev/null", O_WRONLY | O_CLOEXEC);
+    uint64_t file = 0;
+    std::vector<int> fds;
+    while (channel::receive_assignment(socket, file, fds)) {
+        Assigned assigned(fds, recording, options.coverage != nullptr);
+        std::string results = file < files.size() && assigned.output >= 0 ? run_assigned(files[file], options, assigned, trail)
+                                                                            : std::string();
+        dup2(nowhere, STDOUT_FILENO);
+        dup2(nowhere, STDERR_FILENO);
+        for (int fd : fds) ::close(fd);
+        if (!channel::send_frame(socket, results)) _exit(kResultsUnsent);
+    }
+    _exit(0);
 }
 
 // A file that did not run, or whose run cannot be told, fails with the reason.
@@ -120,10 +201,10 @@ FileResult failed(const std::string &file, const std::string &reason) {
     return r;
 }
 
-// Prints a child's output; returns its last two lines.
-std::vector<std::string> print_output(const std::string &file, const Child &c) {
+// Prints a file's output; returns its last two lines.
+std::vector<std::string> print_output(const std::string &file, int output_fd) {
     std::string text;
-    if (!read_all(c.output.fd, text)) {
+    if (!read_all(output_fd, text)) {
         fmt::print(stderr, "{}: its output cannot be read back: {}\n", file, std::strerror(errno));
         return {};
     }
@@ -138,19 +219,19 @@ std::vector<std::string> print_output(const std::string &file, const Child &c) {
     return last;
 }
 
-void release_trail(Child &c) {
-    if (c.trail) munmap(c.trail, sizeof(Trail));
-    c.trail = nullptr;
+std::string how_it_ended(int status) {
+    return WIFEXITED(status) ? fmt::format("exit status {}", WEXITSTATUS(status))
+                             : fmt::format("signal {} ({})", WTERMSIG(status), strsignal(WTERMSIG(status)));
 }
 
-// What the child passed on before it ended: its steps, findings and name.
+// What the worker passed on before it ended: its steps, findings and name.
 void keep_records(FileResult &ended, FileResult &saved) {
     ended.name = saved.name;
     ended.step_records = std::move(saved.step_records);
     ended.finding_records = std::move(saved.finding_records);
 }
 
-// The step that was running when the child ended, from its trail.
+// The step that was running when the worker ended, from its trail.
 void add_ended_step(FileResult &ended, const Trail &trail) {
     if (!trail.step) return;
     StepRecord s;
@@ -166,128 +247,257 @@ void add_ended_step(FileResult &ended, const Trail &trail) {
     ended.step_records.push_back(s);
 }
 
-FileResult finish(const std::string &file, Child &c) {
-    if (!c.not_run.empty()) return release_trail(c), failed(file, "not run: " + c.not_run);
-    std::vector<std::string> last_lines = print_output(file, c);
-    if (WIFEXITED(c.status) && WEXITSTATUS(c.status) == kResultsUnwritten)
-        return release_trail(c), failed(file, fmt::format("its results could not be written to a temporary file in {}", temp_dir()));
+FileResult finish(const std::string &file, const FileSlot &s) {
+    if (!s.not_run.empty()) return failed(file, "not run: " + s.not_run);
+    std::vector<std::string> last_lines = print_output(file, s.parts->output.fd);
+    if (s.ended && WIFEXITED(s.status) && WEXITSTATUS(s.status) == kResultsUnsent)
+        return failed(file, "its results could not be sent back");
     FileResult r;
     r.path = file;
-    std::string records, totals;
+    std::string records;
     bool complete = false;
     size_t late = 0;
-    // steps cut short (a full disk) still give the events of those that were written
-    if (read_all(c.records.fd, records)) load_saved(records, r, complete, late);
-    bool readable = read_all(c.result.fd, totals) && load_saved(totals, r, complete, late);
-    if (!WIFEXITED(c.status) || WEXITSTATUS(c.status) != 0) {
-        std::string how = WIFEXITED(c.status) ? fmt::format("exit status {}", WEXITSTATUS(c.status))
-                                              : fmt::format("signal {} ({})", WTERMSIG(c.status), strsignal(WTERMSIG(c.status)));
-        FileResult ended = ended_early(file, c.trail ? *c.trail : Trail{}, how, last_lines);
+    // steps cut short (a full disk, an ended worker) still give the events of those that were written
+    bool readable = read_all(s.parts->records.fd, records) && load_saved(records, r, complete, late);
+    if (s.ended) {
+        FileResult ended = ended_early(file, s.trail, how_it_ended(s.status), last_lines);
         fmt::print(stderr, "{}\n", ended.findings.front());
         if (readable) keep_records(ended, r);
-        add_ended_step(ended, c.trail ? *c.trail : Trail{});
-        release_trail(c);
+        add_ended_step(ended, s.trail);
         return ended;
     }
-    release_trail(c);
-    if (!readable || !complete) return failed(file, "its results cannot be read: they are incomplete");
+    if (!load_saved(s.results, r, complete, late) || !complete) return failed(file, "its results cannot be read: they are incomplete");
     for (size_t i = r.findings.size() - late; i < r.findings.size(); ++i) fmt::print(stderr, "{}\n", r.findings[i]);
-    c.output.reset();
-    c.result.reset();
-    c.records.reset();
     return r;
 }
 
-bool start(Child &c, const std::string &file, const Options &options, bool recording) {
-    if (!make_temp(c.output, "output", c.not_run) || !make_temp(c.result, "result", c.not_run) ||
-        !make_temp(c.records, "records", c.not_run) ||
-        (recording && !make_temp(c.recorder, "recorder", c.not_run)) ||
-        (options.coverage && !make_temp(c.coverage, "coverage", c.not_run)))
-        return false;
-    c.trail = shared_trail();
-    std::fflush(nullptr);
-    c.pid = fork();
-    if (c.pid == 0) run_child(file, options, c);
-    if (c.pid < 0) c.not_run = fmt::format("cannot start a process: {}", std::strerror(errno));
-    return c.pid > 0;
-}
+// Workers started once and given file after file; a worker the library ends is replaced.
+class Pool {
+public:
+    Pool(const std::vector<std::string> &files, const Options &options, unsigned jobs, int recorder_fd, std::string &recorder_problem)
+        : files_(files), options_(options), jobs_(std::max(jobs, 1u)), recorder_fd_(recorder_fd), recorder_problem_(recorder_problem),
+          slots_(files.size()), results_(files.size()) {}
+    Pool(const Pool &) = delete;
+    Pool &operator=(const Pool &) = delete;
 
-// Appends each file's recorder part, in the order of the files; parts may be empty.
-bool join_recorder(int recorder_fd, std::vector<Child> &children, std::string &problem) {
-    for (auto &c : children) {
-        if (c.recorder.fd < 0) continue;
-        std::string part;
-        if (!read_all(c.recorder.fd, part)) {
-            problem = fmt::format("a file's part cannot be read back: {}", std::strerror(errno));
-            return false;
+    std::vector<FileResult> run() {
+        while (printed_ < next_ || (next_ < files_.size() && !ending::stop_signal())) {
+            hand_out();
+            if (ending::stop_signal() && !forwarded_) stop_busy_workers();
+            wait_for_workers();
+            for (; printed_ < next_ && slots_[printed_].done; ++printed_) complete(printed_); // keep the files' order
         }
-        if (!write_all(recorder_fd, part)) {
-            problem = fmt::format("cannot write: {}", std::strerror(errno));
-            return false;
-        }
-        c.recorder.reset();
+        close_workers();
+        ending::stop_if_requested();
+        return std::move(results_);
     }
-    return true;
-}
 
-// A child the library ended wrote its part at exit; one that aborted left it empty.
-void merge_coverage(coverage::Report &report, std::vector<Child> &children) {
-    std::vector<std::string> problems;
-    for (auto &c : children) {
+private:
+    bool recording() const { return recorder_fd_ >= 0; }
+
+    void hand_out() {
+        while (next_ < files_.size() && !ending::stop_signal()) {
+            FileSlot &slot = slots_[next_];
+            if (!slot.parts && !(slot.parts = take_parts(slot.not_run))) {
+                slot.done = true;
+                ++next_;
+                continue;
+            }
+            Worker *w = idle_worker();
+            if (!w) return;
+            if (!channel::send_assignment(w->socket, next_, slot.parts->descriptors())) {
+                kill(w->pid, SIGKILL); // it ended, or cannot be reached, while idle: nothing of a file is lost
+                worker_ended(*w);
+                continue;
+            }
+            w->file = next_++;
+        }
+    }
+
+    std::unique_ptr<Parts> take_parts(std::string &problem) {
+        if (!spare_.empty()) {
+            std::unique_ptr<Parts> parts = std::move(spare_.back());
+            spare_.pop_back();
+            return parts;
+        }
+        auto parts = std::make_unique<Parts>();
+        if (!make_temp(parts->output, "output", problem) || !make_temp(parts->records, "records", problem) || (recording() && !make_temp(parts->recorder, "recorder", problem)) ||
+            (options_.coverage && !make_temp(parts->coverage, "coverage", problem)))
+            return nullptr;
+        return parts;
+    }
+
+    // An idle worker, or a new one while fewer than `jobs` run; null when none can be had now.
+    // When not a single worker runs and none can be started, the next file is not run.
+    Worker *idle_worker() {
+        for (auto &w : workers_)
+            if (w.file == kIdle) return &w;
+        if (workers_.size() >= jobs_) return nullptr;
+        std::string problem;
+        if (start_worker(problem)) return &workers_.back();
+        if (workers_.empty()) {
+            FileSlot &slot = slots_[next_++];
+            slot.not_run = problem;
+            slot.done = true;
+        }
+        return nullptr;
+    }
+
+    bool start_worker(std::string &problem) {
+        int ends[2];
+        if (!channel::make_pair(ends)) {
+            problem = fmt::format("cannot start a process: {}", std::strerror(errno));
+            return false;
+        }
+        Trail *trail = shared_trail();
+        std::fflush(nullptr);
+        pid_t pid = fork();
+        if (pid == 0) {
+            ::close(ends[0]);
+            close_inherited();
+            Trail own;
+            serve(ends[1], trail ? *trail : own, files_, options_, recording());
+        }
+        ::close(ends[1]);
+        if (pid < 0) {
+            problem = fmt::format("cannot start a process: {}", std::strerror(errno));
+            ::close(ends[0]);
+            if (trail) munmap(trail, sizeof(Trail));
+            return false;
+        }
+        workers_.emplace_back();
+        Worker &w = workers_.back();
+        w.pid = pid;
+        w.socket = ends[0];
+        w.trail = trail;
+        return true;
+    }
+
+    // In a new worker: the other workers' streams and the other files' parts are not its own.
+    void close_inherited() {
+        for (auto &w : workers_) ::close(w.socket);
+        for (auto &slot : slots_)
+            if (slot.parts) slot.parts->close_all();
+        for (auto &parts : spare_) parts->close_all();
+    }
+
+    void stop_busy_workers() { // the running files stop at their next safe point
+        for (auto &w : workers_)
+            if (w.file != kIdle) kill(w.pid, SIGTERM);
+        forwarded_ = true;
+    }
+
+    void wait_for_workers() {
+        std::vector<pollfd> watched;
+        for (auto &w : workers_) watched.push_back({w.socket, POLLIN, 0});
+        if (watched.empty()) return;
+        // a timeout, so that a stop signal that came just before the poll is seen soon
+        if (poll(watched.data(), watched.size(), 200) <= 0) return;
+        std::vector<size_t> gone;
+        for (size_t i = 0; i < watched.size(); ++i) {
+            if (!watched[i].revents) continue;
+            Worker &w = workers_[i];
+            bool open = w.frames.read_from(w.socket);
+            for (std::string payload; w.file != kIdle && w.frames.take(payload);) file_done(w, std::move(payload));
+            if (!open) gone.push_back(i);
+        }
+        for (size_t k = gone.size(); k-- > 0;) worker_ended(workers_[gone[k]]);
+    }
+
+    void file_done(Worker &w, std::string payload) {
+        FileSlot &slot = slots_[w.file];
+        slot.results = std::move(payload);
+        slot.done = true;
+        w.file = kIdle;
+    }
+
+    // The worker's stream ended: it has ended or is ending. A file it ran is reported as it stood.
+    void worker_ended(Worker &w) {
+        int status = 0;
+        while (waitpid(w.pid, &status, 0) < 0 && errno == EINTR) {}
+        if (w.file != kIdle) {
+            FileSlot &slot = slots_[w.file];
+            slot.ended = true;
+            slot.status = status;
+            if (w.trail) slot.trail = *w.trail;
+            slot.done = true;
+        }
+        ::close(w.socket);
+        if (w.trail) munmap(w.trail, sizeof(Trail));
+        workers_.erase(workers_.begin() + (&w - workers_.data()));
+    }
+
+    void close_workers() {
+        for (auto &w : workers_) ::close(w.socket); // a worker ends when its stream does
+        for (auto &w : workers_) {
+            int status = 0;
+            while (waitpid(w.pid, &status, 0) < 0 && errno == EINTR) {}
+            if (w.trail) munmap(w.trail, sizeof(Trail));
+        }
+        workers_.clear();
+    }
+
+    void complete(size_t i) {
+        FileSlot &slot = slots_[i];
+        results_[i] = finish(files_[i], slot);
+        if (!slot.parts) return tell(results_[i], nullptr);
+        tell(results_[i], slot.parts.get());
+        join_recorder_part(*slot.parts);
+        merge_coverage_part(*slot.parts);
+        if (slot.parts->empty_again()) spare_.push_back(std::move(slot.parts));
+        slot = FileSlot{};
+        slot.done = true;
+    }
+
+    // Tells the observer a file's records as its worker made them, placed in the joined recorder
+    // file; they are not kept after that.
+    void tell(FileResult &r, const Parts *parts) {
+        for (auto &s : r.step_records)
+            if (s.records_start >= 0) s.records_start += int64_t(records_base_), s.records_end += int64_t(records_base_);
         struct stat part {};
-        if (c.coverage.fd >= 0 && fstat(c.coverage.fd, &part) == 0 && part.st_size > 0)
-            report.merge_file(fmt::format("/proc/self/fd/{}", c.coverage.fd), problems);
-        c.coverage.reset();
+        if (parts && parts->recorder.fd >= 0 && fstat(parts->recorder.fd, &part) == 0) records_base_ += uint64_t(part.st_size);
+        if (options_.observer) replay_records(r, *options_.observer);
+        r.step_records = {};
+        r.finding_records = {};
     }
-    for (const auto &p : problems) fmt::print(stderr, "planecheck: coverage part: {}\n", p);
-}
 
-// Tells the observer a file's records as the child made them, placed in the joined recorder file;
-// they are not kept after that.
-void tell(FileResult &r, const Child &c, RunObserver *observer, uint64_t &records_base) {
-    for (auto &s : r.step_records)
-        if (s.records_start >= 0) s.records_start += int64_t(records_base), s.records_end += int64_t(records_base);
-    struct stat part {};
-    if (c.recorder.fd >= 0 && fstat(c.recorder.fd, &part) == 0) records_base += uint64_t(part.st_size);
-    if (observer) replay_records(r, *observer);
-    r.step_records = {};
-    r.finding_records = {};
-}
+    // Parts are appended in the order of the files; after a part that could not be, none is.
+    void join_recorder_part(Parts &parts) {
+        if (!recording() || !recorder_problem_.empty()) return;
+        std::string part;
+        if (!read_all(parts.recorder.fd, part))
+            recorder_problem_ = fmt::format("a file's part cannot be read back: {}", std::strerror(errno));
+        else if (!write_all(recorder_fd_, part))
+            recorder_problem_ = fmt::format("cannot write: {}", std::strerror(errno));
+    }
 
+    // A worker the library ended wrote its part at exit; one that aborted left it empty.
+    void merge_coverage_part(Parts &parts) {
+        struct stat part {};
+        if (!options_.coverage || parts.coverage.fd < 0 || fstat(parts.coverage.fd, &part) != 0 || part.st_size == 0) return;
+        std::vector<std::string> problems;
+        options_.coverage->merge_file(fmt::format("/proc/self/fd/{}", parts.coverage.fd), problems);
+        for (const auto &p : problems) fmt::print(stderr, "planecheck: coverage part: {}\n", p);
+    }
+
+    const std::vector<std::string> &files_;
+    const Options &options_;
+    const size_t jobs_;
+    const int recorder_fd_;
+    std::string &recorder_problem_;
+    std::vector<FileSlot> slots_;
+    std::vector<FileResult> results_;
+    std::vector<Worker> workers_;
+    std::vector<std::unique_ptr<Parts>> spare_;
+    size_t next_ = 0, printed_ = 0;
+    uint64_t records_base_ = 0; // where the next file's recorder part begins in the recorder file
+    bool forwarded_ = false;
+};
 } // namespace
 
 std::vector<FileResult> run_in_processes(const std::vector<std::string> &files, const Options &options, unsigned jobs,
                                          int recorder_fd, std::string &recorder_problem) {
-    std::vector<Child> children(files.size());
-    std::vector<FileResult> results(files.size());
-    size_t next = 0, printed = 0, running = 0;
-    uint64_t records_base = 0; // where the next file's recorder part begins in the recorder file
-    bool forwarded = false;
-    while (printed < next || (next < files.size() && !ending::stop_signal())) {
-        while (running < std::max(jobs, 1u) && next < files.size() && !ending::stop_signal()) {
-            Child &c = children[next];
-            if (start(c, files[next], options, recorder_fd >= 0)) ++running;
-            else c.done = true;
-            ++next;
-        }
-        if (ending::stop_signal() && !forwarded) { // the running files stop at their next safe point
-            for (auto &c : children)
-                if (c.pid > 0 && !c.done) kill(c.pid, SIGTERM);
-            forwarded = true;
-        }
-        int status = 0;
-        pid_t pid = running ? wait(&status) : -1;
-        for (auto &c : children)
-            if (pid > 0 && c.pid == pid) c.done = true, c.status = status, --running;
-        for (; printed < next && children[printed].done; ++printed) { // keep the files' order
-            results[printed] = finish(files[printed], children[printed]);
-            tell(results[printed], children[printed], options.observer, records_base);
-        }
-    }
-    if (recorder_fd >= 0) join_recorder(recorder_fd, children, recorder_problem);
-    if (options.coverage) merge_coverage(*options.coverage, children);
-    ending::stop_if_requested();
-    return results;
+    return Pool(files, options, jobs, recorder_fd, recorder_problem).run();
 }
 
 } // namespace pc::runner

@@ -1,5 +1,6 @@
-// Running files each in a process of its own, several at once. A file whose run the library ends
-// (an unknown table) or that aborts is reported as failed, and the other files still run.
+// Running files in worker processes, several at once: each worker is started once and runs file
+// after file, each on a fresh data plane. A file whose run the library ends (an unknown table) or
+// that aborts is reported as failed, its worker is replaced, and the other files still run.
 #pragma once
 
 #include "run.hpp"
@@ -10,7 +11,7 @@
 namespace pc::runner {
 
 // Results in the order of `files`; each file's output is printed, in that order, as it completes.
-// A file that cannot be started, or whose results cannot be read back, fails with the reason.
+// A file that cannot be handed to a worker, or whose results cannot be read back, fails with the reason.
 // With a recorder descriptor, each file records into its own part, appended to it in file order at
 // the end; `recorder_problem` tells why that failed, when it did.
 std::vector<FileResult> run_in_processes(const std::vector<std::string> &files, const Options &options,

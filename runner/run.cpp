@@ -1,6 +1,7 @@
 #include "run.hpp"
 
 #include "check.hpp"
+#include "read_ahead.hpp"
 #include "ending.hpp"
 #include "platform.hpp"
 #include "coverage.hpp"
@@ -22,6 +23,7 @@
 #include <cstring>
 #include <optional>
 #include <regex>
+#include <sched.h>
 #include <set>
 #include <sys/stat.h>
 #include <string_view>
@@ -770,6 +772,19 @@ void tell_refused(const FileResult &refused, RunObserver *observer) {
     replay_records(told, *observer);
 }
 
+// A file smaller than this is read on the running thread: starting a thread would cost more than
+// it saves.
+constexpr off_t kReadAheadBytes = 1 << 20;
+
+bool reads_ahead(const std::string &path, const Options &options) {
+    if (options.threads == 1 || options.check_only) return false;
+    if (options.threads >= 2) return true;
+    cpu_set_t cores;
+    if (sched_getaffinity(0, sizeof cores, &cores) != 0 || CPU_COUNT(&cores) < 2) return false;
+    struct stat st {};
+    return stat(path.c_str(), &st) == 0 && st.st_size >= kReadAheadBytes;
+}
+
 } // namespace
 
 FileResult run_file(const std::string &path, const Options &options) {
@@ -794,10 +809,15 @@ FileResult run_file(const std::string &path, const Options &options) {
     }
     if (!options.check_only) {
         ScenarioReader scan;
-        if (std::optional<FileResult> refused = refuse_unserved_steps(linked_platform(), path, scan)) return *refused;
+        if (std::optional<FileResult> refused = refuse_unserved_steps(linked_platform(), path, scan)) {
+            tell_refused(*refused, options.observer);
+            return *refused;
+        }
     }
     ScenarioReader reader;
-    return FileRun(path, options, reader).run();
+    if (!reads_ahead(path, options)) return FileRun(path, options, reader).run();
+    ReadAhead ahead(reader);
+    return FileRun(path, options, ahead).run();
 }
 
 FileResult run_steps(const std::string &path, StepSource &source, const Options &options) {

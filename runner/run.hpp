@@ -77,6 +77,9 @@ struct Options {
     coverage::Report *coverage = nullptr; // what the files' records exercised is added here
     bool trace = false;      // write every platform call, at the line of its record
     RunObserver *observer = nullptr; // told of every step and finding as it is made
+    // 1: the file is read on the running thread; 0: a second thread reads a big file's steps
+    // ahead where two cores are available; 2 or more: it reads every file ahead
+    unsigned threads = 0;
 };
 
 struct FileResult {

@@ -146,13 +146,17 @@ bool ScenarioReader::after_steps(bool &done, yaml::LoadError &error) {
 }
 
 bool ScenarioReader::next_step(Step &step, bool &done, yaml::LoadError &error) {
+    step_arena_.reset();
+    return next_step_into(step_arena_, step, done, error);
+}
+
+bool ScenarioReader::next_step_into(Arena &arena, Step &step, bool &done, yaml::LoadError &error) {
     done = false;
     if (finished_ || !in_steps_) {
         done = true;
         return true;
     }
-    step_arena_.reset();
-    reader_->forget_anchors_of(step_arena_);
+    reader_->forget_anchors_except(header_arena_);
     reader_->reset_alias_budget();
     bool end = false;
     if (!reader_->at_sequence_end(end, error)) return false;
@@ -160,7 +164,7 @@ bool ScenarioReader::next_step(Step &step, bool &done, yaml::LoadError &error) {
         in_steps_ = false;
         return after_steps(done, error);
     }
-    step.value = reader_->read_value(step_arena_, error);
+    step.value = reader_->read_value(arena, error);
     if (!step.value) return with_wide_integer_hint(error);
     step.line = pc_json_line(step.value);
     step.number = ++steps_read_;

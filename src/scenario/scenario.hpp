@@ -55,6 +55,9 @@ public:
     bool read_header(yaml::LoadError &error) override;
     // Reads the next step; `done` at the end of the file. The step lives until the next call.
     bool next_step(Step &step, bool &done, yaml::LoadError &error) override;
+    // Reads the next step into `arena`, which the caller keeps as long as the step is used; the
+    // anchors of earlier steps are forgotten, wherever those were read.
+    bool next_step_into(Arena &arena, Step &step, bool &done, yaml::LoadError &error);
 
     const std::string &name() const { return name_; }
     std::string scenario_name() const override { return name_; }

@@ -46,6 +46,8 @@ public:
 
     // Anchors defined in values read into `arena` before its latest reset are forgotten.
     virtual void forget_anchors_of(const Arena &) {}
+    // Every anchor defined in a value not read into `kept` is forgotten.
+    virtual void forget_anchors_except(const Arena &kept) {}
     virtual void reset_alias_budget() {}
     virtual size_t bytes_read() const = 0; // how far into the input the reader is
     // After the document's top node: nothing else may follow in the input.

@@ -336,8 +336,16 @@ bool Reader::end_document(LoadError &error) {
 size_t Reader::bytes_read() const { return impl_->parser_ready ? impl_->parser.mark.index : 0; }
 
 void Reader::forget_anchors_of(const Arena &arena) {
+    forget_anchors_where([&](const Impl::Anchor &a) { return a.arena == &arena && a.generation != arena.generation(); });
+}
+
+void Reader::forget_anchors_except(const Arena &kept) {
+    forget_anchors_where([&](const Impl::Anchor &a) { return a.arena != &kept; });
+}
+
+template <class Forget> void Reader::forget_anchors_where(Forget forget) {
     for (auto it = impl_->anchors.begin(); it != impl_->anchors.end();) {
-        if (it->second.arena == &arena && it->second.generation != arena.generation()) {
+        if (forget(it->second)) {
             if (impl_->forgotten.size() < Impl::kForgottenMax) impl_->forgotten.insert(it->first);
             it = impl_->anchors.erase(it);
         }

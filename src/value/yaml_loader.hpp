@@ -43,6 +43,7 @@ public:
 
     // Anchors defined in values read into `arena` before its latest reset are forgotten.
     void forget_anchors_of(const Arena &arena) override;
+    void forget_anchors_except(const Arena &kept) override;
     void reset_alias_budget() override { alias_nodes_ = 0; }
     const std::string &name() const { return name_; }
     size_t bytes_read() const override; // how far into the input the parser is
@@ -51,6 +52,8 @@ public:
     struct Impl; // libyaml state; public so the reader's helpers can reach it
 
 private:
+    template <class Forget> void forget_anchors_where(Forget forget);
+
     std::unique_ptr<Impl> impl_;
     std::string name_;
     Limits limits_;

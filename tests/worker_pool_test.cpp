@@ -85,7 +85,7 @@ void expect_junit(const std::string &xml, const std::vector<std::string> &files,
     EXPECT_NE(xml.find("tests=\"50\" failures=\"2\""), std::string::npos) << how << "\n" << xml;
     size_t at = 0;
     for (int i = 1; i <= kFiles; ++i) {
-        size_t testcase = xml.find("<testcase classname=\"planecheck\" name=\"" + files[i - 1] + "\">", at);
+        size_t testcase = xml.find("<testcase classname=\"planecheck\" name=\"" + files[i - 1] + "\"", at);
         ASSERT_NE(testcase, std::string::npos) << how << ": test case " << i << " missing or out of order";
         size_t next = xml.find("</testcase>", testcase);
         bool failed = xml.substr(testcase, next - testcase).find("<failure") != std::string::npos;

@@ -9,15 +9,7 @@
 #include <stdio.h>
 #include <string.h>
 
-static int failures;
-
-#define CHECK(condition)                                                          \
-    do {                                                                          \
-        if (!(condition)) {                                                       \
-            ++failures;                                                           \
-            fprintf(stderr, "%s:%d: check failed: %s\n", __FILE__, __LINE__, #condition); \
-        }                                                                         \
-    } while (0)
+#include "c_check.h"
 
 static int lines;
 static char last[256];

@@ -8,15 +8,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-static int failures;
-
-#define CHECK(condition)                                                                   \
-    do {                                                                                   \
-        if (!(condition)) {                                                                \
-            ++failures;                                                                    \
-            fprintf(stderr, "%s:%d: check failed: %s\n", __FILE__, __LINE__, #condition); \
-        }                                                                                  \
-    } while (0)
+#include "c_check.h"
 
 struct tally {
     int events, json_lines, mismatch_findings, steps, run_ends;

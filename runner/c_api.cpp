@@ -31,6 +31,7 @@ public:
     }
     void file_start(const FileResult &f) override {
         pc_runner_event e{};
+        failed_steps_ = 0;
         e.file = f.path.c_str();
         emit("file_start", file_start_event(f, index_++, rfc3339_now()), e);
     }
@@ -41,6 +42,7 @@ public:
         emit("finding", finding_event(f, finding, rfc3339_now()), e);
     }
     void step(const FileResult &f, const StepRecord &s) override {
+        failed_steps_ += s.status == StepStatus::failed;
         pc_runner_event e{};
         e.file = f.path.c_str(), e.line = s.line, e.step = s.number, e.kind = s.kind.c_str(), e.label = s.label.c_str();
         e.status = status_name(s.status), e.mismatches = s.mismatches, e.value_errors = s.value_errors;
@@ -50,13 +52,14 @@ public:
         pc_runner_event e{};
         e.file = f.path.c_str(), e.mismatches = f.mismatches, e.value_errors = f.value_errors;
         e.status = f.ended ? "ended" : f.invalid ? "invalid" : f.passed() ? "passed" : "failed";
-        emit("file_end", file_end_event(f, rfc3339_now()), e);
+        emit("file_end", file_end_event(f, failed_steps_, rfc3339_now()), e);
     }
 
 private:
     pc_runner_event_fn fn_;
     void *user_;
     size_t index_ = 0;
+    size_t failed_steps_ = 0; // of the file being told
 };
 
 // Tells every event to the events file and to the callback.

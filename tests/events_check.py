@@ -106,6 +106,11 @@ class EventChecks(unittest.TestCase):
         self.assertEqual(end["mismatches"], sum(s["mismatches"] for s in steps), name)
         self.assertEqual(end["value_errors"], sum(s["value_errors"] for s in steps), name)
         self.assertEqual(end["not_run"], sum(s["status"] == "not_run" for s in steps), name)
+        # a step whose mismatches a later expect: accounts for still failed; --strict adds the steps that
+        # ran nothing, an ended file one for its end
+        self.assertGreaterEqual(end["failed_steps"], sum(s["status"] == "failed" for s in steps), name)
+        ran_short = sum(s["status"] in ("failed", "not_run") for s in steps) + (end["status"] == "ended")
+        self.assertLessEqual(end["failed_steps"], ran_short, name)
         mismatch_findings = [e for e in file_events if e["event"] == "finding" and e["kind"] == "mismatch"]
         self.assertEqual(len(mismatch_findings), end["mismatches"], name)
         if end["status"] == "ended" and end["ended"]["step"]:  # else it ended between two steps

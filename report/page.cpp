@@ -20,14 +20,18 @@ void add_text(Out &out, const char *key, std::string_view value) {
     out += ',';
 }
 
-void add_texts(Out &out, const std::vector<std::string> &values) {
+// A JSON array of `items`, each written by `add_item`.
+template <typename T, typename AddItem>
+void add_list(Out &out, const std::vector<T> &items, AddItem add_item) {
     out += '[';
-    for (size_t i = 0; i < values.size(); ++i) {
+    for (size_t i = 0; i < items.size(); ++i) {
         if (i) out += ',';
-        append_json_string(out, values[i]);
+        add_item(out, items[i]);
     }
     out += ']';
 }
+
+void add_texts(Out &out, const std::vector<std::string> &values) { add_list(out, values, append_json_string); }
 
 void add_counts(Out &out, const Counts &c) {
     fmt::format_to(std::back_inserter(out), "\"steps\":{},\"failed_steps\":{},\"not_run\":{},\"mismatches\":{},\"value_errors\":{},\"expected\":{},",
@@ -48,14 +52,7 @@ void add_finding(Out &out, const Finding &f) {
     out += '}';
 }
 
-void add_findings(Out &out, const std::vector<Finding> &findings) {
-    out += '[';
-    for (size_t i = 0; i < findings.size(); ++i) {
-        if (i) out += ',';
-        add_finding(out, findings[i]);
-    }
-    out += ']';
-}
+void add_findings(Out &out, const std::vector<Finding> &findings) { add_list(out, findings, add_finding); }
 
 // [first line, [lines]]
 void add_excerpt(Out &out, const Excerpt &e) {

@@ -144,6 +144,10 @@ StepCheck::StepCheck(int32_t object_set, uint32_t router_type, int32_t mode)
     scratch_.session.log = [this](int level, const std::string &text, uint32_t) {
         if (level == 1 && converting_) add(converting_, text.substr(0, text.find_last_not_of('\n') + 1));
     };
+    // a value error names the value itself, as run does, not the attribute that holds it
+    scratch_.session.log_value_error = [this](const std::string &text, uint32_t line, uint32_t column) {
+        if (converting_) findings_.push_back({line, column, text.substr(0, text.find_last_not_of('\n') + 1), false});
+    };
 }
 
 std::vector<CheckFinding> StepCheck::take() { return std::exchange(findings_, {}); }
@@ -359,7 +363,7 @@ std::string op_problem(const TypeDesc &type, const char *op, size_t index, int32
     if (performs(type, op, index, mode)) return "";
     if (!std::strcmp(op, "eod")) return fmt::format("{} has no end-of-data operation: op: eod runs nothing", type.name);
     if (one_of(op, kReplayOps)) return fmt::format("op: {} runs only as the first record of a list; here it runs nothing", op);
-    return fmt::format("'{}' is no operation of {} (create, update, delete, get, get_first, get_next, get_gt_eq, walk_by_key, "
+    return fmt::format("op: '{}' is no operation of {} (create, update, delete, get, get_first, get_next, get_gt_eq, walk_by_key, "
                        "eod, replay, replay_start, replay_end): the record runs nothing{}", op, type.name, op_suggestion(op));
 }
 

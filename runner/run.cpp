@@ -204,6 +204,9 @@ private:
         p.verbose = verbose();
         std::snprintf(p.node_name, sizeof p.node_name, "%s", c.node.c_str());
         context_.session.log = [this](int level, const std::string &text, uint32_t line) { print_log(text, line, level); };
+        context_.session.log_value_error = [this](const std::string &text, uint32_t line, uint32_t column) {
+            print_log(text, line, 1, column);
+        };
         context_.session.on_record = [this](const JSON_Value *record) { check_handle_read(record); };
         if (options_.coverage) measure_coverage(*options_.coverage);
         if (!options_.trace) return;
@@ -297,8 +300,10 @@ private:
     }
 
     // Level-1 lines are findings; level-0 lines are information.
-    void print_log(const std::string &text, uint32_t line, int level = 1) {
-        std::string out = fmt::format("{}:{}: {}", result_.path, line ? line : current_line_, text);
+    // A value's own column follows its line, as check writes it; other lines name the record's line.
+    void print_log(const std::string &text, uint32_t line, int level = 1, uint32_t column = 0) {
+        std::string out = line && column ? fmt::format("{}:{}:{}: {}", result_.path, line, column, text)
+                                         : fmt::format("{}:{}: {}", result_.path, line ? line : current_line_, text);
         clear_progress();
         std::fputs(out.c_str(), stderr);
         std::fputs(unknown_table_hint(text, line ? line : current_line_).c_str(), stderr);
@@ -313,6 +318,7 @@ private:
         if (counted == FindingKind::log && f.kind == FindingKind::mismatch)
             mismatches_logged_ = mismatches() + 1; // an attribute comparison is counted after its line
         f.line = line ? line : current_line_;
+        if (line) f.column = column;
         observe_finding(f);
         trail().mismatches = std::max(mismatches(), mismatches_logged_);
         trail().value_errors = value_errors();
@@ -522,7 +528,7 @@ private:
         if (gate_applies && !active_under(type->gate, context_.process.object_set)) return;
         auto report_value = [this](const JSON_Value *at, const std::string &message) {
             context_.session.stats[PC_STAT_VALUE_ERROR]++;
-            print_log(message + "\n", pc_json_line(at));
+            print_log(message + "\n", pc_json_line(at), 1, pc_json_column(at));
         };
         lint_records(*type, records, report_value);
         if (sent) lint_ops(*type, records, report_value);
@@ -535,7 +541,7 @@ private:
             const JSON_Value *op = json_object_get_value(json_value_get_object(json_array_get_value(list, i)), "op");
             const char *text = json_value_get_string(op);
             std::string problem = text ? op_problem(type, text, i, context_.process.mode) : "";
-            if (!problem.empty()) report_value(op, "op: " + problem);
+            if (!problem.empty()) report_value(op, problem);
         }
     }
 

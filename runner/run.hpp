@@ -44,7 +44,7 @@ struct StepRecord {
 enum class FindingKind { mismatch, value_error, check, log };
 const char *kind_name(FindingKind kind);
 
-// A line that fails a step, or a check finding; `text` without its FILE:LINE: prefix.
+// A line that fails a step, or a check finding; `text` without its FILE:LINE[:COL]: prefix.
 struct Finding {
     uint32_t line = 0, column = 0;
     size_t step = 0;            // 0: about the whole file

@@ -90,7 +90,7 @@ TEST(Run, AStepOfAnInactiveTypeSaysNothingRanNeverOk) {
 TEST(Run, AnUpdateOrDeleteReadingAHandleNoRecordStoredIsAValueError) {
     Result r = run("run " + scenario("inactive.yaml"));
     EXPECT_EQ(r.status, 1) << r.output;
-    EXPECT_TRUE(has(r.output, "inactive.yaml:8: hdl: unknown handle name 'iff1'")) << r.output;
+    EXPECT_TRUE(has(r.output, "inactive.yaml:8:52: hdl: unknown handle name 'iff1'")) << r.output;
     EXPECT_FALSE(has(r.output, "'seen'")) << r.output; // a get may name a new handle
     EXPECT_FALSE(has(r.output, "'if1'")) << r.output;  // stored by the create of step 1
     EXPECT_TRUE(has(r.output, "step 4 send test_if: 0 mismatches, 1 value error")) << r.output;

@@ -94,10 +94,10 @@ TEST(Cli, InvalidScenariosExitWithTwoAndSayWhereTheProblemIs) {
 TEST(Cli, BadValuesAreReportedAtTheirLineAndTheRunGoesOn) {
     Result r = run("run " + scenario("bad_values.yaml"));
     EXPECT_EQ(r.status, 1);
-    EXPECT_TRUE(has(r, "bad_values.yaml:7: attr_a1: expected a number, got the string \"five\"\n")) << r.output;
-    EXPECT_TRUE(has(r, "bad_values.yaml:8: rdesc_id_test1: unknown field 'slot' of rdesc_id_t")) << r.output;
-    EXPECT_TRUE(has(r, "bad_values.yaml:12: local_state: unknown value 'sideways' of dpa_bfdoff_local_state_en")) << r.output;
-    EXPECT_TRUE(has(r, "bad_values.yaml:17: acl_name: the string is 74 bytes long; at most 63 fit")) << r.output;
+    EXPECT_TRUE(has(r, "bad_values.yaml:7:20: attr_a1: expected a number, got the string \"five\"\n")) << r.output;
+    EXPECT_TRUE(has(r, "bad_values.yaml:8:44: rdesc_id_test1: unknown field 'slot' of rdesc_id_t")) << r.output;
+    EXPECT_TRUE(has(r, "bad_values.yaml:12:53: local_state: unknown value 'sideways' of dpa_bfdoff_local_state_en")) << r.output;
+    EXPECT_TRUE(has(r, "bad_values.yaml:17:21: acl_name: the string is 74 bytes long; at most 63 fit")) << r.output;
     EXPECT_TRUE(has(r, "4 value errors")) << r.output;
     EXPECT_TRUE(has(r, "step 2 send test_if: ok")) << r.output; // later steps still run
 }
@@ -105,8 +105,8 @@ TEST(Cli, BadValuesAreReportedAtTheirLineAndTheRunGoesOn) {
 TEST(Cli, KeysATypeDoesNotHaveAreReportedWhereTheyAre) {
     Result r = run("run " + scenario("unknown_keys.yaml"));
     EXPECT_EQ(r.status, 1);
-    EXPECT_TRUE(has(r, "unknown_keys.yaml:5: test_if has no 'atr_a1'; the key is ignored, so nothing checks it;")) << r.output;
-    EXPECT_TRUE(has(r, "unknown_keys.yaml:8: nhgroup has no 'forward_clas' in its members;")) << r.output;
+    EXPECT_TRUE(has(r, "unknown_keys.yaml:5:43: test_if has no 'atr_a1'; the key is ignored, so nothing checks it;")) << r.output;
+    EXPECT_TRUE(has(r, "unknown_keys.yaml:8:81: nhgroup has no 'forward_clas' in its members;")) << r.output;
     Result check = run("check " + scenario("unknown_keys.yaml"));
     EXPECT_TRUE(has(check, "test_if has no 'atr_a1'")) << check.output;
 }
@@ -114,7 +114,7 @@ TEST(Cli, KeysATypeDoesNotHaveAreReportedWhereTheyAre) {
 TEST(Cli, ABatchRunsItsEntriesAndChecksEachOne) {
     Result r = run("run " + scenario("batch.yaml"));
     EXPECT_EQ(r.status, 0) << r.output;
-    EXPECT_TRUE(has(r, "batch.yaml:9: nhgroup has no 'forward_clas' in its members;")) << r.output;
+    EXPECT_TRUE(has(r, "batch.yaml:9:78: nhgroup has no 'forward_clas' in its members;")) << r.output;
     EXPECT_TRUE(has(r, "step 2 send batch_crud: 0 mismatches, 1 value error")) << r.output;
 }
 

@@ -9,6 +9,7 @@
 #include <cstdio>
 #include <fcntl.h>
 #include <future>
+#include <regex>
 #include <fstream>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -89,10 +90,11 @@ TEST(JsonForms, GiveTheResultsAndTheRecordingOfTheYamlForm) {
         EXPECT_TRUE(o->result.passed());
         EXPECT_EQ(o->recording, yaml.recording);
     }
-    // findings name the line of the record in each form
+    // findings name the line of the record in each form; a value error adds the value's column
     ASSERT_FALSE(lines.result.findings.empty());
-    for (const std::string &f : lines.result.findings) EXPECT_EQ(where(f).rfind("5: ", 0), 0u) << f;
-    for (const std::string &f : json.result.findings) EXPECT_EQ(where(f).rfind("5: ", 0), 0u) << f;
+    const std::regex on_line_5("^5(:[0-9]+)?: ");
+    for (const std::string &f : lines.result.findings) EXPECT_TRUE(std::regex_search(where(f), on_line_5)) << f;
+    for (const std::string &f : json.result.findings) EXPECT_TRUE(std::regex_search(where(f), on_line_5)) << f;
 }
 
 // JSON is YAML: the same text read by either reader gives the same values, down to each

@@ -6,8 +6,12 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <fstream>
+#include <regex>
+#include <sstream>
 #include <string>
+#include <vector>
 
 namespace {
 
@@ -46,11 +50,11 @@ TEST(Suggestions, AnUnknownTableKeyOrMemberAttributeEndsWithTheNameMeant) {
     Result r = planecheck("run " + keys);
     EXPECT_EQ(r.status, 0) << r.output;
     // test_if has too many names for one line: the message says where they are listed
-    EXPECT_TRUE(has(r, "keys.yaml:2: test_if has no 'atr_a1'; the key is ignored, so nothing checks it; planecheck catalogue "
+    EXPECT_TRUE(has(r, "keys.yaml:2:56: test_if has no 'atr_a1'; the key is ignored, so nothing checks it; planecheck catalogue "
                        "--describe test_if lists its ")) << r.output;
     EXPECT_TRUE(has(r, " names; did you mean attr_a1?\n")) << r.output;
     // a member attribute lists the members the type has
-    EXPECT_TRUE(has(r, "keys.yaml:3: nhgroup has no 'is_protectd' in its members; the key is ignored, so nothing checks it; "
+    EXPECT_TRUE(has(r, "keys.yaml:3:79: nhgroup has no 'is_protectd' in its members; the key is ignored, so nothing checks it; "
                        "nhgroup's members have: ")) << r.output;
     EXPECT_TRUE(has(r, "is_protected")) << r.output;
     EXPECT_TRUE(has(r, "; did you mean is_protected?\n")) << r.output;
@@ -67,7 +71,7 @@ steps:
     Result r = planecheck("run " + values);
     EXPECT_TRUE(has(r, "intf_type: unknown value 'physcal' of dpa_l3intf_intf_type_en (one of: none, physical, subif, bundle, "
                        "bvi, tunnel, loopback, pwhe); did you mean physical?\n")) << r.output;
-    EXPECT_TRUE(has(r, "values.yaml:4: op: 'creat' is no operation of test_if (")) << r.output;
+    EXPECT_TRUE(has(r, "values.yaml:4:30: op: 'creat' is no operation of test_if (")) << r.output;
     EXPECT_TRUE(has(r, "the record runs nothing; did you mean create?\n")) << r.output;
     EXPECT_TRUE(has(r, "step 3 expect: ok (0 mismatches and 2 value errors since the last expect)")) << r.output;
     EXPECT_TRUE(has(r, "'test_iff creat' is not <object type> <operation>, such as \"test_if create\"; did you mean test_if create?"))
@@ -122,7 +126,7 @@ TEST(Statuses, AMisspelledStatusNameIsOneValueErrorThatListsTheNames) {
 )");
     Result r = planecheck("run " + file);
     EXPECT_EQ(count(r.output, "'EEXISTS' is neither a number nor a status name"), 1u) << r.output;
-    EXPECT_TRUE(has(r, "rc.yaml:3: rc: 'EEXISTS' is neither a number nor a status name (EOK, EPERM, ENOENT,")) << r.output;
+    EXPECT_TRUE(has(r, "rc.yaml:3:52: rc: 'EEXISTS' is neither a number nor a status name (EOK, EPERM, ENOENT,")) << r.output;
     EXPECT_TRUE(has(r, "DONT_CARE); it reads as 0 (EOK); did you mean EEXIST?\n")) << r.output;
     // the record then expects 0, and the create of an existing key answers EEXIST
     EXPECT_TRUE(has(r, "step 2 send test_if: 1 mismatch, 1 value error")) << r.output;
@@ -153,6 +157,40 @@ TEST(RunAndCheck, AgreeOnOpsInactiveStepsAndInjectionsNothingTakes) {
         << c.output;
     EXPECT_TRUE(has(c, "late.yaml:5:23: npu_result: no operation after this step is 'test_if get', so the result is never used\n"))
         << c.output;
+}
+
+// The lines of a command's output that are located FILE:LINE:COL.
+std::vector<std::string> located_lines(const std::string &output) {
+    static const std::regex located("^[^ :]+:[0-9]+:[0-9]+: ");
+    std::vector<std::string> lines;
+    std::istringstream in(output);
+    for (std::string line; std::getline(in, line);)
+        if (std::regex_search(line, located)) lines.push_back(line);
+    std::sort(lines.begin(), lines.end());
+    return lines;
+}
+
+TEST(RunAndCheck, GiveEachValueErrorTheSameLineColumnAndText) {
+    std::string values = scenario_file("positions.yaml", R"(config: { object_set: 1 }
+steps:
+  - send:
+      test_if:
+        - op: create
+          key_a: 1
+          attr_a1: five
+          rdesc_id_test1: { pool: 1, slot: 2 }
+  - send: { l3intf: [ { op: create, ifhandle: 1, intf_type: physcal, intf_typ: 1 } ] }
+  - send: { test_if: [ { op: creat, key_a: 2 }, { op: eod }, { op: get, key_a: 1, rc: EEXISTS } ] }
+)");
+    Result run = planecheck("run " + values);
+    Result check = planecheck("check " + values);
+    std::vector<std::string> from_run = located_lines(run.output), from_check = located_lines(check.output);
+    EXPECT_EQ(from_run.size(), 7u) << run.output;
+    EXPECT_EQ(from_run, from_check) << run.output << "\n" << check.output;
+    // the column is the offending value's: a field's value inside a record, an op's name
+    EXPECT_TRUE(has(run, "positions.yaml:8:44: rdesc_id_test1: unknown field 'slot'")) << run.output;
+    EXPECT_TRUE(has(run, "positions.yaml:10:30: op: 'creat' is no operation of test_if")) << run.output;
+    EXPECT_TRUE(has(run, "positions.yaml:10:55: test_if has no end-of-data operation: op: eod runs nothing\n")) << run.output;
 }
 
 TEST(Messages, QuietExpectHandlesAndArgumentErrorsSayWhatTheyMean) {

@@ -52,7 +52,8 @@ const char *status_name(int32_t status_class) {
 void report_value_error(PROCESS *context, const JSON_Value *value, const std::string &text) {
     pc_session *s = context ? context->session : nullptr;
     if (s) s->stats[PC_STAT_VALUE_ERROR]++;
-    if (s && s->log) s->log(1, text + "\n", pc_json_line(value));
+    if (s && s->log_value_error) s->log_value_error(text + "\n", pc_json_line(value), pc_json_column(value));
+    else if (s && s->log) s->log(1, text + "\n", pc_json_line(value));
     else std::fprintf(stderr, "%s\n", text.c_str());
 }
 

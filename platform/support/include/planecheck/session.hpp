@@ -15,6 +15,8 @@
 struct pc_session {
     // level 0 information, 1 errors; `line` is the scenario line the text is about (0: the step's)
     std::function<void(int level, const std::string &text, uint32_t line)> log;
+    // where value errors go when set, with the value's column too (FILE:LINE:COL); `log` otherwise
+    std::function<void(const std::string &text, uint32_t line, uint32_t column)> log_value_error;
     std::array<uint64_t, PC_STAT_KINDS> stats{};
     std::unordered_map<std::string, uint64_t> handles;
     std::string dump_document; // what json_dump_convert_<type> writes
@@ -52,7 +54,7 @@ int64_t truncated(double d);
 const char *status_name(int32_t status_class);
 
 // Reports a scenario value that cannot be converted: one level-1 line naming the attribute,
-// located at the value's own line, counted as a value error.
+// located at the value's own line and column, counted as a value error.
 void report_value_error(PROCESS *context, const JSON_Value *value, const std::string &text);
 
 } // namespace pc::support

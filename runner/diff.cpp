@@ -1,4 +1,5 @@
 #include "diff.hpp"
+#include "report.hpp"
 
 #include "recording/diff.hpp"
 
@@ -17,8 +18,8 @@ namespace {
 std::string unopened_summary(const recording::DiffSummary &s, const std::string &a, const std::string &b) {
     if (s.unopened.size() == 2) return fmt::format("planecheck diff: cannot compare: neither {} nor {} could be read", a, b);
     bool a_read = s.unopened[0] == b && a != b;
-    return fmt::format("planecheck diff: cannot compare: {} could not be read ({} records read from {}{})", s.unopened[0],
-                       a_read ? s.records_a : s.records_b, a_read ? a : b,
+    return fmt::format("planecheck diff: cannot compare: {} could not be read ({} read from {}{})", s.unopened[0],
+                       plural(a_read ? s.records_a : s.records_b, "record"), a_read ? a : b,
                        s.problems > 1 ? fmt::format(", {} of them unreadable", s.problems - 1) : "");
 }
 

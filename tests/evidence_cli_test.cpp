@@ -199,7 +199,7 @@ TEST_F(Diffs, AMissingFileOrADirectoryIsUnreadableNotAnEmptyRecording) {
     Result missing = planecheck("diff " + rec + " " + dir_ + "/nosuch.rec");
     EXPECT_EQ(missing.status, 2) << missing.output;
     EXPECT_TRUE(has(missing, "nosuch.rec: cannot read the recording: No such file or directory")) << missing.output;
-    EXPECT_TRUE(has(missing, "planecheck diff: cannot compare: " + dir_ + "/nosuch.rec could not be read (1 records read from " + rec + ")"))
+    EXPECT_TRUE(has(missing, "planecheck diff: cannot compare: " + dir_ + "/nosuch.rec could not be read (1 record read from " + rec + ")"))
         << missing.output;
     EXPECT_FALSE(has(missing, "(0 and 0 records)")) << missing.output;
 

@@ -52,6 +52,24 @@ TEST_F(ReportCommand, RunHtmlWritesThePageAndLeavesNoEventsBehind) {
     EXPECT_TRUE(fs::is_empty(tmp)); // the temporary events file is gone
 }
 
+TEST_F(ReportCommand, RunHtmlWritesThePageWhenTheLibraryEndsTheProcess) {
+    struct Ending {
+        const char *file, *how;
+        int status;
+    };
+    for (const Ending &e : {Ending{"unknown_table.yaml", "\"ended_how\":\"exit", 1}, Ending{"empty_batch.yaml", "\"ended_how\":\"signal 6", 134}}) {
+        std::string tmp = at(std::string("tmp-") + e.file), page_path = at(std::string(e.file) + ".html");
+        fs::create_directories(tmp);
+        Outcome r = pc::test::run_command("TMPDIR=" + tmp + " " + PC_PLANECHECK + " run -q --html " + page_path + " " + PC_SCENARIOS +
+                                          "/" + e.file + " 2>&1");
+        EXPECT_EQ(r.status, e.status) << r.output; // the library's own ending stands
+        std::string page = pc::test::read_file(page_path);
+        EXPECT_NE(page.find("\"verdict\":\"failed\""), std::string::npos) << e.file;
+        EXPECT_NE(page.find(e.how), std::string::npos) << e.file;
+        EXPECT_TRUE(fs::is_empty(tmp)) << e.file;
+    }
+}
+
 TEST_F(ReportCommand, PagesThatCannotBeWrittenAndEventsOnStandardOutputAreRefused) {
     Outcome unwritable = planecheck(std::string("run -q --html ") + at("no/such/dir/report.html") + " " + PC_SCENARIOS + "/clean.yaml");
     EXPECT_EQ(unwritable.status, 2);

@@ -31,8 +31,8 @@ bool has(const Outcome &r, const std::string &text) { return r.output.find(text)
 class ScriptedCommand : public ::testing::Test {
 protected:
     void SetUp() override {
-        char pattern[] = "/tmp/pc_platform_XXXXXX";
-        ASSERT_NE(mkdtemp(pattern), nullptr);
+        std::string pattern = testing::TempDir() + "pc_platform_XXXXXX";
+        ASSERT_NE(mkdtemp(pattern.data()), nullptr);
         dir_ = pattern;
     }
     void TearDown() override { std::system(("rm -rf " + dir_).c_str()); }

@@ -49,6 +49,7 @@ Counts counts_of(const object &event) {
 Finding finding_of(const object &event) {
     Finding f;
     f.line = uint32_t(count_of(event, "line"));
+    f.column = uint32_t(count_of(event, "column"));
     f.step = uint32_t(count_of(event, "step"));
     f.level = text_of(event, "level");
     f.kind = text_of(event, "kind");

@@ -40,6 +40,7 @@ void add_counts(Out &out, const Counts &c) {
 
 void add_finding(Out &out, const Finding &f) {
     fmt::format_to(std::back_inserter(out), "{{\"line\":{},", f.line);
+    if (f.column) fmt::format_to(std::back_inserter(out), "\"column\":{},", f.column);
     add_text(out, "level", f.level);
     add_text(out, "kind", f.kind);
     if (f.has_values) {

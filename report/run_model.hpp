@@ -9,7 +9,7 @@
 namespace pc::report {
 
 struct Finding {
-    uint32_t line = 0;
+    uint32_t line = 0, column = 0; // column: a value error's value; 0 for lines about a record
     uint32_t step = 0; // 0: about the whole file
     std::string level, kind, text;
     bool has_values = false; // a mismatch that names its attribute, expected and received values

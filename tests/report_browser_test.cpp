@@ -187,6 +187,21 @@ TEST_F(ReportInBrowser, ContrastAndKeyboardHoldOnTheRenderedPage) {
     EXPECT_GT(std::stoi(checked_count[1]), 200) << json; // the rows of every file were measured, not an empty page
 }
 
+TEST(ReportValueErrors, ShowTheColumnOfTheValueAsTheCommandDoes) {
+    if (chromium().empty()) GTEST_SKIP() << "Chromium is not installed (apt-get install chromium)";
+    fs::path dir = fs::path(testing::TempDir()) / ("report_columns_" + std::to_string(getpid()));
+    fs::create_directories(dir);
+    std::string page = (dir / "report.html").string(), scenario = std::string(PC_SCENARIOS) + "/bad_values.yaml";
+    Outcome run = pc::test::run_command(std::string(PC_PLANECHECK) + " run -q --html " + page + " " + scenario + " 2>&1");
+    ASSERT_EQ(run.status, 1) << run.output;
+    ASSERT_NE(run.output.find(scenario + ":7:20: attr_a1:"), std::string::npos) << run.output;
+    Page shown = browse("file://" + page, "--dump-dom", dir);
+    EXPECT_EQ(script_errors(shown), "");
+    EXPECT_NE(shown.dom.find(">" + scenario + ":7:20: </span>"), std::string::npos) << shown.dom.substr(0, 3000);
+    EXPECT_NE(shown.dom.find(">" + scenario + ":17:21: </span>"), std::string::npos);
+    fs::remove_all(dir);
+}
+
 TEST_F(ReportInBrowser, AScreenshotIsTaken) {
     std::string shot = PC_REPORT_SCREENSHOT;
     fs::remove(shot);

@@ -180,6 +180,25 @@ TEST(ReportPage, RowsCarryTheStepsAndDetailsOnlyTheFailingOnes) {
     EXPECT_NE(data.find("\"files\":2,\"failed_files\":1"), std::string::npos) << data;
 }
 
+TEST(ReportPage, AValueErrorKeepsTheColumnOfItsValue) {
+    const char *events =
+        R"({"schema":1,"event":"file_start","time":"t","file":"v.yaml","index":0,"name":null}
+{"schema":1,"event":"finding","time":"t","file":"v.yaml","line":7,"step":1,"level":"error","kind":"value_error","text":"attr_a1: expected a number","column":20}
+{"schema":1,"event":"finding","time":"t","file":"v.yaml","line":9,"step":1,"level":"error","kind":"mismatch","text":"attr_a1: received 6 expected 5"}
+{"schema":1,"event":"step","time":"t","file":"v.yaml","step":1,"line":3,"kind":"send","table":"test_if","label":"send test_if","status":"failed","mismatches":1,"value_errors":1,"duration":1}
+)";
+    report::Run run = read({{"run.events", events}});
+    ASSERT_EQ(run.files.size(), 1u);
+    ASSERT_EQ(run.files[0].steps.size(), 1u);
+    const std::vector<Finding> &found = run.files[0].steps[0].findings;
+    ASSERT_EQ(found.size(), 2u);
+    EXPECT_EQ(found[0].column, 20u);
+    EXPECT_EQ(found[1].column, 0u); // a line about the record has none
+    std::string data = run_json(run, "made");
+    EXPECT_NE(data.find(R"({"line":7,"column":20,"level":"error")"), std::string::npos) << data;
+    EXPECT_NE(data.find(R"({"line":9,"level":"error")"), std::string::npos) << data;
+}
+
 StepRecord step(uint32_t number, uint32_t line, const char *status) {
     StepRecord s;
     s.number = number;

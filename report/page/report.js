@@ -113,7 +113,7 @@
 
   function findingNode(file, f) {
     var node = el('div', { className: 'finding finding-' + f.kind }, [
-      el('span', { className: 'where mono', text: file.path + (f.line ? ':' + f.line : '') + ': ' }),
+      el('span', { className: 'where mono', text: file.path + (f.line ? ':' + f.line + (f.column ? ':' + f.column : '') : '') + ': ' }),
       el('span', { className: 'mono', text: f.text })]);
     if (f.expected !== undefined) {
       if (f.attribute) node.appendChild(el('div', { className: 'attribute', text: f.attribute }));

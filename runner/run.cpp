@@ -46,6 +46,7 @@ public:
         PlatformInstance::Bound bound(plane_); // the file's own data plane, for every call this run makes
         ending::set_pending_output(write_pending_of_running);
         running_ = this;
+        trail_file(trail());
         yaml::LoadError error;
         bool opened = reader_.open(result_.path, error) && reader_.read_header(error);
         result_.name = opened ? reader_.scenario_name() : "";
@@ -65,7 +66,7 @@ public:
             show_progress();
             current_line_ = step.line;
             context_.session.record_line = 0;
-            trail_step(trail(), step.number, step.line);
+            trail_step(trail(), step.number, step.line, pc::recorder::enabled() ? int64_t(pc::recorder::position()) : -1);
             current_step_ = &step;
             step_passed_ = false;
             begin_record(step);
@@ -101,20 +102,8 @@ public:
     void report_end(const std::string &how) {
         if (!observer() || ending_reported_) return;
         ending_reported_ = true;
-        const Trail &t = trail();
-        result_.ended = true;
-        result_.ended_how = how;
-        result_.ended_step = t.step;
-        result_.ended_at = t.step ? fmt::format("{}:{}", result_.path, t.line) : result_.path;
-        result_.last_error = t.last_error;
-        result_.failed_steps += 1;
-        result_.mismatches = mismatches();
-        result_.value_errors = value_errors();
-        result_.duration_ms = ms_since(started_);
-        if (current_step_) {
-            end_record(StepStatus::ended);
-            --result_.steps; // the step counts among those that ran only once it completed
-        }
+        int64_t records_end = pc::recorder::enabled() ? int64_t(pc::recorder::position()) : -1;
+        if (std::optional<StepRecord> step = account_ending(result_, trail(), how, records_end)) observer()->step(result_, *step);
         finish_observing();
     }
 
@@ -141,6 +130,7 @@ private:
         record_.kind = kind;
         record_.table = table;
         record_.label = label;
+        trail_name(trail(), kind, table, label);
     }
 
     // The step's outcome; a status set while it ran (failed expect, nothing ran) stands.

@@ -159,7 +159,6 @@ std::string run_assigned(const std::string &file, const Options &options, const 
     auto problem = [&](const std::string &text) {
         Finding f;
         f.text = text;
-        r.add_finding(finding_line(file, f));
         ++r.failed_steps;
         closing += finding_event(r, f, rfc3339_now()) + "\n";
     };

@@ -756,17 +756,26 @@ private:
     bool step_passed_ = false; // the step being run has reported and passed
 };
 
-// A file --strict refused ran no step: its events are the refusal alone.
-void tell_refused(const FileResult &refused, RunObserver *observer) {
+// A file --strict refused ran no step: its events are what the check found, about the whole file,
+// and the refusal; the reports list the same lines.
+void tell_refused(const FileResult &refused, std::vector<Finding> found, RunObserver *observer) {
     if (!observer) return;
     FileResult told = refused;
+    for (Finding &f : found) f.step = 0; // no step of the file ran
     Finding f;
     f.kind = FindingKind::check;
     f.text = without_location(refused.path, refused.error);
-    told.finding_records = {f};
+    found.push_back(f);
+    told.finding_records = std::move(found);
     told.step_records.clear();
     replay_records(told, *observer);
 }
+
+// The check's findings of a file, kept to be told when the file is refused.
+struct CheckFindings : RunObserver {
+    std::vector<Finding> found;
+    void finding(const FileResult &, const Finding &f) override { found.push_back(f); }
+};
 
 // A file smaller than this is read on the running thread: starting a thread would cost more than
 // it saves.
@@ -788,7 +797,8 @@ FileResult run_file(const std::string &path, const Options &options) {
         Options check = options;
         check.check_only = true;
         check.trail = nullptr;
-        check.observer = nullptr;
+        CheckFindings found;
+        check.observer = &found;
         ScenarioReader check_reader;
         FileResult checked = FileRun(path, check, check_reader).run();
         if (!checked.passed()) {
@@ -799,14 +809,14 @@ FileResult run_file(const std::string &path, const Options &options) {
                 refused.error = fmt::format("{}: --strict refuses the file: the check found {} (listed above; planecheck check shows them)",
                                             path, plural(checked.problems, "problem"));
             refused.add_finding(refused.error);
-            tell_refused(refused, options.observer);
+            tell_refused(refused, std::move(found.found), options.observer);
             return refused;
         }
     }
     if (!options.check_only) {
         ScenarioReader scan;
         if (std::optional<FileResult> refused = refuse_unserved_steps(linked_platform(), path, scan)) {
-            tell_refused(*refused, options.observer);
+            tell_refused(*refused, {}, options.observer);
             return *refused;
         }
     }

@@ -1,6 +1,6 @@
 // Throughput of the send path, the recorder and a whole streamed scenario run.
 #include "coverage.hpp"
-#include "run.hpp"
+#include "file_run.hpp"
 #include "scale_scenario.hpp"
 
 #include "arena.hpp"

@@ -3,7 +3,7 @@
 // - replay of a recording of a million operations within 1.5 times the run of the scenario.
 // Run with --benchmark_repetitions=N for medians of the ratios.
 #include "replay.hpp"
-#include "run.hpp"
+#include "file_run.hpp"
 #include "scale_scenario.hpp"
 
 #include "recorder_sink.hpp"

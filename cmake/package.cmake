@@ -20,7 +20,7 @@ set_target_properties(planecheck_cli PROPERTIES EXPORT_NAME cli)
 
 install(TARGETS planecheck_cli ${PC_INSTALLED_LIBRARIES} EXPORT planecheckTargets
         RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR} LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR})
-install(DIRECTORY src/value/include/ platform/include/ src/engine/include/ runner/include/ DESTINATION ${CMAKE_INSTALL_INCLUDEDIR})
+install(DIRECTORY src/value/include/ platform/include/ src/engine/include/ run/include/ DESTINATION ${CMAKE_INSTALL_INCLUDEDIR})
 install(FILES ${PC_GEN_HEADERS} DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/planecheck)
 install(FILES ${PC_GEN_SCHEMA} DESTINATION ${CMAKE_INSTALL_DATADIR}/planecheck)
 

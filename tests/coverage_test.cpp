@@ -1,7 +1,7 @@
 // Coverage: what counts as exercised (only what ran), and reports written, read back and merged.
 #include "coverage.hpp"
 #include "engine.hpp"
-#include "run.hpp"
+#include "file_run.hpp"
 
 #include <gtest/gtest.h>
 

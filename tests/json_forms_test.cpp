@@ -2,7 +2,7 @@
 // form of the same scenario, and messages that name the file, line and column.
 #include "harness.hpp"
 #include "loader.hpp"
-#include "run.hpp"
+#include "file_run.hpp"
 #include "scenario.hpp"
 
 #include <chrono>

@@ -2,7 +2,7 @@
 // steps with the same lines, the same error at the same step, the same end; and a run that stops
 // early leaves no thread behind. (Run under ThreadSanitizer by `make tsan`.)
 #include "read_ahead.hpp"
-#include "run.hpp"
+#include "file_run.hpp"
 
 #include <gtest/gtest.h>
 

@@ -10,7 +10,7 @@
 #include "recording/reader.hpp"
 #include "recording/replay.hpp"
 #include "replay.hpp"
-#include "run.hpp"
+#include "file_run.hpp"
 #include "samples.hpp"
 
 #include <gtest/gtest.h>

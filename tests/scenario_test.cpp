@@ -1,5 +1,5 @@
 // Reading scenario files: what makes one invalid, and where the message points.
-#include "run.hpp"
+#include "file_run.hpp"
 
 #include <gtest/gtest.h>
 

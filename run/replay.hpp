@@ -2,7 +2,7 @@
 #pragma once
 
 #include "recording/replay.hpp"
-#include "run.hpp"
+#include "file_run.hpp"
 
 #include <string>
 

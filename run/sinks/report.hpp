@@ -1,7 +1,7 @@
 // What a run tells CI: the summary line, a JUnit XML file, a TAP stream.
 #pragma once
 
-#include "run.hpp"
+#include "file_run.hpp"
 
 #include <cstdio>
 #include <string>

@@ -3,7 +3,7 @@
 #pragma once
 
 #include "report.hpp"
-#include "run.hpp"
+#include "file_run.hpp"
 
 #include <memory>
 #include <string>

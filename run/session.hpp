@@ -5,7 +5,7 @@
 #pragma once
 
 #include "report.hpp"
-#include "run.hpp"
+#include "file_run.hpp"
 
 #include <cstdio>
 #include <functional>

@@ -3,7 +3,7 @@
 // that aborts is reported as failed, its worker is replaced, and the other files still run.
 #pragma once
 
-#include "run.hpp"
+#include "file_run.hpp"
 
 #include <string>
 #include <vector>

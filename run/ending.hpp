@@ -8,7 +8,7 @@
 // step's pending output and standard output and error are written out first.
 #pragma once
 
-#include "run.hpp"
+#include "file_run.hpp"
 
 #include <cstdio>
 #include <optional>

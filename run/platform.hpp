@@ -3,7 +3,7 @@
 // refused at its line before anything of its file runs, and is a finding of the check.
 #pragma once
 
-#include "run.hpp"
+#include "file_run.hpp"
 
 #include "planecheck/platform_services.h"
 

@@ -1,4 +1,4 @@
-#include "run.hpp"
+#include "file_run.hpp"
 
 #include "check.hpp"
 #include "read_ahead.hpp"

@@ -62,10 +62,13 @@ bool read_step(const std::vector<std::string> &f, StepRecord &s) {
 
 bool read_finding(const std::vector<std::string> &f, Finding &g) {
     int kind = 0, warning = 0;
-    if (f.size() != 10) return false;
-    g.text = f[6], g.attribute = f[7], g.expected = f[8], g.received = f[9];
+    if (f.size() != 16) return false;
+    g.text = f[6], g.attribute = f[7], g.expected = f[8], g.received = f[9], g.type = f[10], g.op = f[11];
+    int has_status = 0;
     return number(f[1], g.line) && number(f[2], g.column) && number(f[3], g.step) && number(f[4], warning) && number(f[5], kind) &&
-           kind >= 0 && kind <= int(FindingKind::log) && (g.kind = FindingKind(kind), g.warning = warning != 0, true);
+           kind >= 0 && kind <= int(FindingKind::log) && (g.kind = FindingKind(kind), g.warning = warning != 0, true) &&
+           number(f[12], g.element) && number(f[13], has_status) && (g.has_status = has_status != 0, true) &&
+           number(f[14], g.expected_status) && number(f[15], g.received_status);
 }
 
 bool read_totals(const std::vector<std::string> &f, FileResult &r) {
@@ -98,8 +101,9 @@ std::string saved_step(const StepRecord &s) {
 }
 
 std::string saved_finding(const Finding &f) {
-    return fmt::format("F\t{}\t{}\t{}\t{}\t{}\t{}\t{}\t{}\t{}\n", f.line, f.column, f.step, int(f.warning), int(f.kind), escaped(f.text),
-                       escaped(f.attribute), escaped(f.expected), escaped(f.received));
+    return fmt::format("F\t{}\t{}\t{}\t{}\t{}\t{}\t{}\t{}\t{}\t{}\t{}\t{}\t{}\t{}\t{}\n", f.line, f.column, f.step, int(f.warning),
+                       int(f.kind), escaped(f.text), escaped(f.attribute), escaped(f.expected), escaped(f.received), escaped(f.type),
+                       escaped(f.op), f.element, int(f.has_status), f.expected_status, f.received_status);
 }
 
 std::string saved_totals(const FileResult &r, size_t late) {

@@ -34,6 +34,12 @@ Finding a_finding() {
     f.attribute = "name";
     f.expected = "c\\nd";
     f.received = "a\tb";
+    f.type = "nhgroup";
+    f.op = "get";
+    f.element = 2;
+    f.has_status = true;
+    f.expected_status = 53450;
+    f.received_status = -22;
     return f;
 }
 
@@ -70,6 +76,12 @@ TEST(ResultIo, StepsFindingsAndTotalsComeBackAsSaved) {
     EXPECT_EQ(f.text, a_finding().text);
     EXPECT_EQ(f.expected, "c\\nd");
     EXPECT_EQ(f.received, "a\tb");
+    EXPECT_EQ(f.type, "nhgroup");
+    EXPECT_EQ(f.op, "get");
+    EXPECT_EQ(f.element, 2);
+    EXPECT_TRUE(f.has_status);
+    EXPECT_EQ(f.expected_status, 53450);
+    EXPECT_EQ(f.received_status, -22);
     EXPECT_TRUE(f.warning);
     EXPECT_EQ(f.kind, FindingKind::mismatch);
     EXPECT_EQ(back.error, saved.error);

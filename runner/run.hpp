@@ -52,7 +52,7 @@ struct Finding {
     FindingKind kind = FindingKind::log;
     std::string text;
     std::string type, op;       // the object type and operation it is about, when known
-    std::string attribute, expected, received; // for a mismatch, as the message gives them
+    std::string attribute, expected, received; // for a mismatch, as its record gives them
     int32_t element = -1;       // the element (or NPU) index of the attribute; -1 for none
     bool has_status = false;    // a status mismatch: the two statuses as numbers
     int32_t expected_status = 0, received_status = 0;

@@ -189,7 +189,7 @@ TEST(Finding, AScopeNamesTheFindingsMadeWithinItAndIsUndoneAfter) {
     {
         pc::support::FindingScope outer(h.ctx(), "test_if", "get");
         {
-            pc::support::FindingScope inner(h.ctx(), "test_if", "get", 3);
+            pc::support::FindingScope inner(h.ctx(), 3);
             json_cmp(h.ctx(), &a, &b, 1, "x", recorder_dump_convert_bool);
         }
         json_cmp(h.ctx(), &a, &b, 1, "y", recorder_dump_convert_bool);
@@ -197,6 +197,7 @@ TEST(Finding, AScopeNamesTheFindingsMadeWithinItAndIsUndoneAfter) {
     json_cmp(h.ctx(), &a, &b, 1, "z", recorder_dump_convert_bool);
     ASSERT_EQ(seen.size(), 3u);
     EXPECT_EQ(seen[0].element, 3);
+    EXPECT_EQ(seen[0].op, "get");
     EXPECT_EQ(seen[1].element, -1);
     EXPECT_EQ(seen[1].op, "get");
     EXPECT_EQ(seen[2].type, "");

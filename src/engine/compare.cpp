@@ -62,8 +62,7 @@ void compare_attribute(const TypeDesc &type, const AttrDesc &a, JSON_Value *valu
 
 void compare_members(const TypeDesc &type, const RecordMembers &members, PROCESS *context, Obj obj, uint32_t index,
                      bool element) {
-    support::FindingScope scope(context, type.name, context->session ? context->session->finding_scope.op : nullptr,
-                                element ? int32_t(index) : -1);
+    support::FindingScope scope(context, element ? int32_t(index) : -1);
     for (const Member &m : members) {
         if (m.what == Member::Role) {
             const RoleDesc &role = type.roles[m.index];

@@ -49,7 +49,7 @@ void check_pass(const TypeDesc &type, const JSON_Object *record, PROCESS *contex
         const JSON_Object *element = json_value_get_object(json_array_get_value(list, i));
         if (!element) continue;
         RecordMembers em(type, element, true);
-        support::FindingScope element_scope(context, type.name, op, int32_t(i));
+        support::FindingScope element_scope(context, int32_t(i));
         for (const Member &m : em) {
             if (m.what == Member::Role) {
                 const RoleDesc &role = type.roles[m.index];

@@ -156,6 +156,12 @@ public:
         saved_ = session_->finding_scope;
         session_->finding_scope = {type, op, element};
     }
+    // An element (-1: none) of the type and operation named already.
+    FindingScope(PROCESS *context, int32_t element) : session_(context ? context->session : nullptr) {
+        if (!session_) return;
+        saved_ = session_->finding_scope;
+        session_->finding_scope.element = element;
+    }
     ~FindingScope() {
         if (session_) session_->finding_scope = saved_;
     }

@@ -34,6 +34,12 @@ uint64_t count_of(const object &event, const char *key) {
     return 0;
 }
 
+// A signed whole number, or `otherwise` when the key is absent.
+int64_t signed_of(const object &event, const char *key, int64_t otherwise) {
+    int64_t n;
+    return event[key].get(n) == simdjson::SUCCESS ? n : otherwise;
+}
+
 double number_of(const object &event, const char *key) {
     double d;
     return event[key].get(d) == simdjson::SUCCESS ? d : 0;
@@ -59,6 +65,12 @@ Finding finding_of(const object &e) {
     f.attribute = text_of(e, "attribute");
     f.expected = text_of(e, "expected");
     f.received = text_of(e, "received");
+    f.type = text_of(e, "type");
+    f.op = text_of(e, "op");
+    f.element = int32_t(signed_of(e, "element", -1));
+    f.has_status = e["expected_status"].error() == simdjson::SUCCESS;
+    f.expected_status = int32_t(signed_of(e, "expected_status", 0));
+    f.received_status = int32_t(signed_of(e, "received_status", 0));
     return f;
 }
 

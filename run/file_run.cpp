@@ -22,7 +22,6 @@
 #include <chrono>
 #include <cstring>
 #include <optional>
-#include <regex>
 #include <sched.h>
 #include <set>
 #include <sys/stat.h>
@@ -196,9 +195,7 @@ private:
         p.verbose = verbose();
         std::snprintf(p.node_name, sizeof p.node_name, "%s", c.node.c_str());
         context_.session.log = [this](int level, const std::string &text, uint32_t line) { print_log(text, line, level); };
-        context_.session.log_value_error = [this](const std::string &text, uint32_t line, uint32_t column) {
-            print_log(text, line, 1, column);
-        };
+        context_.session.on_finding = [this](const pc_finding &finding, const std::string &text) { take_finding(finding, text); };
         context_.session.on_record = [this](const JSON_Value *record) { check_handle_read(record); };
         if (options_.coverage) measure_coverage(*options_.coverage);
         if (!options_.trace) return;
@@ -209,7 +206,11 @@ private:
     static void log_of_platform(void *user, int level, const char *text) {
         FileRun *run = static_cast<FileRun *>(user);
         if (level == 0 && !run->verbose()) return;
-        if (level == 1) run->context_.session.stats[PC_STAT_VALUE_ERROR]++;
+        if (level == 1) { // the platform's own complaint about what the record asked of it
+            pc_finding f = pc::support::message(pc_finding::Kind::value_error, pc_finding::Text::detail, text);
+            f.line = run->context_.session.record_line;
+            return pc::support::report_finding(&run->context_.process, std::move(f));
+        }
         run->print_log(std::string(text) + "\n", run->context_.session.record_line, level);
     }
 
@@ -224,8 +225,8 @@ private:
         const auto &handles = context_.session.handles;
         const JSON_Value *hdl = unstored_handle(json_value_get_object(record), [&](const char *name) { return handles.count(name) != 0; });
         if (!hdl) return;
-        pc::support::report_value_error(&context_.process, hdl,
-                                        fmt::format("hdl: unknown handle name '{}' (no earlier record stored a handle under it with "
+        pc::support::report_value_error(&context_.process, hdl, "hdl",
+                                        fmt::format("unknown handle name '{}' (no earlier record stored a handle under it with "
                                                     "\"hdl\"); the operation runs without a handle",
                                                     json_value_get_string(hdl)));
     }
@@ -291,52 +292,70 @@ private:
         progress_shown_ = false;
     }
 
-    // Level-1 lines are findings; level-0 lines are information.
-    // A value's own column follows its line, as check writes it; other lines name the record's line.
-    void print_log(const std::string &text, uint32_t line, int level = 1, uint32_t column = 0) {
+    // A line of the library or the platform that is no finding of theirs: level-1 lines fail the
+    // step all the same; level-0 lines are information.
+    void print_log(const std::string &text, uint32_t line, int level) {
+        std::string out = write_located(text, line, 0);
+        if (level != 1) return;
+        Finding f;
+        f.kind = FindingKind::log;
+        f.text = without_newline(text);
+        note_finding(out, std::move(f), line, 0);
+    }
+
+    // A finding of the library, the platform or this run's own lint, with its line.
+    void take_finding(const pc_finding &record, const std::string &text) {
+        std::string out = write_located(text, record.line, record.column);
+        if (record.text == pc_finding::Text::unknown_table)
+            std::fputs(unknown_table_hint(record.attribute, record.line ? record.line : current_line_).c_str(), stderr);
+        note_finding(out, finding_of(record, text), record.line, record.column);
+    }
+
+    static Finding finding_of(const pc_finding &record, const std::string &text) {
+        static const FindingKind kinds[] = {FindingKind::mismatch, FindingKind::value_error, FindingKind::log};
+        Finding f;
+        f.kind = kinds[int(record.kind)];
+        f.text = without_newline(text);
+        f.type = record.type, f.op = record.op, f.attribute = record.attribute, f.element = record.element;
+        f.expected = record.expected, f.received = record.received;
+        f.has_status = record.has_status, f.expected_status = record.expected_status, f.received_status = record.received_status;
+        return f;
+    }
+
+    static std::string without_newline(const std::string &text) {
+        return text.substr(0, text.size() - (!text.empty() && text.back() == '\n'));
+    }
+
+    // Writes a line at its place: a value's own column follows its line, as check writes it; other
+    // lines name the record's line, or the step's. Returns the line as written.
+    std::string write_located(const std::string &text, uint32_t line, uint32_t column) {
         std::string out = line && column ? fmt::format("{}:{}:{}: {}", result_.path, line, column, text)
                                          : fmt::format("{}:{}: {}", result_.path, line ? line : current_line_, text);
         clear_progress();
         std::fputs(out.c_str(), stderr);
-        std::fputs(unknown_table_hint(text, line ? line : current_line_).c_str(), stderr);
-        if (level != 1) return;
-        std::string finding = out.substr(0, out.size() - (out.back() == '\n'));
+        return out;
+    }
+
+    void note_finding(const std::string &out, Finding f, uint32_t line, uint32_t column) {
+        std::string finding = without_newline(out);
         result_.add_finding(finding);
         trail_error(trail(), finding);
+        if (f.kind == FindingKind::mismatch) ++mismatch_findings_;
         if (!observer()) return;
-        std::string message = text.substr(0, text.size() - (!text.empty() && text.back() == '\n'));
-        FindingKind counted = classify_logged_line();
-        Finding f = finding_from_log(message, counted);
-        if (counted == FindingKind::log && f.kind == FindingKind::mismatch)
-            mismatches_logged_ = mismatches() + 1; // an attribute comparison is counted after its line
         f.line = line ? line : current_line_;
         if (line) f.column = column;
         observe_finding(f);
-        trail().mismatches = std::max(mismatches(), mismatches_logged_);
+        // a comparison's mismatch is counted only after its line: the trail has it already
+        trail().mismatches = std::max(mismatches(), mismatch_findings_);
         trail().value_errors = value_errors();
-    }
-
-    // Value errors are always counted before their line is logged, and so are the mismatches
-    // whose message is no comparison ("first element in batch_crud needs to be...").
-    FindingKind classify_logged_line() {
-        FindingKind kind = value_errors() > value_errors_logged_ ? FindingKind::value_error
-                         : mismatches() > mismatches_logged_    ? FindingKind::mismatch
-                                                                : FindingKind::log;
-        value_errors_logged_ = value_errors();
-        mismatches_logged_ = std::max(mismatches_logged_, mismatches());
-        return kind;
     }
 
     // The library's own "unknown table NAME" line stays as it is; the closest name follows it on a
     // line of its own, before the library ends the process.
-    std::string unknown_table_hint(const std::string &text, uint32_t line) const {
-        static const std::string unknown = "unknown table ";
-        if (text.compare(0, unknown.size(), unknown) != 0) return "";
-        std::string name = text.substr(unknown.size(), text.find_last_not_of('\n') + 1 - unknown.size());
+    std::string unknown_table_hint(const std::string &name, uint32_t line) const {
         std::string hint = table_suggestion(name);
         return hint.empty() ? "" : fmt::format("{}:{}: unknown table {}{}\n", result_.path, line, name, hint);
     }
-
     std::string fail_at(const JSON_Value *at, std::string message) {
         problem_at_ = at;
         return message;
@@ -519,8 +538,9 @@ private:
         bool gate_applies = gated == Gated::Yes || (gated == Gated::Dump && !type->has(engine::kDumpWithoutGate));
         if (gate_applies && !active_under(type->gate, context_.process.object_set)) return;
         auto report_value = [this](const JSON_Value *at, const std::string &message) {
-            context_.session.stats[PC_STAT_VALUE_ERROR]++;
-            print_log(message + "\n", pc_json_line(at), 1, pc_json_column(at));
+            pc_finding f = pc::support::message(pc_finding::Kind::value_error, pc_finding::Text::detail, message);
+            f.line = pc_json_line(at), f.column = pc_json_column(at);
+            pc::support::report_finding(&context_.process, std::move(f));
         };
         lint_records(*type, records, report_value);
         if (sent) lint_ops(*type, records, report_value);
@@ -749,7 +769,8 @@ private:
     uint64_t accounted_m_ = 0, accounted_v_ = 0;
     StepRecord record_;         // the step running now
     std::chrono::steady_clock::time_point started_ = std::chrono::steady_clock::now(), record_start_;
-    uint64_t step_m_ = 0, step_v_ = 0, value_errors_logged_ = 0, mismatches_logged_ = 0;
+    uint64_t step_m_ = 0, step_v_ = 0;
+    uint64_t mismatch_findings_ = 0; // mismatches whose lines were written, counted or not yet
     size_t step_problems_ = 0;  // check problems found in the step running now
     bool ending_reported_ = false;
     std::chrono::steady_clock::time_point last_progress_ = std::chrono::steady_clock::now();
@@ -845,25 +866,6 @@ const char *status_name(StepStatus status) {
 const char *kind_name(FindingKind kind) {
     static const char *const names[] = {"mismatch", "value_error", "check", "log"};
     return names[int(kind)];
-}
-
-// The comparison messages read "NAME: received R expected E", "dpa_T_get, expected A to be set"
-// or "Expected T received N" (the SDK side's answer to an object of another type).
-Finding finding_from_log(const std::string &text, FindingKind kind) {
-    static const std::regex received_expected(R"(^(.*?): ?,? ?(?:[^,]*, )?received (.*) expected (.*)$)");
-    static const std::regex expected_set(R"(^.*, expected (\S+) (to be set|in .*)$)");
-    static const std::regex expected_type(R"(^Expected (\S+) received (.*)$)");
-    Finding f;
-    f.kind = kind;
-    f.text = text;
-    if (kind != FindingKind::log && kind != FindingKind::mismatch) return f;
-    std::smatch m;
-    if (std::regex_match(text, m, received_expected)) f.attribute = m[1], f.received = m[2], f.expected = m[3];
-    else if (std::regex_match(text, m, expected_set)) f.attribute = m[1], f.expected = m[2], f.received = "not so";
-    else if (std::regex_match(text, m, expected_type)) f.attribute = "type", f.expected = m[1], f.received = m[2];
-    else return f;
-    f.kind = FindingKind::mismatch; // every comparison message is a mismatch's
-    return f;
 }
 
 void replay_records(const FileResult &result, RunObserver &observer) {

@@ -57,7 +57,11 @@ struct Finding {
     bool warning = false;
     FindingKind kind = FindingKind::log;
     std::string text;
-    std::string attribute, expected, received; // for a mismatch, as the message gives them
+    std::string type, op;       // the object type and operation it is about, when known
+    std::string attribute, expected, received; // for a mismatch, as its record gives them
+    int32_t element = -1;       // the element (or NPU) index of the attribute; -1 for none
+    bool has_status = false;    // a status mismatch: the two statuses as numbers
+    int32_t expected_status = 0, received_status = 0;
 };
 
 struct FileResult;
@@ -138,9 +142,6 @@ FileResult run_file(const std::string &path, const Options &options);
 // At an end of the process while a file runs (`how`: "exit status 1"): the running step and the
 // file are told to the observer as ended; the file's result, when a file was running.
 std::optional<FileResult> end_running_file(const std::string &how);
-// A finding from a log line "TEXT" (no location): a mismatch's attribute and values are taken
-// from the message.
-Finding finding_from_log(const std::string &text, FindingKind kind);
 // Tells `observer` a file's records in the order they were made (findings of a step before it).
 void replay_records(const FileResult &result, RunObserver &observer);
 // Runs the steps `source` gives; `path` names them in messages.

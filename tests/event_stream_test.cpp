@@ -40,6 +40,12 @@ Finding a_finding() {
     f.attribute = "name";
     f.expected = "c\\nd";
     f.received = "\"a\tb\"";
+    f.type = "nhgroup";
+    f.op = "get";
+    f.element = 2;
+    f.has_status = true;
+    f.expected_status = 0;
+    f.received_status = -17;
     return f;
 }
 
@@ -109,6 +115,11 @@ TEST(EventStream, AFilesRecordsComeBackAsWritten) {
     EXPECT_TRUE(f.warning);
     EXPECT_EQ(f.kind, FindingKind::mismatch);
     EXPECT_EQ(f.column, 4u);
+    EXPECT_EQ(f.type, "nhgroup");
+    EXPECT_EQ(f.op, "get");
+    EXPECT_EQ(f.element, 2);
+    EXPECT_TRUE(f.has_status);
+    EXPECT_EQ(f.received_status, -17);
     EXPECT_EQ(r.findings, std::vector<std::string>{"f.yaml:18:4: warning: " + a_finding().text}); // as JUnit and TAP list it
 }
 

@@ -142,6 +142,10 @@ class SerialRun(EventChecks):
         for m in mismatches:
             self.assertTrue(m["attribute"] and m["expected"] and m["received"], m)
             self.assertIn(m["received"], m["text"])
+            self.assertEqual(m["type"], "test_if")
+        (status,) = [m for m in mismatches if "expected_status" in m]
+        self.assertEqual((status["op"], status["attribute"], status["expected_status"], status["received_status"]),
+                         ("create", "rc", 0, 17))
 
     def test_the_library_s_exit_ends_the_file_and_the_run_in_the_events(self):
         out = run("run", "--events", "-", ENDED_BY_EXIT)
@@ -216,6 +220,13 @@ class ParallelRunAgreesWithEveryReport(EventChecks):
         ended = {f: e[-1]["ended"]["how"] for f, e in self.files.items() if e[-1]["status"] == "ended"}
         self.assertEqual(ended, {ENDED_BY_EXIT: "exit status 1", ENDED_BY_ASSERTION: "signal 6 (Aborted)"})
         self.assertEqual(list(self.files), SUITE)
+
+    def test_a_worker_s_findings_are_the_serial_run_s(self):
+        untimed = lambda events: [{k: v for k, v in e.items() if k != "time"} for e in events if e["event"] == "finding"]
+        for path in FAILING:
+            serial = untimed(events_of(run("run", "--events", "-", path).stdout))
+            self.assertTrue(serial, path)
+            self.assertEqual(untimed(self.files[path]), serial, path)
 
     def test_junit_agrees(self):
         suite = ET.parse(self.junit).getroot().find("testsuite")

@@ -112,7 +112,7 @@ struct Converter {
 
     void error(const JSON_Value *v, const std::string &name, const std::string &what) {
         ok = false;
-        report_value_error(context, v, name + ": " + what);
+        report_value_error(context, v, name, what);
     }
 
     // An integer of `width` bytes. Hex text is taken as a bit pattern of that width.
@@ -220,7 +220,7 @@ struct Converter {
         std::vector<std::string_view> names = status_name_list();
         std::string list;
         for (std::string_view n : names) list += (list.empty() ? "" : ", ") + std::string(n);
-        report_value_error(context, v, name + ": '" + s + "' is neither a number nor a status name (" + list +
+        report_value_error(context, v, name, "'" + std::string(s) + "' is neither a number nor a status name (" + list +
                                            "); it reads as 0 (EOK)" + did_you_mean(s, names));
         return false;
     }

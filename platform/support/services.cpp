@@ -49,20 +49,15 @@ const char *status_name(int32_t status_class) {
     return nullptr;
 }
 
-void report_value_error(PROCESS *context, const JSON_Value *value, const std::string &text) {
-    pc_session *s = context ? context->session : nullptr;
-    if (s) s->stats[PC_STAT_VALUE_ERROR]++;
-    if (s && s->log_value_error) s->log_value_error(text + "\n", pc_json_line(value), pc_json_column(value));
-    else if (s && s->log) s->log(1, text + "\n", pc_json_line(value));
-    else std::fprintf(stderr, "%s\n", text.c_str());
-}
-
 } // namespace pc::support
 
 extern "C" {
 
 void pc_report_value_error(PROCESS *context, const JSON_Value *value, const char *text) {
-    pc::support::report_value_error(context, value, text);
+    pc_finding f = pc::support::message(pc_finding::Kind::value_error, pc_finding::Text::detail, text);
+    f.line = pc_json_line(value);
+    f.column = pc_json_column(value);
+    pc::support::report_finding(context, std::move(f));
 }
 
 void _proxy_log(PROCESS *context, int level, const char *format, ...) {

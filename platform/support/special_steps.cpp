@@ -1,10 +1,14 @@
 // The special client steps. They belong to platforms with port, VLAN, route and bundle
 // helpers; simplane has none, so each says so once per use and changes nothing.
+#include "planecheck/session.hpp"
 #include "planecheck/support.h"
 
 namespace {
 int unsupported(PROCESS *context, const char *kind) {
-    _proxy_log(context, 1, "%s: this step kind is not supported by simplane; nothing was done\n", kind);
+    pc_finding f = pc::support::message(pc_finding::Kind::log, pc_finding::Text::type_detail,
+                                        "this step kind is not supported by simplane; nothing was done");
+    f.type = kind;
+    pc::support::report_finding(context, std::move(f));
     return 0;
 }
 } // namespace

@@ -36,6 +36,12 @@ std::string printed_handle(PROCESS *context, pc_value_printer printer, const voi
     return text + " (" + list + ")";
 }
 
+// A comparison's finding, counted after its line.
+void report_differ(PROCESS *context, const char *name, std::string received, std::string expected) {
+    pc::support::report_finding(context, pc::support::mismatch(pc_finding::Text::values_differ, name, std::move(expected), std::move(received)),
+                                pc::support::Count::after_line);
+}
+
 } // namespace
 
 namespace pc::support {
@@ -52,9 +58,7 @@ extern "C" {
 int json_cmp(PROCESS *context, const void *received, const void *expected, uint32_t width, const char *name,
              pc_value_printer printer) {
     if (std::memcmp(received, expected, width) == 0) return 0;
-    std::string r = printed_handle(context, printer, received, name), e = printed_handle(context, printer, expected, name);
-    _proxy_log(context, 1, "%s: received %s expected %s\n", name, r.c_str(), e.c_str());
-    scen_stats(context, PC_STAT_MISMATCH);
+    report_differ(context, name, printed_handle(context, printer, received, name), printed_handle(context, printer, expected, name));
     return 1;
 }
 
@@ -66,9 +70,7 @@ uint8_t json_expect_not_set(const JSON_Value *value) {
 int json_check_not_set(PROCESS *context, uint8_t is_set, const char *name, pc_value_printer printer) {
     if (!is_set) return 0;
     uint8_t expected = 0;
-    std::string r = printed(context, printer, &is_set, name), e = printed(context, printer, &expected, name);
-    _proxy_log(context, 1, "%s: received %s expected %s\n", name, r.c_str(), e.c_str());
-    scen_stats(context, PC_STAT_MISMATCH);
+    report_differ(context, name, printed(context, printer, &is_set, name), printed(context, printer, &expected, name));
     return 1;
 }
 

@@ -91,6 +91,12 @@ std::string finding_event(const FileResult &file, const Finding &f, const std::s
     if (f.kind == FindingKind::mismatch && !f.attribute.empty())
         out += fmt::format(R"(,"attribute":{},"expected":{},"received":{})", json_string(f.attribute), json_string(f.expected),
                            json_string(f.received));
+    else if (f.kind == FindingKind::value_error && !f.attribute.empty())
+        out += R"(,"attribute":)" + json_string(f.attribute);
+    if (!f.type.empty()) out += R"(,"type":)" + json_string(f.type);
+    if (!f.op.empty()) out += R"(,"op":)" + json_string(f.op);
+    if (f.element >= 0) out += fmt::format(R"(,"element":{})", f.element);
+    if (f.has_status) out += fmt::format(R"(,"expected_status":{},"received_status":{})", f.expected_status, f.received_status);
     return out + "}";
 }
 

@@ -40,8 +40,10 @@ void read_parameters(const JSON_Value *first, PROCESS *context, int32_t &expecte
     JSON_Value *batch_params = json_object_get_value(json_value_get_object(first), "batch_params");
     const JSON_Object *params = json_value_get_object(batch_params);
     if (!batch_params) {
-        scen_stats(context, PC_STAT_MISMATCH);
-        _proxy_log(context, 1, "in YAML test file, first element in batch_crud needs to be: 'batch_params'\n");
+        const char *first_key = json_object_get_name(json_value_get_object(first), 0);
+        pc_finding f = support::mismatch(pc_finding::Text::batch_params, "batch_params", "batch_params", first_key ? first_key : "nothing");
+        f.op = "batch_crud";
+        support::report_finding(context, std::move(f));
         return;
     }
     if (JSON_Value *rc = json_object_get_value(params, "batch_rc_expect")) json_convert_rc(context, &expected, rc, "rc");
@@ -51,8 +53,9 @@ void read_parameters(const JSON_Value *first, PROCESS *context, int32_t &expecte
 
 void check_send(PROCESS *context, int32_t received, int32_t expected) {
     if (expected != kDontCare && status_class(received ^ expected)) {
-        scen_stats(context, PC_STAT_MISMATCH);
-        _proxy_log(context, 1, "ofa_batch_list_send: %s, received %d expected %d\n", kerr_strerror(received), received, expected);
+        pc_finding f = support::status_mismatch(pc_finding::Text::batch_status, "batch_rc_expect", expected, received);
+        f.op = "batch_crud";
+        support::report_finding(context, std::move(f));
     } else if (context->verbose) {
         _proxy_log(context, 0, "ofa_batch_list_send is SUCCESS\n");
     }
@@ -88,8 +91,10 @@ int32_t validate_object(const TypeDesc &type, Obj entry, JSON_Value *value, PROC
     if (JSON_Value *flag = json_object_get_value(record, "expect_did_not_run")) {
         json_convert_bool(context, &expect_did_not_run, flag, "expect_did_not_run");
         if (did_not_run != expect_did_not_run) {
-            scen_stats(context, PC_STAT_MISMATCH);
-            _proxy_log(context, 1, "%s_validate_did_not_run:received %d expected %d\n", type.name, did_not_run, expect_did_not_run);
+            pc_finding f = support::mismatch(pc_finding::Text::did_not_run, "expect_did_not_run", std::to_string(expect_did_not_run),
+                                             std::to_string(did_not_run));
+            f.type = type.name, f.op = json_value_get_string(op) ? json_value_get_string(op) : "";
+            support::report_finding(context, std::move(f));
         }
     }
     if (!did_not_run) note_ran(type, context, record, true, received, expected);

@@ -2,6 +2,14 @@
 
 namespace pc::engine {
 
+void report_unknown_table(PROCESS *context, const JSON_Object *record) {
+    const char *name = json_object_get_name(record, 0);
+    // a record with no member names "(null)", as printf writes a null text
+    pc_finding f = support::message(pc_finding::Kind::log, pc_finding::Text::unknown_table);
+    f.attribute = name ? name : "(null)";
+    support::report_finding(context, std::move(f));
+}
+
 const char *op_text(uint8_t code) {
     static const char *const names[] = {"", "create", "delete", "eod", "update", "get", "get_first", "get_gt_eq", "get_next"};
     return code < 9 ? names[code] : "";

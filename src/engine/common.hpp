@@ -35,6 +35,9 @@ inline void note_ran(const TypeDesc &type, PROCESS *context, const JSON_Object *
     if (context->session && context->session->ran) context->session->ran(type.number, record, judged, returned, expected);
 }
 
+// "unknown table NAME", NAME the record's first member; the caller ends the process.
+void report_unknown_table(PROCESS *context, const JSON_Object *record);
+
 // The operation code of an exact op text, counting "eod" only for types that have it.
 uint8_t op_code(const TypeDesc &type, const char *op);
 const char *op_text(uint8_t code);

@@ -54,13 +54,15 @@ void compare_attribute(const TypeDesc &type, const AttrDesc &a, JSON_Value *valu
         vt.convert(context, expected, value, a.name);
         json_cmp(context, received, expected, a.width, a.name, vt.recorder_dump);
     } else {
-        _proxy_log(context, 1, "dpa_%s_get, expected %s to be set\n", type.name, a.name);
-        scen_stats(context, PC_STAT_MISMATCH);
+        pc_finding f = support::mismatch(pc_finding::Text::expected_set, a.name, "set", "not set");
+        f.type = type.name;
+        support::report_finding(context, std::move(f), support::Count::after_line);
     }
 }
 
 void compare_members(const TypeDesc &type, const RecordMembers &members, PROCESS *context, Obj obj, uint32_t index,
                      bool element) {
+    support::FindingScope scope(context, element ? int32_t(index) : -1);
     for (const Member &m : members) {
         if (m.what == Member::Role) {
             const RoleDesc &role = type.roles[m.index];
@@ -107,8 +109,9 @@ void compare_state(const TypeDesc &type, const JSON_Object *record, PROCESS *con
             std::snprintf(probe, sizeof probe, "%s=0x%lx", name, probe_number(json_value_get_number(v)));
             if (std::strstr(text, probe)) continue;
         }
-        _proxy_log(context, 1, "dpa_%s_get, expected %s in %s\n", type.name, probe, text);
-        scen_stats(context, PC_STAT_MISMATCH);
+        pc_finding f = support::mismatch(pc_finding::Text::expected_in_state, "npd_state", probe, text);
+        f.type = type.name;
+        support::report_finding(context, std::move(f), support::Count::after_line);
     }
 }
 
@@ -121,6 +124,7 @@ int cmp_attributes(const TypeDesc &type, JSON_Object *record, PROCESS *context, 
 int cmp_attributes(const TypeDesc &type, JSON_Object *record, const RecordMembers &members, PROCESS *context, Obj obj) {
     context->received_obj = obj;
     context->received_type = type.number;
+    support::FindingScope scope(context, type.name, string_member(record, "op"));
     compare_members(type, members, context, obj, 0, false);
     compare_state(type, record, context, obj);
     const JSON_Array *list = json_value_get_array(members.control(Control::Members));

@@ -49,6 +49,6 @@ extern "C" int json_send_object_client(JSON_Value *value, PROCESS *context) {
         return 0;
     }
     // a misspelled table must not let the scenario run on: the process ends here, deliberately
-    _proxy_log(context, 1, "unknown table %s\n", json_object_get_name(record, 0));
+    pc::engine::report_unknown_table(context, record);
     std::exit(1);
 }

@@ -6,19 +6,25 @@
 #include "planecheck/platform_api.h"
 
 #include <cstdio>
+#include <string>
 
 namespace pc::engine {
 namespace {
 
-void check_npu_results(const TypeDesc &type, PROCESS *context, Obj obj, const JSON_Object *record) {
+void report_npu_result(const TypeDesc &type, PROCESS *context, const char *op, uint32_t npu, uint32_t received,
+                       uint32_t expected) {
+    pc_finding f = support::mismatch(pc_finding::Text::npu_result, "npu_result", std::to_string(expected), std::to_string(received));
+    f.type = type.name, f.op = op ? op : "", f.element = int32_t(npu);
+    support::report_finding(context, std::move(f), support::Count::after_line);
+}
+
+void check_npu_results(const TypeDesc &type, PROCESS *context, Obj obj, const JSON_Object *record, const char *op) {
     const JSON_Array *expected = json_value_get_array(json_object_get_value(record, "npu_result"));
     for (size_t i = 0; expected && i < json_array_get_count(expected); ++i) {
         uint32_t r = type.ops->get_npu_result(obj, uint32_t(i));
         uint32_t e = uint32_t(json_value_get_constant(json_array_get_value(expected, i)));
-        if (r != e) {
-            _proxy_log(context, 1, "npu_result: received %u expected %u\n", r, e);
-            scen_stats(context, PC_STAT_MISMATCH);
-        }
+        if (r != e)
+            report_npu_result(type, context, op, uint32_t(i), r, e);
     }
 }
 
@@ -48,9 +54,9 @@ bool judge(const TypeDesc &type, PROCESS *context, const char *op, int32_t recei
         if (context->verbose) _proxy_log(context, 0, "dpa_%s_%s is SUCCESS\n", type.name, op);
         return true;
     }
-    scen_stats(context, PC_STAT_MISMATCH);
-    _proxy_log(context, 1, "dpa_%s_%s: %s, received %d expected %d\n", type.name, op, kerr_strerror(received), received,
-               expected);
+    pc_finding f = support::status_mismatch(pc_finding::Text::status, "rc", expected, received);
+    f.type = type.name, f.op = op;
+    support::report_finding(context, std::move(f));
     return false;
 }
 
@@ -62,8 +68,8 @@ void record(const TypeDesc &type, PROCESS *context, const char *op, Obj obj, int
 
 void check_result(const TypeDesc &type, PROCESS *context, Obj obj, int32_t received, int32_t expected,
                   JSON_Object *rec, JSON_Value *op_value) {
-    check_npu_results(type, context, obj, rec);
     const char *op = json_value_get_string(op_value);
+    check_npu_results(type, context, obj, rec, op);
     uint8_t code = op_code(type, op);
     bool quiet = type.has(kNoRecorderUpdateGet); // this type records creates and deletes only
     switch (code) {

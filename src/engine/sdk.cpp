@@ -26,6 +26,8 @@ Obj make_view(const PROCESS *context) {
 
 // Create and update: references are installed, values checked.
 void check_pass(const TypeDesc &type, const JSON_Object *record, PROCESS *context, Obj view) {
+    const char *op = string_member(record, "op");
+    support::FindingScope record_scope(context, type.name, op);
     alignas(8) uint8_t got[kValueBufferMax], want[kValueBufferMax];
     auto check = [&](const AttrDesc &a, JSON_Value *value, uint32_t index) {
         const ValueTypeDesc &vt = kValueTypes[a.value_type];
@@ -47,6 +49,7 @@ void check_pass(const TypeDesc &type, const JSON_Object *record, PROCESS *contex
         const JSON_Object *element = json_value_get_object(json_array_get_value(list, i));
         if (!element) continue;
         RecordMembers em(type, element, true);
+        support::FindingScope element_scope(context, int32_t(i));
         for (const Member &m : em) {
             if (m.what == Member::Role) {
                 const RoleDesc &role = type.roles[m.index];
@@ -105,8 +108,9 @@ bool present(const TypeDesc &type, const AttrDesc &a, Obj view) {
 int receive(const TypeDesc &type, JSON_Value *records, PROCESS *context) {
     if (!active(type.gate, context)) return -1;
     if (received(context).type != type.number) {
-        scen_stats(context, PC_STAT_MISMATCH);
-        _proxy_log(context, 1, "Expected %s received %d\n", type.name, received(context).type);
+        pc_finding f = support::mismatch(pc_finding::Text::received_type, "type", type.name, std::to_string(received(context).type));
+        f.type = type.name;
+        support::report_finding(context, std::move(f));
         return -1;
     }
     Obj view = make_view(context);
@@ -161,6 +165,7 @@ int object_dump(const TypeDesc &type, JSON_Value *value, PROCESS *context) {
     for (size_t i = 0; i < json_array_get_count(list); ++i) {
         JSON_Object *record = json_value_get_object(json_array_get_value(list, i));
         if (!record) continue;
+        support::FindingScope scope(context, type.name, string_member(record, "op"));
         RecordMembers members(type, record, false);
         std::memset(key, 0, type.key_width);
         for (const Member &m : members)
@@ -200,7 +205,7 @@ template <class Call> int by_type(JSON_Value *step, PROCESS *context, Call call)
     if (!object) return 0;
     JSON_Value *value = nullptr;
     if (const pc::engine::TypeDesc *type = pc::engine::first_type(object, value)) return call(*type, value);
-    _proxy_log(context, 1, "unknown table %s\n", json_object_get_name(object, 0));
+    pc::engine::report_unknown_table(context, object);
     std::exit(1);
 }
 

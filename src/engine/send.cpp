@@ -74,10 +74,14 @@ int64_t send(const TypeDesc &type, JSON_Value *value, PROCESS *context) {
         JSON_Value *op_value = members.control(Control::Op);
         const char *op = json_value_get_string(op_value);
         if (!op) {
-            pc_report_value_error(context, json_object_get_wrapping_value(record),
-                                  (std::string(type.name) + ": a record needs an \"op\" text; this one is skipped").c_str());
+            const JSON_Value *at = json_object_get_wrapping_value(record);
+            pc_finding f = support::message(pc_finding::Kind::value_error, pc_finding::Text::type_detail,
+                                            "a record needs an \"op\" text; this one is skipped");
+            f.type = type.name, f.attribute = "op", f.line = pc_json_line(at), f.column = pc_json_column(at);
+            support::report_finding(context, std::move(f));
             continue;
         }
+        support::FindingScope scope(context, type.name, op); // what a value error met from here on is about
         Obj obj = construct(type, record, type.has(kSendCountsMembersOnly));
         set_attributes(type, members, context, obj);
         JSON_Value *rc = members.control(Control::Rc);

@@ -33,6 +33,11 @@ void json_set_hdl(PROCESS *context, const char *name, uint64_t handle);
  * a value error. */
 void pc_report_value_error(PROCESS *context, const JSON_Value *value, const char *text);
 
+/* Counts a finding of the library (a record made in C++, see planecheck/session.hpp) and hands it
+ * with its composed line to the session; counted after the line when `count_after_line`. */
+struct pc_finding;
+void pc_report_finding(PROCESS *context, const struct pc_finding *finding, int count_after_line);
+
 /* Tells the runner services which operation record is being worked on, so that its log lines
  * can name the record's line; null when none is. */
 void pc_trace_record(PROCESS *context, const JSON_Value *record);

@@ -4,6 +4,7 @@
 #include "catalogue_totals.hpp"
 #include "engine.hpp"
 #include "suggest.hpp"
+#include "suggestions.hpp"
 #include "value_forms.hpp"
 #include "value_types.hpp"
 
@@ -55,10 +56,11 @@ bool describe_type(const std::string &name) {
     fmt::print("{} (type number {})\n", t->name, t->number);
     if (t->gate != Gate::None) fmt::print("  {}\n", gate_text(t->gate));
     if (t->sized()) fmt::print("  sized: its element count comes from \"members\" or \"{}\"\n", t->count_key);
-    fmt::print("  operations: create update delete get get_first get_next get_gt_eq walk_by_key replay{}\n",
-               t->eod ? " eod" : "");
-    fmt::print("  control fields: op rc hdl trans_id depth npu_result create_option get_option retry_mode{}\n",
-               t->npu_mask ? " npu_mask" : "");
+    fmt::print("  operations: {}\n", pc::runner::ops_text(*t));
+    std::vector<std::string_view> controls;
+    for (const auto &field : pc::vocabulary::kControlFields) // npu_mask only where the type has its accessor
+        if (t->npu_mask || std::string_view(field.name) != pc::vocabulary::kFieldNpuMask) controls.push_back(field.name);
+    fmt::print("  control fields: {}\n", fmt::join(controls, " "));
     auto attributes = [&](std::span<const AttrDesc> list, const char *title) {
         if (list.empty()) return;
         fmt::print("  {}:\n", title);

@@ -59,7 +59,7 @@ install(FILES packaging/planecheck.bash DESTINATION ${CMAKE_INSTALL_DATADIR}/bas
 # The user's manual beside the command: the README, the catalogue (objects, value types and the
 # format's README: what a record may carry) and the example scenarios.
 install(FILES README.md DESTINATION ${CMAKE_INSTALL_DOCDIR})
-install(FILES catalogue/README.md catalogue/objects.yaml catalogue/value_types.yaml DESTINATION ${CMAKE_INSTALL_DOCDIR}/catalogue)
+install(FILES catalogue/README.md catalogue/objects.yaml catalogue/value_types.yaml catalogue/vocabulary.yaml DESTINATION ${CMAKE_INSTALL_DOCDIR}/catalogue)
 install(DIRECTORY examples/ DESTINATION ${CMAKE_INSTALL_DOCDIR}/examples)
 
 # `make deb`: a Debian package of all the above, installed under /usr.

@@ -19,6 +19,7 @@
 
 #include <fmt/format.h>
 
+#include <algorithm>
 #include <chrono>
 #include <cstring>
 #include <optional>
@@ -409,14 +410,15 @@ private:
 
     // The step's kind, table and label as its line names it.
     void name_step(const std::string &kind, const JSON_Value *body) {
-        static const std::set<std::string> kinds = {"send", "dump", "inject", "npu_result", "expect"};
-        if (!kinds.count(kind)) return;
+        namespace v = pc::vocabulary;
+        if (std::find(std::begin(v::kStepKinds), std::end(v::kStepKinds), kind) == std::end(v::kStepKinds)) return;
         const JSON_Object *o = json_value_get_object(body);
+        bool names_table = kind == v::kStepSend || kind == v::kStepDump, names_op = kind == v::kStepInject || kind == v::kStepNpuResult;
         std::string table;
-        if ((kind == "send" || kind == "dump") && o && json_object_get_count(o)) table = json_object_get_name(o, 0);
-        const char *op = o ? json_value_get_string(json_object_get_value(o, "op")) : nullptr;
-        if ((kind == "inject" || kind == "npu_result") && op) table = std::string(op).substr(0, std::string(op).find(' '));
-        std::string label = kind == "expect" ? kind : kind + " " + (op && kind != "send" && kind != "dump" ? op : table);
+        if (names_table && o && json_object_get_count(o)) table = json_object_get_name(o, 0);
+        const char *op = o ? json_value_get_string(json_object_get_value(o, v::kFieldOp)) : nullptr;
+        if (names_op && op) table = std::string(op).substr(0, std::string(op).find(' '));
+        std::string label = kind == v::kStepExpect ? kind : kind + " " + (op && !names_table ? op : table);
         name_record(kind, table, label);
     }
 
@@ -498,16 +500,13 @@ private:
     // Reports record keys the type does not have, where the step (or a batch element) goes to an
     // object type.
     void lint(const JSON_Object *step) {
-        static const char *const specials[] = {"ports", "vlan", "route", "bundle", "get_then_update_test"};
-        for (const char *s : specials)
-            if (json_object_get_value(step, s)) return;
-        if (const JSON_Array *batch = json_value_get_array(json_object_get_value(step, "batch_crud"))) {
-            for (size_t i = 1; i < json_array_get_count(batch); ++i)
-                if (const JSON_Object *element = json_value_get_object(json_array_get_value(batch, i)))
-                    lint_type(element, Gated::No); // the batch enqueue has no object-set gate
-            return;
-        }
-        if (!json_object_get_value(step, "batch_crud")) lint_type(step, Gated::Yes, true);
+        const char *special = special_key(step); // the dispatch takes the first special key before any type
+        if (!special) return lint_type(step, Gated::Yes, true);
+        if (std::strcmp(special, pc::vocabulary::kKeyBatchCrud)) return; // the support library's steps have no records here
+        const JSON_Array *batch = json_value_get_array(json_object_get_value(step, special));
+        for (size_t i = 1; i < json_array_get_count(batch); ++i)
+            if (const JSON_Object *element = json_value_get_object(json_array_get_value(batch, i)))
+                lint_type(element, Gated::No); // the batch enqueue has no object-set gate
     }
 
     // Values that the library reads as whole numbers without a check of its own are refused
@@ -688,8 +687,13 @@ private:
     }
 
     std::string check_op_text(const JSON_Value *op, JSON_Value *body) {
-        static const std::set<std::string> ops = {"create", "delete", "eod", "update", "get", "get_first", "get_gt_eq",
-                                                  "get_next", "replay", "replay_start", "replay_end"};
+        // the ops the platform can inject into or answer per NPU: those with a code, and the replays
+        static const std::set<std::string> ops = [] {
+            std::set<std::string> names;
+            for (const pc::vocabulary::Op &o : pc::vocabulary::kOps)
+                if (o.code || o.has(pc::vocabulary::kFlagReplay)) names.insert(o.name);
+            return names;
+        }();
         const char *s = json_value_get_string(op);
         if (!s) return fail_at(op ? op : body, "op: names the type and the operation, such as \"test_if create\"");
         std::string text = s;

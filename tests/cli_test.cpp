@@ -269,7 +269,7 @@ TEST(Cli, TraceShowsEveryPlatformCallAtTheLineOfItsRecord) {
 TEST(Cli, ATypeIsDescribedWithEverythingARecordMayCarry) {
     Result r = run("catalogue --describe nhgroup");
     EXPECT_EQ(r.status, 0);
-    for (const char *text : {"nhgroup (type number 63)\n", "active while object_set is 0", "\"num_paths\"", "npu_mask\n",
+    for (const char *text : {"nhgroup (type number 63)\n", "active while object_set is 0", "\"num_paths\"", "control fields: op rc hdl trans_id depth npu_result npu_mask ",
                              "    nhgroup_id ", "    npu_bmap ", "read-only\n",
                              "    next_obj_ipllnh_refhdl / next_obj_ipllnh_refkey  (active while object_set is 0)\n",
                              "  in each element of \"members\":\n", "    forward_class "})

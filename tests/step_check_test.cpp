@@ -1,11 +1,14 @@
 // The pre-flight check, called directly: which steps it flags, where, and which it leaves alone.
 #include "check.hpp"
+#include "suggestions.hpp"
 
 #include "arena.hpp"
+#include "engine.hpp"
 #include "yaml_loader.hpp"
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <string>
 #include <vector>
 
@@ -105,6 +108,20 @@ TEST(StepCheck, AnInjectionForAnOperationThatNeverComesIsFound) {
     EXPECT_EQ(arm("\"ipacl eod\""), 0u);
     EXPECT_EQ(arm("\"ipnh create\""), 1u);
     EXPECT_EQ(arm("\"test_if eod\""), 1u);
+}
+
+// What a message lists as a type's ops is what its send runs, in either mode, for every type.
+TEST(StepCheck, TheOpsListedForATypeAreTheOnesItsSendRuns) {
+    size_t with_eod = 0;
+    for (size_t i = 0; i < pc::engine::kTypeCount; ++i) {
+        const pc::engine::TypeDesc &type = *pc::engine::kTypes[i];
+        std::vector<std::string_view> ops = pc::runner::ops_of(type);
+        with_eod += std::find(ops.begin(), ops.end(), "eod") != ops.end();
+        for (std::string_view op : ops)
+            for (int32_t mode : {1, 0})
+                EXPECT_EQ(pc::runner::op_problem(type, std::string(op).c_str(), 0, mode), "") << type.name << " " << op;
+    }
+    EXPECT_EQ(with_eod, 14u); // the end-of-data types
 }
 
 TEST(StepCheck, OpsAreThoseABranchOfTheTypeHandles) {

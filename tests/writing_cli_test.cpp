@@ -193,6 +193,37 @@ steps:
     EXPECT_TRUE(has(run, "positions.yaml:10:55: test_if has no end-of-data operation: op: eod runs nothing\n")) << run.output;
 }
 
+// The op line of `catalogue --describe TYPE`.
+std::string described_ops(const std::string &type) {
+    Result r = planecheck("catalogue --describe " + type);
+    size_t at = r.output.find("  operations: ");
+    return at == std::string::npos ? "" : r.output.substr(at + 14, r.output.find('\n', at) - at - 14);
+}
+
+TEST(RunAndCheck, ListTheOpsATypeHasAndSuggestOnlyThose) {
+    const std::string without_eod = "create, update, delete, get, get_first, get_next, get_gt_eq, walk_by_key, replay, replay_start, replay_end";
+    const std::string with_eod = "create, update, delete, get, get_first, get_next, get_gt_eq, eod, walk_by_key, replay, replay_start, replay_end";
+    std::string ops = scenario_file("ops.yaml", R"(steps:
+  - send: { test_if: [ { op: eodd, key_a: 1 } ] }
+  - send: { ipacl: [ { op: eodd } ] }
+  - send: { test_if: [ { op: get_frist, key_a: 1 } ] }
+)");
+    Result run = planecheck("run " + ops);
+    Result check = planecheck("check " + ops);
+    EXPECT_EQ(located_lines(run.output), located_lines(check.output)) << run.output << "\n" << check.output;
+    for (const Result *r : {&run, &check}) {
+        // test_if has no end-of-data operation: neither the list nor the suggestion offers eod
+        EXPECT_TRUE(has(*r, "ops.yaml:2:30: op: 'eodd' is no operation of test_if (" + without_eod + "): the record runs nothing\n"))
+            << r->output;
+        EXPECT_TRUE(has(*r, "ops.yaml:3:28: op: 'eodd' is no operation of ipacl (" + with_eod + "): the record runs nothing; did you mean eod?\n"))
+            << r->output;
+        EXPECT_TRUE(has(*r, "op: 'get_frist' is no operation of test_if (" + without_eod + "): the record runs nothing; did you mean get_first?\n"))
+            << r->output;
+    }
+    EXPECT_EQ(described_ops("test_if"), without_eod);
+    EXPECT_EQ(described_ops("ipacl"), with_eod);
+}
+
 TEST(Messages, QuietExpectHandlesAndArgumentErrorsSayWhatTheyMean) {
     Result quiet = planecheck("run -q " + std::string(PC_SOURCE_DIR) + "/examples/sdk_side.yaml");
     EXPECT_EQ(quiet.status, 0) << quiet.output;

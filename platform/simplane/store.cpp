@@ -3,6 +3,7 @@
 #include "trace.hpp"
 
 #include "planecheck/simplane.h"
+#include "planecheck/vocabulary.hpp"
 
 #include <algorithm>
 #include <cstdio>
@@ -300,8 +301,8 @@ int32_t still_referred(const Layout &target, const std::string &key, uint64_t hd
 } // namespace
 
 const char *op_name(uint8_t op) {
-    static const char *const names[] = {"none", "create", "delete", "eod", "update", "get", "get_first", "get_gt_eq", "get_next"};
-    return op < 9 ? names[op] : "unknown";
+    if (op == 0) return "none";
+    return op <= pc::vocabulary::kMaxOpCode ? pc::vocabulary::kOpByCode[op] : "unknown";
 }
 
 Obj construct(uint16_t type, uint32_t elements) {
@@ -497,7 +498,7 @@ int32_t run(Obj obj, uint16_t type, uint8_t op, bool server) {
 }
 
 int32_t replay(uint16_t type, Replay which) {
-    static const char *const names[] = {"replay", "replay_start", "replay_end"};
+    static const char *const names[] = {pc::vocabulary::kOpReplay, pc::vocabulary::kOpReplayStart, pc::vocabulary::kOpReplayEnd};
     std::string text = std::string(layout(type).name) + " " + names[int(which)];
     if (Armed *inj = take(state().injections, text)) return inj->status;
     log(0, "simplane: " + text);

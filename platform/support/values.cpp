@@ -2,6 +2,7 @@
 #include "planecheck/session.hpp"
 #include "planecheck/support.h"
 #include "recorder_sink.hpp"
+#include "planecheck/vocabulary.hpp"
 
 #include <algorithm>
 #include <cerrno>
@@ -75,12 +76,9 @@ int json_check_not_set(PROCESS *context, uint8_t is_set, const char *name, pc_va
 }
 
 uint32_t json_get_op_from_rec(const JSON_Object *record) {
-    static const char *const ops[] = {"create", "delete", "eod", "update", "get", "get_first", "get_gt_eq", "get_next"};
-    const char *op = json_value_get_string(json_object_get_value(record, "op"));
-    if (!op) return 0;
-    for (uint32_t i = 0; i < 8; ++i)
-        if (!std::strcmp(op, ops[i])) return i + 1;
-    return 0;
+    const char *op = json_value_get_string(json_object_get_value(record, pc::vocabulary::kFieldOp));
+    const pc::vocabulary::Op *found = pc::vocabulary::find_op(op);
+    return found ? found->code : 0;
 }
 
 int64_t json_value_get_constant(const JSON_Value *value) {

@@ -23,16 +23,24 @@ using engine::Kind;
 using engine::RoleDesc;
 using engine::TypeDesc;
 
-// The client send dispatch tests these keys before any object type, in this order.
-constexpr std::array<const char *, 6> kSpecialKeys = {"ports", "vlan", "batch_crud", "route", "bundle", "get_then_update_test"};
-// Ops a batch entry may carry: the batch list refuses every other operation code.
-constexpr std::array<const char *, 8> kBatchOps = {"create", "delete", "eod", "update", "get", "get_first", "get_gt_eq", "get_next"};
-constexpr std::array<const char *, 3> kReplayOps = {"replay", "replay_start", "replay_end"};
+namespace vocab = pc::vocabulary;
 
-template <size_t N> bool one_of(const char *s, const std::array<const char *, N> &list) {
-    for (const char *item : list)
-        if (s && !std::strcmp(s, item)) return true;
-    return false;
+bool is_replay(const char *op) {
+    const vocab::Op *found = vocab::find_op(op);
+    return found && found->has(vocab::kFlagReplay);
+}
+
+// A batch entry carries an operation code; the batch list refuses every other op.
+bool is_batch_op(const char *op) {
+    const vocab::Op *found = vocab::find_op(op);
+    return found && found->code;
+}
+
+std::string batch_ops_text() {
+    std::vector<std::string_view> ops;
+    for (const vocab::Op &op : vocab::kOps)
+        if (op.code) ops.push_back(op.name);
+    return fmt::format("{}", fmt::join(ops, ", "));
 }
 
 const char *kind_of(const JSON_Value *v) {
@@ -46,7 +54,7 @@ const char *kind_of(const JSON_Value *v) {
     }
 }
 
-const char *op_of(const JSON_Object *record) { return json_value_get_string(json_object_get_value(record, "op")); }
+const char *op_of(const JSON_Object *record) { return json_value_get_string(json_object_get_value(record, vocab::kFieldOp)); }
 
 uint16_t value_type_named(const char *name) {
     static const auto index = [] {
@@ -89,11 +97,8 @@ const TypeKeys &keys_of(const TypeDesc &t) {
 
 // Control fields whose values go through a converter, with the value type they are read as.
 const char *control_value_type(std::string_view key) {
-    if (key == "rc") return "rc";
-    if (key == "trans_id" || key == "depth") return "uint";
-    if (key == "npu_mask") return "32hex";
-    if (key == "create_option" || key == "get_option" || key == "retry_mode") return "int";
-    if (key == "expect_did_not_run") return "bool";
+    for (const vocab::ControlField &field : vocab::kControlFields)
+        if (key == field.name) return field.value_type;
     return nullptr;
 }
 
@@ -108,8 +113,8 @@ std::string enum_values(const support::ValueForm &form) {
 } // namespace
 
 const char *special_key(const JSON_Object *step) {
-    for (const char *key : kSpecialKeys)
-        if (json_object_get_value(step, key)) return key;
+    for (const vocab::SpecialKey &special : vocab::kSpecialKeys)
+        if (json_object_get_value(step, special.key)) return special.key;
     return nullptr;
 }
 
@@ -127,8 +132,8 @@ bool handle_number(const char *text) {
 
 const JSON_Value *unstored_handle(const JSON_Object *record, const std::function<bool(const char *)> &stored) {
     const char *op = op_of(record);
-    if (!op || (std::strcmp(op, "update") && std::strcmp(op, "delete"))) return nullptr;
-    const JSON_Value *hdl = json_object_get_value(record, "hdl");
+    if (!op || (std::strcmp(op, vocab::kOpUpdate) && std::strcmp(op, vocab::kOpDelete))) return nullptr;
+    const JSON_Value *hdl = json_object_get_value(record, vocab::kFieldHdl);
     const char *name = json_value_get_string(hdl);
     return name && !handle_number(name) && !stored(name) ? hdl : nullptr;
 }
@@ -162,7 +167,7 @@ void StepCheck::send(const JSON_Value *body, const JSON_Value *sdk) {
         JSON_Value *list = nullptr;
         if (special) {
             passed_over(o, special);
-            if (!std::strcmp(special, "batch_crud")) batch(json_object_get_value(o, special));
+            if (!std::strcmp(special, vocab::kKeyBatchCrud)) batch(json_object_get_value(o, special));
         } else if (const TypeDesc *type = table(o, body, list, "run"); type && type_active(*type, list, false)) {
             records(*type, list, Use::Sent);
         }
@@ -204,7 +209,7 @@ void StepCheck::arm(const std::string &kind, const JSON_Value *op) {
     if (!active_under(type->gate, object_set_))
         add(op, fmt::format("{}: {} waits for '{}', and {} is {}: it never comes", kind, kind == "inject" ? "the injection" : "the result",
                             text, type->name, inactive_text(object_set_)));
-    else if (text.substr(space + 1) == "eod" && !type->eod)
+    else if (text.substr(space + 1) == vocab::kOpEod && !type->eod)
         add(op, fmt::format("{}: '{}' never comes: {} has no end-of-data operation", kind, text, type->name));
     else
         armed_.push_back({kind, text, pc_json_line(op), pc_json_column(op)});
@@ -327,7 +332,7 @@ void StepCheck::records(const TypeDesc &type, const JSON_Value *value, Use use) 
         }
         else sent_op(type, v, i);
         handles(record);
-        if (use == Use::Sent && i == 0 && one_of(op_of(record), kReplayOps) && n > 1) {
+        if (use == Use::Sent && i == 0 && is_replay(op_of(record)) && n > 1) {
             add(json_array_get_value(list, 1), fmt::format("the records after a first {} record are never run", op_of(record)));
             break;
         }
@@ -337,18 +342,16 @@ void StepCheck::records(const TypeDesc &type, const JSON_Value *value, Use use) 
 // Whether a branch of the type's send performs `op` in the record at `index`: the operations come
 // from the type's descriptor (an end-of-data operation exists for a few types only).
 static bool performs(const TypeDesc &type, const char *op, size_t index, int32_t mode) {
-    if (!std::strcmp(op, "walk_by_key")) return type.ops->chain_walk != nullptr;
-    if (one_of(op, kReplayOps)) return index == 0;
-    static const char *const codes[] = {"create", "delete", "eod", "update", "get", "get_first", "get_gt_eq", "get_next"};
-    for (size_t code = 0; code < 8; ++code)
-        if (!std::strcmp(op, codes[code])) return (mode == 1 ? type.ops->client : type.ops->server)[code] != nullptr;
-    return false;
+    if (!std::strcmp(op, vocab::kOpWalkByKey)) return type.ops->chain_walk != nullptr;
+    if (is_replay(op)) return index == 0;
+    const vocab::Op *found = vocab::find_op(op);
+    return found && found->code && (mode == 1 ? type.ops->client : type.ops->server)[found->code - 1] != nullptr;
 }
 
 // Which branch of the send handles the record's op; a record no branch handles is built and
 // checked, but no operation runs.
 void StepCheck::sent_op(const TypeDesc &type, const JSON_Value *value, size_t index) {
-    const JSON_Value *op_value = json_object_get_value(json_value_get_object(value), "op");
+    const JSON_Value *op_value = json_object_get_value(json_value_get_object(value), vocab::kFieldOp);
     const char *op = json_value_get_string(op_value);
     if (!op) {
         add(op_value ? op_value : value, "the record has no op: text (create, update, delete, get, ...)");
@@ -361,21 +364,23 @@ void StepCheck::sent_op(const TypeDesc &type, const JSON_Value *value, size_t in
 
 std::string op_problem(const TypeDesc &type, const char *op, size_t index, int32_t mode) {
     if (performs(type, op, index, mode)) return "";
-    if (!std::strcmp(op, "eod")) return fmt::format("{} has no end-of-data operation: op: eod runs nothing", type.name);
-    if (one_of(op, kReplayOps)) return fmt::format("op: {} runs only as the first record of a list; here it runs nothing", op);
-    return fmt::format("op: '{}' is no operation of {} (create, update, delete, get, get_first, get_next, get_gt_eq, walk_by_key, "
-                       "eod, replay, replay_start, replay_end): the record runs nothing{}", op, type.name, op_suggestion(op));
+    const vocab::Op *found = vocab::find_op(op);
+    if (found && found->has(vocab::kFlagNeedsEod))
+        return fmt::format("{} has no end-of-data operation: op: {} runs nothing", type.name, op);
+    if (is_replay(op)) return fmt::format("op: {} runs only as the first record of a list; here it runs nothing", op);
+    return fmt::format("op: '{}' is no operation of {} ({}): the record runs nothing{}", op, type.name, ops_text(type),
+                       op_suggestion(type, op));
 }
 
 // The batch list takes the operation codes of create to get_next; it refuses any other, and the
 // refusal ends the process.
 void StepCheck::queued_op(const JSON_Value *value) {
-    const JSON_Value *op_value = json_object_get_value(json_value_get_object(value), "op");
+    const JSON_Value *op_value = json_object_get_value(json_value_get_object(value), vocab::kFieldOp);
     const char *op = json_value_get_string(op_value);
-    if (one_of(op, kBatchOps)) return;
+    if (is_batch_op(op)) return;
     add(op_value ? op_value : value,
-        fmt::format("the batch refuses {} and the process ends (assertion rc == EOK): a batch entry is one of create, update, "
-                    "delete, eod, get, get_first, get_next, get_gt_eq", op ? fmt::format("op '{}'", op) : std::string("a record without op:")));
+        fmt::format("the batch refuses {} and the process ends (assertion rc == EOK): a batch entry is one of {}",
+                    op ? fmt::format("op '{}'", op) : std::string("a record without op:"), batch_ops_text()));
 }
 
 // Create and the gets store a handle under the name in "hdl"; update and delete read it.
@@ -386,8 +391,10 @@ void StepCheck::handles(const JSON_Object *record) {
         return;
     }
     const char *op = op_of(record);
-    const char *name = json_value_get_string(json_object_get_value(record, "hdl"));
-    if (op && name && !handle_number(name) && (!std::strcmp(op, "create") || !std::strncmp(op, "get", 3))) stored_.insert(name);
+    const char *name = json_value_get_string(json_object_get_value(record, vocab::kFieldHdl));
+    const vocab::Op *found = vocab::find_op(op);
+    bool stores = found && (!std::strcmp(op, vocab::kOpCreate) || found->has(vocab::kFlagGet));
+    if (name && !handle_number(name) && stores) stored_.insert(name);
 }
 
 // The members of a step other than the one the library takes are never looked at.

@@ -27,9 +27,8 @@ const Names &names_of(const engine::TypeDesc &t) {
     auto &slot = cache[t.number];
     if (slot) return *slot;
     slot = std::make_unique<Names>();
-    for (const char *control : {"op", "rc", "hdl", "trans_id", "depth", "npu_result", "npu_mask", "create_option",
-                                "get_option", "retry_mode", "router", "members", "npd_state", "expect_did_not_run"})
-        slot->top.insert(control);
+    for (const auto &control : vocabulary::kControlFields) slot->top.insert(control.name);
+    for (const char *other : {"members", "npd_state"}) slot->top.insert(other); // the elements, and the SDK side's state
     if (t.count_key) slot->top.insert(t.count_key);
     for (const auto &a : t.top()) slot->own_top.push_back(a.name);
     for (const auto &a : t.elements()) slot->own_element.push_back(a.name);

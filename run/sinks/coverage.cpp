@@ -14,6 +14,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <iterator>
+#include <string_view>
 #include <utility>
 
 namespace pc::coverage {
@@ -23,9 +24,30 @@ using engine::Kind;
 using engine::RoleDesc;
 using engine::TypeDesc;
 
-const std::array<const char *, kOpCount> kOpNames = {
-    "create", "update", "delete", "get", "get_first", "get_next", "get_gt_eq", "eod", "walk_by_key",
-    "replay", "replay_start", "replay_end", "sdk_answer", "dump"};
+namespace {
+
+// The record ops in the catalogue's order, then the two step kinds.
+constexpr std::array<const char *, kOpCount> op_names() {
+    std::array<const char *, kOpCount> names{};
+    size_t i = 0;
+    for (const vocabulary::Op &op : vocabulary::kOps) names[i++] = op.name;
+    names[kSdkAnswer] = "sdk_answer";
+    names[kDump] = "dump";
+    return names;
+}
+
+constexpr bool named(Op op, std::string_view name) { return op_names()[op] == name; }
+static_assert(vocabulary::kOpCount == kSdkAnswer, "every catalogue op has a coverage counter");
+namespace v = vocabulary;
+static_assert(named(kCreate, v::kOpCreate) && named(kUpdate, v::kOpUpdate) && named(kDelete, v::kOpDelete) &&
+                  named(kGet, v::kOpGet) && named(kGetFirst, v::kOpGetFirst) && named(kGetNext, v::kOpGetNext) &&
+                  named(kGetGtEq, v::kOpGetGtEq) && named(kEod, v::kOpEod) && named(kWalkByKey, v::kOpWalkByKey) &&
+                  named(kReplay, v::kOpReplay) && named(kReplayStart, v::kOpReplayStart) && named(kReplayEnd, v::kOpReplayEnd),
+              "the counters follow the catalogue's order of ops");
+
+} // namespace
+
+const std::array<const char *, kOpCount> kOpNames = op_names();
 
 int op_from_text(const char *text) {
     for (size_t i = 0; text && i < kOpNames.size(); ++i)

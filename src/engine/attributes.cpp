@@ -83,29 +83,29 @@ int set_attributes(const TypeDesc &type, const RecordMembers &members, PROCESS *
     const char *op = json_value_get_string(members.control(Control::Op));
     if (!op) return 0;
     const TypeOps &ops = *type.ops;
-    if (!is(op, "eod")) {
+    if (!is(op, vocabulary::kOpEod)) {
         set_keys(type, members, context, obj);
         if (JSON_Value *mask = members.control(Control::NpuMask); mask && ops.set_npu_mask) {
             uint32_t value = 0;
-            json_convert_32hex(context, &value, mask, "npu_mask");
+            json_convert_32hex(context, &value, mask, vocabulary::kFieldNpuMask);
             ops.set_npu_mask(obj, value);
         }
     }
     JSON_Value *retry = members.control(Control::RetryMode);
     if (retry) {
         int32_t value = 0;
-        json_convert_int(context, &value, retry, "retry_mode");
+        json_convert_int(context, &value, retry, vocabulary::kFieldRetryMode);
         ops.set_retry_mode(obj, uint8_t(value));
     }
-    if (!is(op, "create")) {
+    if (!is(op, vocabulary::kOpCreate)) {
         if (JSON_Value *hdl = members.control(Control::Hdl)) {
             uint64_t value = 0;
-            json_convert_ulong(context, &value, hdl, "hdl");
+            json_convert_ulong(context, &value, hdl, vocabulary::kFieldHdl);
             if (value) ops.set_hdl(obj, value);
         }
     } else if (JSON_Value *option = members.control(Control::CreateOption)) {
         int32_t value = 0;
-        json_convert_int(context, &value, option, "create_option");
+        json_convert_int(context, &value, option, vocabulary::kFieldCreateOption);
         ops.set_create_opt(obj, uint8_t(value));
     }
     if (starts_with_get(op))
@@ -116,10 +116,10 @@ int set_attributes(const TypeDesc &type, const RecordMembers &members, PROCESS *
         }
     if (std::strncmp(op, "update", 6) == 0 && retry) {
         uint8_t value = 0;
-        json_convert_bool(context, &value, retry, "retry_mode"); // the boolean reading stands on update
+        json_convert_bool(context, &value, retry, vocabulary::kFieldRetryMode); // the boolean reading stands on update
         ops.set_retry_mode(obj, value);
     }
-    if (!is(op, "create") && !is(op, "delete") && !is(op, "update")) return 0;
+    if (!is(op, vocabulary::kOpCreate) && !is(op, vocabulary::kOpDelete) && !is(op, vocabulary::kOpUpdate)) return 0;
     set_members(type, members, context, obj, 0, false);
     set_elements_of(type, json_value_get_array(members.control(Control::Members)), context, obj);
     return 0;

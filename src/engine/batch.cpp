@@ -46,7 +46,7 @@ void read_parameters(const JSON_Value *first, PROCESS *context, int32_t &expecte
         support::report_finding(context, std::move(f));
         return;
     }
-    if (JSON_Value *rc = json_object_get_value(params, "batch_rc_expect")) json_convert_rc(context, &expected, rc, "rc");
+    if (JSON_Value *rc = json_object_get_value(params, "batch_rc_expect")) json_convert_rc(context, &expected, rc, vocabulary::kFieldRc);
     if (JSON_Value *flag = json_object_get_value(params, "continue_on_error"))
         json_convert_bool(context, &continue_on_error, flag, "continue_on_error");
 }
@@ -82,14 +82,14 @@ int32_t validate_object(const TypeDesc &type, Obj entry, JSON_Value *value, PROC
     uint8_t ran = ofa_client_base_get_table_op(entry);
     int32_t received = ofa_client_base_get_rc(entry), expected = 0;
     JSON_Object *record = json_value_get_object(json_array_get_value(json_value_get_array(value), 0));
-    JSON_Value *op = json_object_get_value(record, "op");
+    JSON_Value *op = json_object_get_value(record, vocabulary::kFieldOp);
     if (ran != uint8_t(json_get_op_from_rec(record)))
         broken("obj_table_op == json_table_op", unit_of(type), __LINE__,
                std::string("int32_t json_validate_object_") + type.name + "(ofa_client_obj_base_t, JSON_Value *, PROCESS *)");
-    if (JSON_Value *rc = json_object_get_value(record, "rc")) json_convert_rc(context, &expected, rc, "rc");
+    if (JSON_Value *rc = json_object_get_value(record, vocabulary::kFieldRc)) json_convert_rc(context, &expected, rc, vocabulary::kFieldRc);
     uint8_t did_not_run = ofa_client_base_get_did_not_run(entry), expect_did_not_run = 0;
-    if (JSON_Value *flag = json_object_get_value(record, "expect_did_not_run")) {
-        json_convert_bool(context, &expect_did_not_run, flag, "expect_did_not_run");
+    if (JSON_Value *flag = json_object_get_value(record, vocabulary::kFieldExpectDidNotRun)) {
+        json_convert_bool(context, &expect_did_not_run, flag, vocabulary::kFieldExpectDidNotRun);
         if (did_not_run != expect_did_not_run) {
             pc_finding f = support::mismatch(pc_finding::Text::did_not_run, "expect_did_not_run", std::to_string(expect_did_not_run),
                                              std::to_string(did_not_run));

@@ -10,16 +10,12 @@ void report_unknown_table(PROCESS *context, const JSON_Object *record) {
     support::report_finding(context, std::move(f));
 }
 
-const char *op_text(uint8_t code) {
-    static const char *const names[] = {"", "create", "delete", "eod", "update", "get", "get_first", "get_gt_eq", "get_next"};
-    return code < 9 ? names[code] : "";
-}
+const char *op_text(uint8_t code) { return code <= vocabulary::kMaxOpCode ? vocabulary::kOpByCode[code] : ""; }
 
 uint8_t op_code(const TypeDesc &type, const char *op) {
-    if (!op) return 0;
-    for (uint8_t code = DPA_OP_CREATE; code <= DPA_OP_GET_NEXT; ++code)
-        if (std::strcmp(op, op_text(code)) == 0) return code == DPA_OP_EOD && !type.eod ? 0 : code;
-    return 0;
+    const vocabulary::Op *found = vocabulary::find_op(op);
+    if (!found || (found->has(vocabulary::kFlagNeedsEod) && !type.eod)) return 0;
+    return found->code;
 }
 
 Obj construct(const TypeDesc &type, const JSON_Object *record, bool members_only) {

@@ -2,6 +2,7 @@
 // order. The engine reads these and never names a type; what differs between types is data.
 #pragma once
 
+#include "planecheck/vocabulary.hpp"
 #include "planecheck/platform_types.h"
 #include "planecheck/process.h"
 
@@ -83,8 +84,8 @@ struct TypeOps {
     void (*dtor)(Obj);
     void (*set_key)(Obj, const void *key);
     void (*get_key)(Obj, void *key);
-    OpFn client[8];          // indexed by dpa_op_code - 1; null where the type has no such op
-    OpFn server[8];
+    OpFn client[vocabulary::kMaxOpCode]; // indexed by dpa_op_code - 1; null where the type has no such op
+    OpFn server[vocabulary::kMaxOpCode];
     int32_t (*replay)();
     int32_t (*replay_start)();
     int32_t (*replay_end)();

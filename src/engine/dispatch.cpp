@@ -33,9 +33,9 @@ const TypeDesc *first_type(const JSON_Object *record, JSON_Value *&value) {
 
 extern "C" int json_send_object_client(JSON_Value *value, PROCESS *context) {
     using Handler = int (*)(JSON_Value *, PROCESS *);
-    static const std::pair<const char *, Handler> specials[] = {
-        {"ports", json_ports_send},   {"vlan", json_vlan_send},     {"batch_crud", json_batch_crud_send},
-        {"route", json_route_send},   {"bundle", json_bundle_send}, {"get_then_update_test", json_get_then_update_send}};
+#define PC_SPECIAL_KEY(key, handler) {key, handler},
+    static const std::pair<const char *, Handler> specials[] = {PC_SPECIAL_KEY_HANDLERS(PC_SPECIAL_KEY)};
+#undef PC_SPECIAL_KEY
     const JSON_Object *record = json_value_get_object(value);
     if (!record) return 0;
     for (const auto &[key, handler] : specials)

@@ -23,8 +23,10 @@ struct TypeIndex {
     std::unordered_map<std::string_view, Entry> top, element;
 };
 
-constexpr const char *kControlNames[] = {"op", "rc", "hdl", "trans_id", "depth", "members", "npu_mask",
-                                         "retry_mode", "create_option", "get_option"};
+namespace v = pc::vocabulary;
+// "members" is no control field, but it is found in the same pass as they are
+constexpr const char *kControlNames[] = {v::kFieldOp, v::kFieldRc, v::kFieldHdl, v::kFieldTransId, v::kFieldDepth, "members",
+                                         v::kFieldNpuMask, v::kFieldRetryMode, v::kFieldCreateOption, v::kFieldGetOption};
 static_assert(std::size(kControlNames) == size_t(Control::Count));
 
 void add(std::unordered_map<std::string_view, Entry> &map, const char *name, Member m) {

@@ -122,9 +122,9 @@ void entry(RecordText &out, const TypeDesc &type, PROCESS *context, const char *
     }
     bool retry = inst->flags & DPA_FLAG_RETRY_MODE;
     if (retry) out << "      \"retry_mode\": true,\n";
-    if (is(op, "create") && inst->option) out << "      \"create_option\": " << uint64_t(inst->option) << ",\n";
-    if (is(op, "update") && inst->option) out << "      \"update_option\": " << uint64_t(inst->option) << ",\n";
-    if (is(op, "update") && retry) out << "      \"retry_mode\": 1,\n"; // written twice on update: intended
+    if (is(op, vocabulary::kOpCreate) && inst->option) out << "      \"create_option\": " << uint64_t(inst->option) << ",\n";
+    if (is(op, vocabulary::kOpUpdate) && inst->option) out << "      \"update_option\": " << uint64_t(inst->option) << ",\n";
+    if (is(op, vocabulary::kOpUpdate) && retry) out << "      \"retry_mode\": 1,\n"; // written twice on update: intended
     if (starts_with_get(op) && inst->get_state)
         out << "      \"get_option\": 2,\n"
             << "      \"npd_state\": " << inst->get_state << ",\n";
@@ -134,7 +134,7 @@ void entry(RecordText &out, const TypeDesc &type, PROCESS *context, const char *
     if (uint64_t handle = type.ops->get_hdl(obj)) {
         out << "      \"hdl\": \"handle 0x";
         out.hex(static_cast<unsigned long>(handle)) << "\",\n";
-    } else if (is(op, "create") && is(type.name, "nhprotect")) {
+    } else if (is(op, vocabulary::kOpCreate) && is(type.name, "nhprotect")) {
         out << "      \"hdl\": \"handle FIXME\",\n"; // nhprotect's placeholder text, kept as it is
     }
     if (status_class(status)) out << "      \"err\": " << uint64_t(unsigned(status_class(status))) << ",\n";

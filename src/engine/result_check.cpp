@@ -19,7 +19,7 @@ void report_npu_result(const TypeDesc &type, PROCESS *context, const char *op, u
 }
 
 void check_npu_results(const TypeDesc &type, PROCESS *context, Obj obj, const JSON_Object *record, const char *op) {
-    const JSON_Array *expected = json_value_get_array(json_object_get_value(record, "npu_result"));
+    const JSON_Array *expected = json_value_get_array(json_object_get_value(record, vocabulary::kFieldNpuResult));
     for (size_t i = 0; expected && i < json_array_get_count(expected); ++i) {
         uint32_t r = type.ops->get_npu_result(obj, uint32_t(i));
         uint32_t e = uint32_t(json_value_get_constant(json_array_get_value(expected, i)));
@@ -31,7 +31,7 @@ void check_npu_results(const TypeDesc &type, PROCESS *context, Obj obj, const JS
 void name_handle(const TypeDesc &type, PROCESS *context, Obj obj, const JSON_Object *record) {
     uint64_t handle = type.ops->get_hdl(obj);
     if (context->verbose) _proxy_log(context, 0, "Returned obj_handle %p\n", reinterpret_cast<void *>(handle));
-    if (json_object_get_value(record, "hdl")) json_set_hdl(context, string_member(record, "hdl"), handle);
+    if (json_object_get_value(record, vocabulary::kFieldHdl)) json_set_hdl(context, string_member(record, vocabulary::kFieldHdl), handle);
 }
 
 // Re-issues the record while the operation keeps meeting an injected error; no bound, as the
@@ -79,7 +79,7 @@ void check_result(const TypeDesc &type, PROCESS *context, Obj obj, int32_t recei
         received = retry_injected(type, context, rec, op, received, expected);
         if (judge(type, context, op, received, expected)) {
             uint32_t trans_id = 0;
-            if (JSON_Value *t = json_object_get_value(rec, "trans_id")) json_convert_uint(context, &trans_id, t, "trans_id");
+            if (JSON_Value *t = json_object_get_value(rec, vocabulary::kFieldTransId)) json_convert_uint(context, &trans_id, t, vocabulary::kFieldTransId);
             type.ops->print_self(obj, dpa_print_opts_t{1, trans_id}, 0);
         }
         return;
@@ -104,15 +104,15 @@ void check_result(const TypeDesc &type, PROCESS *context, Obj obj, int32_t recei
 int32_t send_retry(const TypeDesc &type, JSON_Object *record, PROCESS *context) {
     Obj obj = construct(type, record, type.has(kSendCountsMembersOnly));
     set_attributes(type, record, context, obj);
-    const char *op = string_member(record, "op");
+    const char *op = string_member(record, vocabulary::kFieldOp);
     int32_t status = 0;
-    if (is(op, "create")) {
+    if (is(op, vocabulary::kOpCreate)) {
         if (context->verbose) _proxy_log(context, 0, "Calling dpa_%s_create \n", type.name);
         status = perform(type, context, obj, DPA_OP_CREATE);
         recorder_dump(type, context, "send_object", "create", obj, status);
         if (status == 0) name_handle(type, context, obj, record);
     }
-    if (is(op, "update")) {
+    if (is(op, vocabulary::kOpUpdate)) {
         if (context->verbose) _proxy_log(context, 0, "Calling dpa_%s_update \n", type.name);
         status = perform(type, context, obj, DPA_OP_UPDATE);
         if (!type.has(kNoRecorderUpdateGet)) recorder_dump(type, context, "send_object", "update", obj, status);

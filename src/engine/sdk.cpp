@@ -121,9 +121,9 @@ int receive(const TypeDesc &type, JSON_Value *records, PROCESS *context) {
     for (size_t i = 0; list && i < json_array_get_count(list); ++i) {
         const JSON_Object *record = json_value_get_object(json_array_get_value(list, i));
         if (!record) continue;
-        const char *op = string_member(record, "op");
-        if (is(op, "create") || is(op, "update")) check_pass(type, record, context, view);
-        if (JSON_Value *rc = json_object_get_value(record, "rc")) result = int(json_value_get_constant(rc));
+        const char *op = string_member(record, vocabulary::kFieldOp);
+        if (is(op, vocabulary::kOpCreate) || is(op, vocabulary::kOpUpdate)) check_pass(type, record, context, view);
+        if (JSON_Value *rc = json_object_get_value(record, vocabulary::kFieldRc)) result = int(json_value_get_constant(rc));
         if (starts_with_get(op)) fill_pass(type, record, context, view);
     }
     // the slot keeps the freed view on purpose: the runner stores the next received object first
@@ -157,7 +157,7 @@ int object_dump(const TypeDesc &type, JSON_Value *value, PROCESS *context) {
     if (type.has(kRouterGate) && platform_get_router_type() != 16) return -1;
     const JSON_Array *list = json_value_get_array(value);
     const JSON_Object *first = json_value_get_object(json_array_get_value(list, 0));
-    if (JSON_Value *router = json_object_get_value(first, "router"))
+    if (JSON_Value *router = json_object_get_value(first, vocabulary::kFieldRouter))
         if (uint64_t(json_value_get_constant(router)) != uint64_t(context->router_type)) return -1;
     if (!list) return 0;
     int result = 0;
@@ -176,9 +176,9 @@ int object_dump(const TypeDesc &type, JSON_Value *value, PROCESS *context) {
         type.ops->set_key(obj, key); // always, also with no key field given
         for (const Member &m : members)
             if (m.what == Member::Attribute && m.index < type.key_count) type.attrs[m.index].set(obj, 0, key + key_offset(type, m.index));
-        if (JSON_Value *rc = json_object_get_value(record, "rc")) result = int(json_value_get_constant(rc));
-        const char *op = string_member(record, "op");
-        if (is(op, "create") || is(op, "delete") || is(op, "update")) {
+        if (JSON_Value *rc = json_object_get_value(record, vocabulary::kFieldRc)) result = int(json_value_get_constant(rc));
+        const char *op = string_member(record, vocabulary::kFieldOp);
+        if (is(op, vocabulary::kOpCreate) || is(op, vocabulary::kOpDelete) || is(op, vocabulary::kOpUpdate)) {
             set_members(type, members, context, obj, 0, false);
             set_elements(type, record, context, obj);
         }

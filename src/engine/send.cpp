@@ -14,15 +14,15 @@ namespace {
 // A first record asking for a replay runs only the replay; its status is recorded, not returned.
 bool run_replay(const TypeDesc &type, PROCESS *context, const JSON_Value *first) {
     const JSON_Object *record = json_value_get_object(first);
-    const char *op = string_member(record, "op");
-    if (is(op, "replay")) {
-        recorder_dump_replay(type, context, "send_object", "replay", type.ops->replay());
-    } else if (is(op, "replay_start")) {
+    const char *op = string_member(record, vocabulary::kFieldOp);
+    if (is(op, vocabulary::kOpReplay)) {
+        recorder_dump_replay(type, context, "send_object", vocabulary::kOpReplay, type.ops->replay());
+    } else if (is(op, vocabulary::kOpReplayStart)) {
         type.ops->replay_start();
-        recorder_dump_replay(type, context, "send_object", "replay_start", 0);
-    } else if (is(op, "replay_end")) {
+        recorder_dump_replay(type, context, "send_object", vocabulary::kOpReplayStart, 0);
+    } else if (is(op, vocabulary::kOpReplayEnd)) {
         type.ops->replay_end();
-        recorder_dump_replay(type, context, "send_object", "replay_end", 0);
+        recorder_dump_replay(type, context, "send_object", vocabulary::kOpReplayEnd, 0);
     } else {
         return false;
     }
@@ -32,18 +32,18 @@ bool run_replay(const TypeDesc &type, PROCESS *context, const JSON_Value *first)
 
 void read_expected(PROCESS *context, JSON_Value *rc, int32_t &expected) {
     expected = 0;
-    json_convert_rc(context, &expected, rc, "rc");
+    json_convert_rc(context, &expected, rc, vocabulary::kFieldRc);
 }
 
 void walk_by_key(const TypeDesc &type, PROCESS *context, Obj obj, const RecordMembers &record, int32_t last,
                  dpa_walk_opts_t &walk) {
     if (JSON_Value *trans = record.control(Control::TransId)) {
         walk.trans_id = 0;
-        json_convert_uint(context, &walk.trans_id, trans, "trans_id");
+        json_convert_uint(context, &walk.trans_id, trans, vocabulary::kFieldTransId);
     }
     if (JSON_Value *depth = record.control(Control::Depth)) {
         walk.depth = 0;
-        json_convert_uint(context, &walk.depth, depth, "depth");
+        json_convert_uint(context, &walk.depth, depth, vocabulary::kFieldDepth);
     }
     // the recorder spells this op without its second underscore, as the record format has it
     recorder_dump(type, context, "send_object", "walk_bykey", obj, last);
@@ -94,11 +94,11 @@ int64_t send(const TypeDesc &type, JSON_Value *value, PROCESS *context) {
                 _proxy_log(context, 1, "WAITING\n");
                 usleep(100000);
             }
-        } else if (is(op, "walk_by_key")) {
+        } else if (is(op, vocabulary::kOpWalkByKey)) {
             walk_by_key(type, context, obj, members, last, walk);
         }
         if (rc) read_expected(context, rc, expected); // converted again after the operation, deliberately
-        if (code || is(op, "walk_by_key")) note_ran(type, context, record, code != 0, last, expected);
+        if (code || is(op, vocabulary::kOpWalkByKey)) note_ran(type, context, record, code != 0, last, expected);
         check_result(type, context, obj, last, expected, record, op_value);
         if (last == 0 && starts_with_get(op)) cmp_attributes(type, record, members, context, obj);
         type.ops->dtor(obj);

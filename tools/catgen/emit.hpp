@@ -21,6 +21,7 @@ std::string engine_shard(const Catalogue &cat, int shard);
 std::string engine_catalogue(const Catalogue &cat);
 std::string scenario_schema(const Catalogue &cat);      // scenario.schema.json
 std::string schema_source(const std::string &schema);  // the schema as a C++ constant
+std::string vocabulary_header(const Vocabulary &vocab); // planecheck/vocabulary.hpp
 
 // The native C type of an attribute's value as accessors see it.
 inline std::string c_type(const Attribute &a) { return a.type->c_type(); }
@@ -30,7 +31,6 @@ std::string enum_constant_prefix(const std::string &enum_name);
 std::string key_type(const ObjectType &t);   // dpa_<obj>_key_t
 std::string role_accessor(const ObjectType &t, const RolePair &p, const char *verb, const char *form);
 
-extern const char *const kOpNames[8]; // by dpa_op_code - 1
 // Names that have their own stub functions but no catalogue entry and no place in any dispatch.
 extern const char *const kStubTypes[7];
 

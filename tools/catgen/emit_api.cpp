@@ -10,7 +10,6 @@ namespace catgen {
 
 const char *const kStubTypes[7] = {"ofa_trap", "ofa_pbr_tt_ipv6", "ofa_trap_policer", "mplsnhid",
                                    "ofa_pbr_tt_ipv4", "ofa_mpls_path_encap", "ofa_port_range"};
-const char *const kOpNames[8] = {"create", "delete", "eod", "update", "get", "get_first", "get_gt_eq", "get_next"};
 
 std::vector<const ObjectType *> shard_types(const Catalogue &cat, int shard) {
     std::vector<const ObjectType *> out;
@@ -98,9 +97,10 @@ void emit_type(std::string &out, const Catalogue &cat, const ObjectType &t) {
     out += fmt::format("ofa_client_obj_base_t dpa_{}_ctor({});\n", n, t.sized() ? "uint32_t elements" : "void");
     out += fmt::format("void dpa_{0}_dtor({1});\nvoid dpa_{0}_set_key({1}, {2} key);\n{2} dpa_{0}_get_key({1});\n", n, O, K);
     for (const char *prefix : {"dpa_", "dpa_srv_"})
-        for (int op = 0; op < 8; ++op)
-            if (op != 2 || t.eod) out += fmt::format("int32_t {}{}_{}({});\n", prefix, n, kOpNames[op], O);
-    for (const char *r : {"replay", "replay_start", "replay_end"}) out += fmt::format("int32_t dpa_{}_{}(void);\n", n, r);
+        for (const Op *op : cat.vocabulary.coded_ops())
+            if (!op->eod || t.eod) out += fmt::format("int32_t {}{}_{}({});\n", prefix, n, op->name, O);
+    for (const Op &op : cat.vocabulary.ops)
+        if (op.replay) out += fmt::format("int32_t dpa_{}_{}(void);\n", n, op.name); // no server form
     out += fmt::format("void dpa_{0}_set_hdl({1}, uint64_t handle);\nuint64_t dpa_{0}_get_hdl({1});\n", n, O);
     out += fmt::format("void dpa_{0}_set_create_opt({1}, uint8_t option);\nvoid dpa_{0}_set_getopt({1}, uint8_t option);\n", n, O);
     out += fmt::format("void dpa_{0}_set_retry_mode({1}, uint8_t retry);\nuint32_t dpa_{0}_get_npu_result({1}, uint32_t npu);\n", n, O);

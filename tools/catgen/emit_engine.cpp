@@ -52,12 +52,12 @@ std::string role_row(const Catalogue &cat, const ObjectType &t, const RolePair &
         role_accessor(t, p, "get", "refkey"), sfx, role_accessor(t, p, "is_set", "refkey"));
 }
 
-std::string ops_row(const ObjectType &t) {
+std::string ops_row(const Catalogue &cat, const ObjectType &t) {
     const std::string n = t.name, K = key_type(t);
     auto ops = [&](const char *prefix) {
         std::vector<std::string> v;
-        for (int op = 0; op < 8; ++op)
-            v.push_back(op == 2 && !t.eod ? "nullptr" : fmt::format("{}{}_{}", prefix, n, kOpNames[op]));
+        for (const Op *op : cat.vocabulary.coded_ops()) // indexed by code - 1
+            v.push_back(op->eod && !t.eod ? "nullptr" : fmt::format("{}{}_{}", prefix, n, op->name));
         return fmt::format("{{{}}}", fmt::join(v, ", "));
     };
     return fmt::format(
@@ -129,7 +129,7 @@ std::string engine_shard(const Catalogue &cat, int shard) {
             }
             out += "};\n";
         }
-        out += ops_row(t) + "} // namespace\n";
+        out += ops_row(cat, t) + "} // namespace\n";
         out += fmt::format(
             "extern const TypeDesc PC_HIDDEN type_{0} = {{\"{0}\", {1}, {2}, {3}, {4}, {5}, {6}, {7}, attrs_{0}, {8}, {9}, {10}, {11}, {12}, &ops_{0}}};\n\n",
             t.name, t.index, gate_name(t.gate), t.eod, t.npu_mask, t.sized() ? "\"" + t.count_key + "\"" : "nullptr",

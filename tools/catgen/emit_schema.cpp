@@ -8,6 +8,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <map>
 #include <set>
 
 namespace catgen {
@@ -198,11 +199,18 @@ void role_pairs(const Catalogue &cat, const ObjectType &t, bool element, Members
     }
 }
 
-std::string operations(const ObjectType &t) {
+// The ops with a code first, by code, then the others as the vocabulary lists them.
+std::vector<const Op *> schema_ops(const Vocabulary &v) {
+    std::vector<const Op *> ops = v.coded_ops();
+    for (const Op &op : v.ops)
+        if (!op.code) ops.push_back(&op);
+    return ops;
+}
+
+std::string operations(const Vocabulary &v, const ObjectType &t) {
     std::vector<std::string> ops;
-    for (const char *op : kOpNames)
-        if (std::strcmp(op, "eod") || t.eod) ops.push_back(q(op));
-    for (const char *op : {"walk_by_key", "replay", "replay_start", "replay_end"}) ops.push_back(q(op));
+    for (const Op *op : schema_ops(v))
+        if (!op->eod || t.eod) ops.push_back(q(op->name));
     return obj({{"enum", arr(ops)}, {"description", q("the operation to run")}});
 }
 
@@ -223,12 +231,22 @@ void control_definitions(Members &defs) {
                           {"description", q("element count of the object (else the length of members)")}}));
 }
 
-void control_fields(const ObjectType &t, Members &props) {
-    props.push_back({"op", operations(t)});
-    for (const char *n : {"rc", "hdl", "npu_result", "router", "expect_did_not_run"}) props.push_back({n, def_ref(std::string("control.") + n)});
-    for (const char *n : {"trans_id", "depth"}) props.push_back({n, def_ref("control.uint")});
-    for (const char *n : {"create_option", "get_option", "retry_mode"}) props.push_back({n, def_ref("control.int")});
-    if (t.npu_mask) props.push_back({"npu_mask", def_ref("control.npu_mask")});
+// Each control field refers to the definition of its own name, else to that of its value type.
+void control_fields(const Vocabulary &v, const ObjectType &t, Members &props) {
+    Members defs;
+    control_definitions(defs);
+    auto defined = [&](const std::string &name) {
+        for (const auto &d : defs)
+            if (d.first == "control." + name) return true;
+        return false;
+    };
+    for (const ControlField &f : v.control_fields) {
+        if (f.name == "op") props.push_back({f.name, operations(v, t)});
+        else if (f.name == "npu_mask" && !t.npu_mask) continue; // only where the type has the accessor
+        else if (defined(f.name)) props.push_back({f.name, def_ref("control." + f.name)});
+        else if (defined(f.value_type)) props.push_back({f.name, def_ref("control." + f.value_type)});
+        else props.push_back({f.name, obj({{"description", q("a control field")}})});
+    }
 }
 
 // An attribute that has a control field's name is read as both; the property is written once.
@@ -242,7 +260,7 @@ Members first_of_each(const Members &props) {
 
 std::string record_definition(const Catalogue &cat, const ObjectType &t) {
     Members props, element;
-    control_fields(t, props);
+    control_fields(cat.vocabulary, t, props);
     for (const auto &a : t.key) props.push_back({a.name, attribute(a, t.gate)});
     for (const auto &a : t.attrs) props.push_back({a.name, attribute(a, t.gate)});
     role_pairs(cat, t, false, props);
@@ -257,17 +275,23 @@ std::string record_definition(const Catalogue &cat, const ObjectType &t) {
     return obj({{"type", q("object")}, {"description", q(desc)}, {"properties", obj(first_of_each(props))}, {"additionalProperties", "false"}});
 }
 
-const char *const kSpecialKeys[] = {"ports", "vlan", "batch_crud", "route", "bundle", "get_then_update_test"};
-
 // A mapping from one table name to its records; the library reads only the first table it knows.
 std::string tables(const Catalogue &cat, bool special) {
     Members props;
     if (special)
-        for (const char *k : kSpecialKeys)
-            props.push_back({k, std::strcmp(k, "batch_crud") ? obj({{"description", q("handled by the support library")}}) : def_ref("batch_crud")});
+        for (const SpecialKey &k : cat.vocabulary.special_keys)
+            props.push_back({k.key, k.key != "batch_crud" ? obj({{"description", q("handled by the support library")}}) : def_ref("batch_crud")});
     for (const auto &t : cat.types) props.push_back({t.name, def_ref("records." + t.name)});
     return obj({{"type", q("object")}, {"properties", obj(props)}, {"additionalProperties", "false"},
                 {"minProperties", "1"}, {"maxProperties", "1"}});
+}
+
+// "test_if create": a type and an op that the interface can inject into or answer per NPU.
+std::string op_text_pattern(const Vocabulary &v) {
+    std::vector<std::string> ops;
+    for (const Op *op : schema_ops(v))
+        if (op->code || op->replay) ops.push_back(op->name);
+    return fmt::format("^[a-z0-9_]+ ({})$", fmt::join(ops, "|"));
 }
 
 void scenario_definitions(const Catalogue &cat, Members &defs) {
@@ -281,7 +305,7 @@ void scenario_definitions(const Catalogue &cat, Members &defs) {
                                        {"items", obj({{"anyOf", any_of({obj({{"type", q("object")}, {"properties", obj({{"batch_params", params}})},
                                                                             {"required", "[\"batch_params\"]"}, {"additionalProperties", "false"}}),
                                                                        def_ref("tables")})}})}})});
-    std::string op_text = obj({{"type", q("string")}, {"pattern", q("^[a-z0-9_]+ (create|delete|eod|update|get|get_first|get_gt_eq|get_next|replay|replay_start|replay_end)$")},
+    std::string op_text = obj({{"type", q("string")}, {"pattern", q(op_text_pattern(cat.vocabulary))},
                                {"description", q("the object type and the operation, such as \"test_if create\"")}});
     std::string times = obj({{"type", q("integer")}, {"minimum", "1"}, {"maximum", "1000000"}});
     std::string status = obj({{"anyOf", any_of({whole_number(INT32_MIN, UINT32_MAX), text_matching(kStatusName)})}});
@@ -294,13 +318,21 @@ void scenario_definitions(const Catalogue &cat, Members &defs) {
     std::string count = obj({{"type", q("integer")}, {"minimum", "0"}});
     defs.push_back({"expect", obj({{"type", q("object")}, {"properties", obj({{"mismatches", count}, {"value_errors", count}})},
                                    {"additionalProperties", "false"}})});
-    Members kinds = {{"name", obj({{"type", q("string")}})},
-                     {"send", obj({{"$ref", q("#/definitions/send")}, {"description", q("client operations on one table")}})},
-                     {"sdk", obj({{"$ref", q("#/definitions/tables")}, {"description", q("the SDK side's answer to the send")}})},
-                     {"dump", obj({{"$ref", q("#/definitions/tables")}, {"description", q("build objects without running an operation")}})},
-                     {"inject", def_ref("inject")}, {"npu_result", def_ref("npu_result")}, {"expect", def_ref("expect")}};
+    const std::map<std::string, std::string> step_keys = {
+        {"name", obj({{"type", q("string")}})},
+        {"send", obj({{"$ref", q("#/definitions/send")}, {"description", q("client operations on one table")}})},
+        {"sdk", obj({{"$ref", q("#/definitions/tables")}, {"description", q("the SDK side's answer to the send")}})},
+        {"dump", obj({{"$ref", q("#/definitions/tables")}, {"description", q("build objects without running an operation")}})},
+        {"inject", def_ref("inject")}, {"npu_result", def_ref("npu_result")}, {"expect", def_ref("expect")}};
+    auto step_key = [&](const std::string &k) -> std::pair<std::string, std::string> {
+        auto it = step_keys.find(k);
+        return {k, it != step_keys.end() ? it->second : obj({{"description", q("a step kind")}})};
+    };
+    const Vocabulary &v = cat.vocabulary;
+    Members kinds;
     std::vector<std::string> one_kind;
-    for (const char *k : {"send", "dump", "inject", "npu_result", "expect"}) one_kind.push_back(obj({{"required", arr({q(k)})}}));
+    for (const std::string &k : v.step_kinds) kinds.push_back(step_key(k)), one_kind.push_back(obj({{"required", arr({q(k)})}}));
+    for (const std::string &m : v.step_members) kinds.push_back(step_key(m));
     defs.push_back({"step", obj({{"type", q("object")}, {"properties", obj(kinds)}, {"additionalProperties", "false"},
                                  {"oneOf", arr(one_kind)}, {"dependencies", obj({{"sdk", "[\"send\"]"}})}})});
     defs.push_back({"config", obj({{"type", q("object")}, {"additionalProperties", "false"},

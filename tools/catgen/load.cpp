@@ -360,8 +360,8 @@ struct Loader {
 
 void resolve_and_check(Catalogue &cat, Diagnostics &diag);
 
-bool load_catalogue(const std::string &objects_path, const std::string &value_types_path, Catalogue &cat,
-                    Diagnostics &diag) {
+bool load_catalogue(const std::string &objects_path, const std::string &value_types_path,
+                    const std::string &vocabulary_path, Catalogue &cat, Diagnostics &diag) {
     pc::Arena arena;
     for (const auto &[path, is_objects] : {std::pair{value_types_path, false}, std::pair{objects_path, true}}) {
         LoadError error;
@@ -376,6 +376,14 @@ bool load_catalogue(const std::string &objects_path, const std::string &value_ty
     }
     if (!diag.ok()) return false;
     resolve_and_check(cat, diag);
+    if (!diag.ok() || vocabulary_path.empty()) return diag.ok();
+    LoadError error;
+    const JSON_Value *root = pc::yaml::load_file(vocabulary_path, arena, error);
+    if (!root) {
+        diag.errors.push_back(error.text());
+        return false;
+    }
+    load_vocabulary(root, vocabulary_path, cat, diag);
     return diag.ok();
 }
 

@@ -2,6 +2,7 @@
 #pragma once
 
 #include "catalogue_totals.hpp"
+#include "planecheck/json.h"
 
 #include <cstdint>
 #include <map>
@@ -94,11 +95,45 @@ struct ObjectType {
     uint32_t key_width() const;
 };
 
+// The names a scenario uses besides types and attributes (vocabulary.yaml).
+struct Op {
+    std::string name;
+    int code = 0;                        // dpa_op_code; 0 for an op the interface has no code for
+    bool eod = false;                    // runs only for types with an end-of-data operation
+    bool replay = false;                 // runs only as the first record of a list
+    bool get = false;                    // a get: stores a handle, compares attributes
+    Location at;
+};
+
+struct SpecialKey {
+    std::string key;
+    std::string handler;
+    Location at;
+};
+
+struct ControlField {
+    std::string name;
+    std::string value_type;              // converted as this value type; empty when not converted
+    Location at;
+};
+
+struct Vocabulary {
+    std::vector<Op> ops;                 // in the order messages list them
+    std::vector<SpecialKey> special_keys; // in dispatch order
+    std::vector<ControlField> control_fields;
+    std::vector<std::string> step_kinds;
+    std::vector<std::string> step_members;
+    bool loaded = false;
+
+    std::vector<const Op *> coded_ops() const; // by code
+};
+
 struct Catalogue {
     std::vector<ObjectType> types;
     std::vector<ValueType> value_types;  // in definition order; key records last
     std::map<std::string, int> type_index;
     std::map<std::string, int> value_type_index;
+    Vocabulary vocabulary;
 
     const ValueType *value_type(const std::string &name) const;
 };
@@ -109,9 +144,13 @@ struct Diagnostics {
     bool ok() const { return errors.empty(); }
 };
 
-// Reads and checks objects.yaml and value_types.yaml; problems go to diagnostics.
-bool load_catalogue(const std::string &objects_path, const std::string &value_types_path, Catalogue &catalogue,
-                    Diagnostics &diagnostics);
+// Reads and checks objects.yaml, value_types.yaml and, when a path is given, vocabulary.yaml;
+// problems go to diagnostics.
+bool load_catalogue(const std::string &objects_path, const std::string &value_types_path,
+                    const std::string &vocabulary_path, Catalogue &catalogue, Diagnostics &diagnostics);
+
+// Reads and checks vocabulary.yaml against a loaded catalogue.
+void load_vocabulary(const JSON_Value *root, const std::string &path, Catalogue &catalogue, Diagnostics &diagnostics);
 
 pc::CatalogueTotals totals(const Catalogue &catalogue);
 

@@ -4,6 +4,7 @@
 #include "diff.hpp"
 #include "ending.hpp"
 #include "events.hpp"
+#include "file_source.hpp"
 #include "coverage_command.hpp"
 #include "parallel.hpp"
 #include "recorder_sink.hpp"
@@ -22,6 +23,7 @@
 #include <cstring>
 #include <fcntl.h>
 #include <functional>
+#include <optional>
 #include <unistd.h>
 
 namespace {
@@ -36,6 +38,7 @@ struct RunOptions {
     bool tap = false;
     unsigned jobs = 0; // 0: all files in this process, one after the other
     std::string shard; // "I/N": only every N-th file, starting with the I-th
+    std::string files_from; // more paths, one per line, read as they arrive ("-": standard input)
     bool in_process = false; // the files run here, never in child processes
 };
 
@@ -208,9 +211,26 @@ int run_files(RunOptions &o, const RunOne &run_one = pc::runner::run_file) {
     return status;
 }
 
+// The files of a run with --files-from: the ones named on the command line, then the list's.
+bool open_file_list(const RunOptions &o, std::optional<pc::runner::FileSource> &source) {
+    if (o.files_from.empty()) return true;
+    int fd = o.files_from == "-" ? STDIN_FILENO : open(o.files_from.c_str(), O_RDONLY | O_CLOEXEC);
+    if (fd < 0) {
+        fmt::print(stderr, "planecheck: cannot read the file list {}: {}\n", o.files_from, std::strerror(errno));
+        return false;
+    }
+    source.emplace(pc::runner::FileSource::of_stream(o.files, fd));
+    return true;
+}
+
 int run_files_to_sinks(RunOptions &o, const RunOne &run_one) {
     auto start = std::chrono::steady_clock::now();
-    if (!o.file.check_only && !take_ci_environment(o)) return 2;
+    if (!o.files_from.empty() && !o.shard.empty()) {
+        fmt::print(stderr, "planecheck: --shard and --files-from do not go together: the list names the files to run\n");
+        return 2;
+    }
+    // the program that writes the list chooses the files: no shard from the environment
+    if (!o.file.check_only && o.files_from.empty() && !take_ci_environment(o)) return 2;
     if (std::string error; !o.in_process && !pc::runner::expand_directories(o.files, error)) {
         fmt::print(stderr, "planecheck: {}\n", error);
         return 2;
@@ -220,6 +240,10 @@ int run_files_to_sinks(RunOptions &o, const RunOne &run_one) {
     // a report must survive a file that the library ends: the files then run in worker processes
     // (a replay runs in this process: its steps come from the recording, not from a file a child could open)
     if ((o.tap || !o.junit.empty()) && !o.jobs && !o.in_process) o.jobs = 1;
+    // a long-lived run outlives a file that the library ends
+    if (!o.files_from.empty() && !o.jobs) o.jobs = 1;
+    std::optional<pc::runner::FileSource> listed;
+    if (!open_file_list(o, listed)) return 2;
     o.file.progress = !o.jobs && !o.file.verbose && !o.file.trace && isatty(STDERR_FILENO);
     if (o.tap) {
         o.file.quiet = true;
@@ -236,7 +260,9 @@ int run_files_to_sinks(RunOptions &o, const RunOne &run_one) {
     }
     std::vector<pc::runner::FileResult> results;
     std::string recorder_problem;
-    if (o.jobs) {
+    if (listed) {
+        results = pc::runner::run_in_processes(*listed, o.file, o.jobs, parts_fd, recorder_problem);
+    } else if (o.jobs) {
         results = pc::runner::run_in_processes(o.files, o.file, o.jobs, parts_fd, recorder_problem);
     } else {
         for (const auto &file : o.files) {
@@ -298,7 +324,12 @@ int main(int argc, char **argv) {
 
     RunOptions run_options;
     auto *run = app.add_subcommand("run", "run scenario files");
-    run->add_option("files", run_options.files, "scenario files (YAML or JSON), or directories of them")->required()->check(CLI::ExistingPath);
+    // required unless --files-from names them
+    run->add_option("files", run_options.files, "scenario files (YAML or JSON), or directories of them")->check(CLI::ExistingPath);
+    run->add_option("--files-from", run_options.files_from,
+                    "run the scenario files named in FILE, one path per line (- for standard input), each as soon as its "
+                    "line arrives, in worker processes (as -j 1 unless -j is given); with --events, a file's events are "
+                    "written before the next line is read");
     run->add_flag("-v,--verbose", run_options.file.verbose, "write information lines (calls, handles, successes)");
     run->add_flag("-q,--quiet", run_options.file.quiet, "print only the steps that did not pass");
     run->add_option("--recorder", run_options.recorder, "write the operation recorder to FILE");
@@ -411,6 +442,10 @@ int main(int argc, char **argv) {
         if (!replay_mode.empty()) options.mode = replay_mode == "client" ? 1 : 0;
         if (replay_object_set >= 0) options.object_set = replay_object_set;
         return replay_recording(recording, write_scenario, options, replay_options);
+    }
+    if (*run && run_options.files.empty() && run_options.files_from.empty()) {
+        fmt::print(stderr, "planecheck: run needs scenario files or --files-from (planecheck --help shows the usage)\n");
+        return 2;
     }
     RunOptions &chosen = *check ? check_options : run_options;
     chosen.command.assign(argv, argv + argc);

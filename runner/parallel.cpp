@@ -173,16 +173,16 @@ std::string run_assigned(const std::string &file, const Options &options, const 
 
 // A worker runs the files it is given one after the other, each on a fresh data plane, until the
 // parent closes its stream. Between files its output goes nowhere.
-[[noreturn]] void serve(int socket, Trail &trail, const std::vector<std::string> &files, const Options &options, bool recording) {
+[[noreturn]] void serve(int socket, Trail &trail, const Options &options, bool recording) {
     std::setvbuf(stdout, nullptr, _IOLBF, 0); // step lines and log lines share the file: keep their order
     ending::set_end_report(nullptr);          // the parent reports an ended file from its trail
     int nowhere = ::open("/dev/null", O_WRONLY | O_CLOEXEC);
     uint64_t file = 0;
+    std::string path;
     std::vector<int> fds;
-    while (channel::receive_assignment(socket, file, fds)) {
+    while (channel::receive_assignment(socket, file, path, fds)) {
         Assigned assigned(fds, recording, options.coverage != nullptr);
-        std::string results = file < files.size() && assigned.output >= 0 ? run_assigned(files[file], options, assigned, trail)
-                                                                            : std::string();
+        std::string results = assigned.output >= 0 ? run_assigned(path, options, assigned, trail) : std::string();
         dup2(nowhere, STDOUT_FILENO);
         dup2(nowhere, STDERR_FILENO);
         for (int fd : fds) ::close(fd);
@@ -274,14 +274,13 @@ FileResult finish(const std::string &file, const FileSlot &s) {
 // Workers started once and given file after file; a worker the library ends is replaced.
 class Pool {
 public:
-    Pool(const std::vector<std::string> &files, const Options &options, unsigned jobs, int recorder_fd, std::string &recorder_problem)
-        : files_(files), options_(options), jobs_(std::max(jobs, 1u)), recorder_fd_(recorder_fd), recorder_problem_(recorder_problem),
-          slots_(files.size()), results_(files.size()) {}
+    Pool(FileSource &source, const Options &options, unsigned jobs, int recorder_fd, std::string &recorder_problem)
+        : source_(source), options_(options), jobs_(std::max(jobs, 1u)), recorder_fd_(recorder_fd), recorder_problem_(recorder_problem) {}
     Pool(const Pool &) = delete;
     Pool &operator=(const Pool &) = delete;
 
     std::vector<FileResult> run() {
-        while (printed_ < next_ || (next_ < files_.size() && !ending::stop_signal())) {
+        while (printed_ < next_ || ((next_ < files_.size() || !source_.ended()) && !ending::stop_signal())) {
             hand_out();
             if (ending::stop_signal() && !forwarded_) stop_busy_workers();
             wait_for_workers();
@@ -296,7 +295,8 @@ private:
     bool recording() const { return recorder_fd_ >= 0; }
 
     void hand_out() {
-        while (next_ < files_.size() && !ending::stop_signal()) {
+        while (!ending::stop_signal()) {
+            if (next_ == files_.size() && !take_next_path()) return;
             FileSlot &slot = slots_[next_];
             if (!slot.parts && !(slot.parts = take_parts(slot.not_run))) {
                 slot.done = true;
@@ -305,7 +305,7 @@ private:
             }
             Worker *w = idle_worker();
             if (!w) return;
-            if (!channel::send_assignment(w->socket, next_, slot.parts->descriptors())) {
+            if (!channel::send_assignment(w->socket, next_, files_[next_], slot.parts->descriptors())) {
                 kill(w->pid, SIGKILL); // it ended, or cannot be reached, while idle: nothing of a file is lost
                 worker_ended(*w);
                 continue;
@@ -313,6 +313,23 @@ private:
             w->file = next_++;
         }
     }
+
+    // A path is taken only when a worker can run it at once: a program that writes the next path
+    // after reading a file's results then gets them before the run reads that path.
+    bool take_next_path() {
+        std::string path;
+        if (!has_room() || source_.next(path, false) != FileSource::Next::path) return false;
+        files_.push_back(std::move(path));
+        slots_.emplace_back();
+        results_.emplace_back();
+        return true;
+    }
+
+    bool has_room() const {
+        return workers_.size() < jobs_ || std::any_of(workers_.begin(), workers_.end(), [](const Worker &w) { return w.file == kIdle; });
+    }
+
+    bool waiting_for_a_path() const { return next_ == files_.size() && source_.descriptor() >= 0 && has_room(); }
 
     std::unique_ptr<Parts> take_parts(std::string &problem) {
         if (!spare_.empty()) {
@@ -356,7 +373,7 @@ private:
             ::close(ends[0]);
             close_inherited();
             Trail own;
-            serve(ends[1], trail ? *trail : own, files_, options_, recording());
+            serve(ends[1], trail ? *trail : own, options_, recording());
         }
         ::close(ends[1]);
         if (pid < 0) {
@@ -390,11 +407,12 @@ private:
     void wait_for_workers() {
         std::vector<pollfd> watched;
         for (auto &w : workers_) watched.push_back({w.socket, POLLIN, 0});
+        if (waiting_for_a_path()) watched.push_back({source_.descriptor(), POLLIN, 0}); // read by the next hand_out
         if (watched.empty()) return;
         // a timeout, so that a stop signal that came just before the poll is seen soon
         if (poll(watched.data(), watched.size(), 200) <= 0) return;
         std::vector<size_t> gone;
-        for (size_t i = 0; i < watched.size(); ++i) {
+        for (size_t i = 0; i < workers_.size(); ++i) {
             if (!watched[i].revents) continue;
             Worker &w = workers_[i];
             bool open = w.frames.read_from(w.socket);
@@ -480,7 +498,8 @@ private:
         for (const auto &p : problems) fmt::print(stderr, "planecheck: coverage part: {}\n", p);
     }
 
-    const std::vector<std::string> &files_;
+    FileSource &source_;
+    std::vector<std::string> files_; // the paths taken from the source so far
     const Options &options_;
     const size_t jobs_;
     const int recorder_fd_;
@@ -495,9 +514,15 @@ private:
 };
 } // namespace
 
+std::vector<FileResult> run_in_processes(FileSource &files, const Options &options, unsigned jobs, int recorder_fd,
+                                         std::string &recorder_problem) {
+    return Pool(files, options, jobs, recorder_fd, recorder_problem).run();
+}
+
 std::vector<FileResult> run_in_processes(const std::vector<std::string> &files, const Options &options, unsigned jobs,
                                          int recorder_fd, std::string &recorder_problem) {
-    return Pool(files, options, jobs, recorder_fd, recorder_problem).run();
+    FileSource listed = FileSource::of_list(files);
+    return run_in_processes(listed, options, jobs, recorder_fd, recorder_problem);
 }
 
 } // namespace pc::runner

@@ -3,6 +3,7 @@
 // that aborts is reported as failed, its worker is replaced, and the other files still run.
 #pragma once
 
+#include "file_source.hpp"
 #include "run.hpp"
 
 #include <string>
@@ -16,5 +17,9 @@ namespace pc::runner {
 // the end; `recorder_problem` tells why that failed, when it did.
 std::vector<FileResult> run_in_processes(const std::vector<std::string> &files, const Options &options,
                                          unsigned jobs, int recorder_fd, std::string &recorder_problem);
+// The same with files taken from `files` as they come: a worker gets each path as soon as one is
+// free, so the files given so far run while later paths are still being written.
+std::vector<FileResult> run_in_processes(FileSource &files, const Options &options, unsigned jobs, int recorder_fd,
+                                         std::string &recorder_problem);
 
 } // namespace pc::runner

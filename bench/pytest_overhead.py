@@ -55,7 +55,7 @@ def main() -> None:
     parser.add_argument("--runs", type=int, default=3)
     args = parser.parse_args()
 
-    suites = write_suites(Path(args.dir), args.files)
+    suites = write_suites(Path(args.dir).resolve(), args.files)
     env = dict(os.environ, PYTHONPATH=str(SOURCE / "python"),
                PLANECHECK_COMMAND=os.path.abspath(args.planecheck))
     modes = {"serial": [], "-n 2": ["-n", "2"]}

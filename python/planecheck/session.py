@@ -111,10 +111,13 @@ class Session:
                 continue
             try:
                 event = parse_line(text)
+                # an earlier file's events that an interrupted caller left unread are not this file's
+                if event.get("file", path) != path:
+                    continue
                 builder.add(event)
             except (EventError, KeyError) as error:
                 raise PlanecheckError(f"planecheck: {error}") from None
-            if event["event"] == "file_end" and event.get("file") == path:
+            if event["event"] == "file_end":
                 return True
         return False
 

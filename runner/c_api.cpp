@@ -1,33 +1,35 @@
-// The runner's C interface: the run loop of the command, with the event stream as its sink and a
-// callback beside it.
+// The runner's C interface: a thin layer over the run library. A runner keeps the options and
+// outputs; each pc_runner_run is one run of the files added since the last.
 #include "planecheck/runner.h"
 
-#include "coverage.hpp"
-#include "ending.hpp"
 #include "events.hpp"
-#include "recorder_sink.hpp"
-#include "report.hpp"
-#include "run.hpp"
+#include "report_command.hpp"
+#include "session.hpp"
 
 #include <cerrno>
-#include <chrono>
 #include <cstdio>
+#include <cstring>
+#include <map>
 #include <memory>
+#include <new>
+#include <utility>
 
 namespace {
 
 using namespace pc::runner;
 
-// Hands each event to the user's callback, as a structure and as its JSON line.
+const char *file_status(const FileResult &f) {
+    return f.ended ? "ended" : f.invalid ? "invalid" : !f.not_started.empty() ? "not_run" : f.passed() ? "passed" : "failed";
+}
+
+// Hands each record to the user's callback, as a structure and as its event's JSON line.
 class CallbackObserver : public RunObserver {
 public:
     CallbackObserver(pc_runner_event_fn fn, void *user) : fn_(fn), user_(user) {}
 
-    void emit(const char *event, const std::string &json, pc_runner_event e = {}) {
-        if (!fn_) return;
-        e.event = event;
-        e.json = json.c_str();
-        fn_(user_, &e);
+    void run_start(const RunDescription &run) override {
+        index_ = 0;
+        emit("run_start", run_start_event(run, rfc3339_now()), {});
     }
     void file_start(const FileResult &f) override {
         pc_runner_event e{};
@@ -50,55 +52,48 @@ public:
     }
     void file_end(const FileResult &f) override {
         pc_runner_event e{};
-        e.file = f.path.c_str(), e.mismatches = f.mismatches, e.value_errors = f.value_errors;
-        e.status = f.ended ? "ended" : f.invalid ? "invalid" : f.passed() ? "passed" : "failed";
+        e.file = f.path.c_str(), e.mismatches = f.mismatches, e.value_errors = f.value_errors, e.steps = f.steps;
+        e.status = file_status(f);
+        e.text = f.invalid ? f.error.c_str() : !f.not_started.empty() ? f.not_started.c_str() : nullptr;
         emit("file_end", file_end_event(f, failed_steps_, rfc3339_now()), e);
+    }
+    void run_end(const Totals &t, int status) override {
+        pc_runner_event e{};
+        e.mismatches = t.mismatches, e.value_errors = t.value_errors, e.steps = t.steps;
+        e.status = status == 0 ? "passed" : status == 1 ? "failed" : "invalid";
+        emit("run_end", run_end_event(t, 0, status, rfc3339_now()), e);
     }
 
 private:
+    void emit(const char *event, const std::string &json, pc_runner_event e) {
+        if (!fn_) return;
+        e.event = event;
+        e.json = json.c_str();
+        fn_(user_, &e);
+    }
+
     pc_runner_event_fn fn_;
     void *user_;
     size_t index_ = 0;
     size_t failed_steps_ = 0; // of the file being told
 };
 
-// Tells every event to the events file and to the callback.
-class Both : public RunObserver {
-public:
-    Both(RunObserver &a, RunObserver &b) : a_(a), b_(b) {}
-    void file_start(const FileResult &f) override { a_.file_start(f), b_.file_start(f); }
-    void finding(const FileResult &f, const Finding &x) override { a_.finding(f, x), b_.finding(f, x); }
-    void step(const FileResult &f, const StepRecord &s) override { a_.step(f, s), b_.step(f, s); }
-    void file_end(const FileResult &f) override { a_.file_end(f), b_.file_end(f); }
-
-private:
-    RunObserver &a_, &b_;
+// An output written to a file the caller names, opened for the length of one run.
+struct OpenedFile {
+    FILE *file = nullptr;
+    ~OpenedFile() {
+        if (file) std::fclose(file);
+    }
 };
-
-void fill(pc_runner_file_result *out, const FileResult &r) {
-    if (!out) return;
-    *out = {};
-    out->passed = r.passed();
-    out->invalid = r.invalid;
-    out->steps = r.steps, out->failed_steps = r.failed_steps, out->not_run = r.not_run;
-    out->mismatches = r.mismatches, out->value_errors = r.value_errors, out->expected = r.expected;
-    out->problems = r.problems, out->warnings = r.warnings, out->duration_ms = r.duration_ms;
-    std::snprintf(out->error, sizeof out->error, "%s", r.error.c_str());
-}
 
 } // namespace
 
 struct pc_runner {
-    Options options;
-    std::string coverage_path;
-    pc::coverage::Report coverage;
-    EventWriter events;
+    pc_runner_options options;
     CallbackObserver callback;
-    Both both{events, callback};
-    Totals totals;
-    bool recording = false;
-    std::chrono::steady_clock::time_point started = std::chrono::steady_clock::now();
-    pc_runner(pc_runner_event_fn fn, void *user) : callback(fn, user) {}
+    std::map<std::string, std::string> outputs;
+    std::vector<std::string> files;
+    pc_runner(const pc_runner_options &o, pc_runner_event_fn fn, void *user) : options(o), callback(fn, user) {}
 };
 
 extern "C" {
@@ -106,82 +101,63 @@ extern "C" {
 void pc_runner_options_init(pc_runner_options *options) {
     if (!options) return;
     *options = {};
-    options->recorder_fd = -1;
+    options->jobs = 1;
 }
 
 pc_runner *pc_runner_new(const pc_runner_options *given, pc_runner_event_fn on_event, void *user) {
     pc_runner_options o;
     pc_runner_options_init(&o);
     if (given) o = *given;
-    auto runner = std::make_unique<pc_runner>(on_event, user);
-    Options &options = runner->options;
-    options.verbose = o.verbose, options.quiet = o.quiet, options.strict = o.strict, options.trace = o.trace;
-    if (o.recorder_path && !pc::recorder::open_file(o.recorder_path)) return nullptr;
-    if (!o.recorder_path && o.recorder_fd >= 0) pc::recorder::to_descriptor(o.recorder_fd);
-    runner->recording = o.recorder_path || o.recorder_fd >= 0;
-    if (o.events_path && !runner->events.open(o.events_path)) return nullptr;
-    if (o.events_path && std::string(o.events_path) == "-") options.steps = stderr;
-    if (o.coverage_path) runner->coverage_path = o.coverage_path, options.coverage = &runner->coverage;
-    options.observer = &runner->both;
-    pc::runner::ending::install();
-    RunDescription run;
-    run.strict = o.strict, run.verbose = o.verbose, run.quiet = o.quiet;
-    run.recorder = o.recorder_path ? o.recorder_path : "";
-    run.coverage = runner->coverage_path;
-    std::string line = run_start_event(run, rfc3339_now());
-    runner->events.run_start(run);
-    runner->callback.emit("run_start", line);
-    return runner.release();
+    return new (std::nothrow) pc_runner(o, on_event, user);
 }
 
-namespace {
-
-pc_runner *g_running = nullptr; // the runner whose file runs now, for an end of the process
-
-// When the library ends the process in the middle of a file, its last events say so.
-void end_of_process(const std::string &how, int status) {
-    end_running_file(how);
-    if (!g_running) return;
-    g_running->callback.emit("run_end", run_end_event(g_running->totals, 0, status, rfc3339_now()));
-    g_running->events.run_end(status);
+int pc_runner_output(pc_runner *runner, const char *name, const char *path) {
+    static const char *const names[] = {"recorder", "junit", "tap", "events", "html", "coverage"};
+    if (!runner || !name || !path) return errno = EINVAL, -1;
+    for (const char *known : names)
+        if (!std::strcmp(name, known)) return runner->outputs[name] = path, 0;
+    return errno = EINVAL, -1;
 }
 
-} // namespace
-
-static int run_one(pc_runner *runner, const char *path, pc_runner_file_result *result, bool check_only) {
-    if (!runner || !path) return -1;
-    Options options = runner->options;
-    options.check_only = check_only;
-    g_running = runner;
-    pc::runner::ending::set_end_report(end_of_process);
-    FileResult r = run_file(path, options);
-    pc::runner::ending::set_end_report(nullptr);
-    g_running = nullptr;
-    add_to(runner->totals, r);
-    fill(result, r);
-    return r.invalid ? -1 : r.passed() ? 1 : 0;
+int pc_runner_add(pc_runner *runner, const char *path) {
+    if (!runner || !path) return errno = EINVAL, -1;
+    runner->files.emplace_back(path);
+    return 0;
 }
 
-int pc_runner_run_file(pc_runner *runner, const char *path, pc_runner_file_result *result) {
-    return run_one(runner, path, result, false);
-}
-
-int pc_runner_check_file(pc_runner *runner, const char *path, pc_runner_file_result *result) {
-    return run_one(runner, path, result, true);
-}
-
-int pc_runner_finish(pc_runner *runner) {
+int pc_runner_run(pc_runner *runner) {
     if (!runner) return 2;
-    const Totals &t = runner->totals;
-    int status = t.invalid ? 2 : t.failed_files ? 1 : 0;
-    if (runner->recording && !pc::recorder::close()) status = 2;
-    runner->recording = false;
-    if (!runner->coverage_path.empty() && !pc::coverage::write_file(runner->coverage, runner->coverage_path)) status = 2;
-    double ms = std::chrono::duration<double, std::milli>(std::chrono::steady_clock::now() - runner->started).count();
-    runner->callback.emit("run_end", run_end_event(t, ms, status, rfc3339_now()));
-    runner->events.run_end(status);
-    if (!runner->events.close()) status = 2;
-    return status;
+    const pc_runner_options &o = runner->options;
+    RunRequest request;
+    request.files = std::exchange(runner->files, {});
+    request.command = {"pc_runner_run"};
+    request.file.verbose = o.verbose, request.file.quiet = o.quiet, request.file.strict = o.strict;
+    request.file.trace = o.trace, request.file.check_only = o.check_only;
+    request.jobs = o.jobs;
+    request.jobs_chosen = true;
+    request.shard = o.shard ? o.shard : "";
+    request.ci_environment = o.ci_environment;
+    request.handlers = o.handlers;
+    request.observer = &runner->callback;
+    auto output = [&](const char *name) {
+        auto it = runner->outputs.find(name);
+        return it == runner->outputs.end() ? std::string() : it->second;
+    };
+    request.recorder = output("recorder"), request.junit = output("junit"), request.events = output("events");
+    request.html = output("html"), request.coverage = output("coverage");
+    request.write_html = [](const std::string &events, const std::string &page) {
+        return pc::report::report_command({{events}, page, {}});
+    };
+    OpenedFile tap;
+    if (std::string to = output("tap"); !to.empty()) {
+        request.tap = true;
+        if (to != "-" && !(tap.file = std::fopen(to.c_str(), "we"))) {
+            std::fprintf(stderr, "planecheck: cannot write the TAP stream to %s: %s\n", to.c_str(), std::strerror(errno));
+            return 2;
+        }
+        if (tap.file) request.tap_out = tap.file;
+    }
+    return run_files(request);
 }
 
 void pc_runner_free(pc_runner *runner) { delete runner; }

@@ -37,7 +37,7 @@ std::string host_name() {
 }
 
 const char *file_status(const FileResult &f) {
-    return f.ended ? "ended" : f.invalid ? "invalid" : f.passed() ? "passed" : "failed";
+    return f.ended ? "ended" : f.invalid ? "invalid" : !f.not_started.empty() ? "not_run" : f.passed() ? "passed" : "failed";
 }
 
 } // namespace
@@ -112,6 +112,7 @@ std::string file_end_event(const FileResult &f, size_t failed_steps, const std::
                                   json_string(f.path), file_status(f), f.steps, std::max(f.failed_steps, failed_steps), f.not_run, f.mismatches,
                                   f.value_errors, f.expected, f.problems, f.warnings, ms(f.duration_ms));
     if (f.invalid && !f.error.empty()) out += R"(,"error":)" + json_string(f.error);
+    if (!f.not_started.empty()) out += R"(,"reason":)" + json_string(f.not_started);
     if (f.ended) {
         out += fmt::format(R"(,"ended":{{"how":{},"at":{},"step":{})", json_string(f.ended_how), json_string(f.ended_at), f.ended_step);
         if (!f.last_error.empty()) out += R"(,"last_error":)" + json_string(f.last_error);
@@ -159,11 +160,11 @@ void EventWriter::run_start(const RunDescription &run) {
     write(run_start_event(run, rfc3339_now()));
 }
 
-void EventWriter::run_end(int exit_status) {
-    if (ended_) return; // an end of the process after the last event adds nothing
+void EventWriter::run_end(const Totals &totals, int exit_status) {
+    if (ended_) return;
     ended_ = true;
     double duration = std::chrono::duration<double, std::milli>(std::chrono::steady_clock::now() - started_).count();
-    write(run_end_event(totals_, duration, exit_status, rfc3339_now()));
+    write(run_end_event(totals, duration, exit_status, rfc3339_now()));
 }
 
 void EventWriter::file_start(const FileResult &file) {
@@ -181,7 +182,6 @@ void EventWriter::step(const FileResult &file, const StepRecord &step) {
 }
 
 void EventWriter::file_end(const FileResult &file) {
-    add_to(totals_, file);
     write(file_end_event(file, failed_steps_, rfc3339_now()));
 }
 

@@ -12,15 +12,6 @@
 
 namespace pc::runner {
 
-struct RunDescription {
-    std::vector<std::string> command; // argv as given
-    size_t files = 0;
-    bool check_only = false, strict = false, verbose = false, quiet = false;
-    unsigned jobs = 1;
-    std::string recorder, coverage, shard; // "" for none
-    std::string platform = "simplane";
-};
-
 // Each event as one line of JSON (no newline); `at` is its time, RFC 3339 UTC with milliseconds.
 std::string rfc3339_now();
 std::string json_string(const std::string &text);
@@ -44,8 +35,9 @@ public:
     bool is_open() const { return out_ != nullptr; }
     // Closes the stream; false when a write failed.
     bool close();
-    void run_start(const RunDescription &run);
-    void run_end(int exit_status);
+    void run_start(const RunDescription &run) override;
+    // Once: an end of the process after the last event adds nothing.
+    void run_end(const Totals &totals, int exit_status) override;
     void set_records_base(uint64_t base) { records_base_ = base; }
 
     void file_start(const FileResult &file) override;
@@ -62,7 +54,6 @@ private:
     uint64_t records_base_ = 0;
     bool ended_ = false;
     size_t failed_steps_ = 0; // of the file being written
-    Totals totals_;
     std::chrono::steady_clock::time_point started_ = std::chrono::steady_clock::now();
 };
 

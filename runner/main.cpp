@@ -1,293 +1,18 @@
 // planecheck: runs scenario files against the data-plane object interface.
 #include "catalogue_command.hpp"
-#include "ci_env.hpp"
 #include "diff.hpp"
-#include "ending.hpp"
-#include "events.hpp"
-#include "file_source.hpp"
 #include "coverage_command.hpp"
-#include "parallel.hpp"
-#include "recorder_sink.hpp"
 #include "replay.hpp"
-#include "report.hpp"
+#include "session.hpp"
 #include "report_command.hpp"
-#include "run.hpp"
-#include "scenario_files.hpp"
 
 #include <CLI/CLI.hpp>
 #include <fmt/format.h>
 
-#include <cerrno>
-#include <chrono>
-#include <cstdlib>
-#include <cstring>
-#include <fcntl.h>
-#include <functional>
-#include <optional>
-#include <unistd.h>
 
 namespace {
 
-struct RunOptions {
-    pc::runner::Options file;
-    std::vector<std::string> files;
-    std::string recorder, junit, coverage, events;
-    std::string html;             // the HTML report, made from the events when the run is over
-    std::string events_for_html;  // a temporary events file, when --events does not name one
-    std::vector<std::string> command; // argv, for the events
-    bool tap = false;
-    unsigned jobs = 0; // 0: all files in this process, one after the other
-    std::string shard; // "I/N": only every N-th file, starting with the I-th
-    std::string files_from; // more paths, one per line, read as they arrive ("-": standard input)
-    bool in_process = false; // the files run here, never in child processes
-};
-
-// Keeps the files of shard I of N (1-based): the I-th, the (I+N)-th, ...
-bool take_shard(RunOptions &o) {
-    if (o.shard.empty()) return true;
-    unsigned i = 0, n = 0;
-    char end;
-    if (std::sscanf(o.shard.c_str(), "%u/%u%c", &i, &n, &end) != 2 || n == 0 || i == 0 || i > n) {
-        fmt::print(stderr, "planecheck: --shard takes I/N with 1 <= I <= N, such as 2/4\n");
-        return false;
-    }
-    std::vector<std::string> kept;
-    for (size_t k = i - 1; k < o.files.size(); k += n) kept.push_back(o.files[k]);
-    o.files = std::move(kept);
-    return true;
-}
-
-// A report file that cannot be written is a usage error found before any file runs: opened
-// without truncating, and removed again when it did not exist.
-bool can_write(const std::string &path, const char *what) {
-    bool existed = access(path.c_str(), F_OK) == 0;
-    int fd = open(path.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0666);
-    if (fd < 0) {
-        fmt::print(stderr, "planecheck: cannot write {} to {}: {}\n", what, path, std::strerror(errno));
-        return false;
-    }
-    close(fd);
-    if (!existed) unlink(path.c_str());
-    return true;
-}
-
-// The recorder is opened before any file runs; with -j the parts are appended to it at the end.
-bool open_recorder(const RunOptions &o, int &parts_fd) {
-    if (o.recorder.empty()) return true;
-    bool ok = o.jobs ? (parts_fd = open(o.recorder.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0666)) >= 0
-                     : pc::recorder::open_file(o.recorder);
-    if (!ok) fmt::print(stderr, "planecheck: cannot write the recorder to {}: {}\n", o.recorder, std::strerror(errno));
-    return ok;
-}
-
-bool close_recorder(const RunOptions &o, int parts_fd, std::string problem) {
-    if (o.recorder.empty()) return true;
-    if (o.jobs) {
-        if (close(parts_fd) != 0 && problem.empty()) problem = fmt::format("cannot write: {}", std::strerror(errno));
-    } else if (!pc::recorder::close()) {
-        problem = fmt::format("cannot write: {}", std::strerror(errno));
-    }
-    if (!problem.empty()) fmt::print(stderr, "planecheck: the recorder {} is incomplete: {}\n", o.recorder, problem);
-    return problem.empty();
-}
-
-// Without --shard and --junit, a CI executor's environment may say which shard to run and where
-// the JUnit report goes.
-bool take_ci_environment(RunOptions &o) {
-    pc::runner::CiEnvironment env = pc::runner::read_ci_environment(std::getenv);
-    if (o.junit.empty()) o.junit = env.junit;
-    if (!o.shard.empty()) return true;
-    if (!env.error.empty()) {
-        fmt::print(stderr, "planecheck: {}\n", env.error);
-        return false;
-    }
-    if (env.shard.empty()) return true;
-    o.shard = env.shard;
-    if (!env.status_file.empty() && !pc::runner::touch(env.status_file)) {
-        fmt::print(stderr, "planecheck: cannot touch TEST_SHARD_STATUS_FILE {}: {}\n", env.status_file, std::strerror(errno));
-        return false;
-    }
-    return true;
-}
-
-bool write_coverage(const std::string &path, const pc::coverage::Report &coverage) {
-    pc::coverage::write_at_exit(nullptr, "");
-    if (pc::coverage::write_file(coverage, path)) return true;
-    fmt::print(stderr, "planecheck: cannot write the coverage report to {}: {}\n", path, std::strerror(errno));
-    return false;
-}
-
-pc::runner::EventWriter event_writer;
-
-std::string html_report, html_events; // where run --html writes, and the events it reads back
-bool html_events_temporary = false, events_started = false;
-
-// The HTML report of the events written, as a last sink of the run. The run's status stands
-// unless the page cannot be made in full.
-int write_html_report(int status) {
-    if (html_report.empty() || !events_started) return status;
-    int made = pc::report::report_command({{html_events}, html_report, {}});
-    if (html_events_temporary) unlink(html_events.c_str());
-    html_report.clear();
-    return made != 0 ? 2 : status;
-}
-
-// At an end of the process while a file runs: its last events, then the run's.
-void write_ending_events(const std::string &how, int status) {
-    pc::runner::end_running_file(how);
-    event_writer.run_end(status);
-    if (!html_report.empty() && event_writer.close()) write_html_report(status);
-}
-
-// --html reads the run's events back: they go to --events FILE, or to a temporary file.
-bool prepare_html(RunOptions &o) {
-    if (o.html.empty()) return true;
-    if (o.events == "-") {
-        fmt::print(stderr, "planecheck: --html reads the run's events back; give --events a file, not -\n");
-        return false;
-    }
-    if (!can_write(o.html, "the HTML report")) return false;
-    if (o.events.empty()) {
-        const char *tmp = std::getenv("TMPDIR");
-        o.events_for_html = fmt::format("{}/planecheck-events-XXXXXX", tmp && *tmp ? tmp : "/tmp");
-        int fd = mkstemp(o.events_for_html.data());
-        if (fd < 0) {
-            fmt::print(stderr, "planecheck: cannot create a temporary file for the HTML report's events: {}\n", std::strerror(errno));
-            return false;
-        }
-        close(fd);
-        o.events = o.events_for_html;
-    }
-    html_report = o.html;
-    html_events = o.events;
-    html_events_temporary = !o.events_for_html.empty();
-    return true;
-}
-
-bool open_events(RunOptions &o) {
-    if (o.events.empty()) return true;
-    if (o.events == "-" && o.tap) {
-        fmt::print(stderr, "planecheck: --tap and --events - both write standard output; give --events a file\n");
-        return false;
-    }
-    if (!event_writer.open(o.events)) {
-        fmt::print(stderr, "planecheck: cannot write the events to {}: {}\n", o.events, std::strerror(errno));
-        return false;
-    }
-    if (o.events == "-") o.file.steps = stderr; // standard output carries the events alone
-    o.file.observer = &event_writer;
-    pc::runner::RunDescription run;
-    run.command = o.command;
-    run.files = o.files.size();
-    run.check_only = o.file.check_only;
-    run.strict = o.file.strict;
-    run.verbose = o.file.verbose;
-    run.quiet = o.file.quiet;
-    run.jobs = std::max(o.jobs, 1u);
-    run.recorder = o.recorder;
-    run.coverage = o.coverage;
-    run.shard = o.shard;
-    event_writer.run_start(run);
-    pc::runner::ending::set_end_report(write_ending_events);
-    events_started = true;
-    return true;
-}
-
-int finish_events(int status) {
-    if (!event_writer.is_open()) return status;
-    pc::runner::ending::set_end_report(nullptr);
-    event_writer.run_end(status);
-    return event_writer.close() ? status : 2;
-}
-
-using RunOne = std::function<pc::runner::FileResult(const std::string &, const pc::runner::Options &)>;
-
-int run_files_to_sinks(RunOptions &o, const RunOne &run_one);
-
-int run_files(RunOptions &o, const RunOne &run_one = pc::runner::run_file) {
-    if (!prepare_html(o)) return 2;
-    int status = write_html_report(finish_events(run_files_to_sinks(o, run_one)));
-    if (!o.events_for_html.empty()) unlink(o.events_for_html.c_str()); // also when the run stopped before its events
-    return status;
-}
-
-// The files of a run with --files-from: the ones named on the command line, then the list's.
-bool open_file_list(const RunOptions &o, std::optional<pc::runner::FileSource> &source) {
-    if (o.files_from.empty()) return true;
-    int fd = o.files_from == "-" ? STDIN_FILENO : open(o.files_from.c_str(), O_RDONLY | O_CLOEXEC);
-    if (fd < 0) {
-        fmt::print(stderr, "planecheck: cannot read the file list {}: {}\n", o.files_from, std::strerror(errno));
-        return false;
-    }
-    source.emplace(pc::runner::FileSource::of_stream(o.files, fd));
-    return true;
-}
-
-int run_files_to_sinks(RunOptions &o, const RunOne &run_one) {
-    auto start = std::chrono::steady_clock::now();
-    if (!o.files_from.empty() && !o.shard.empty()) {
-        fmt::print(stderr, "planecheck: --shard and --files-from do not go together: the list names the files to run\n");
-        return 2;
-    }
-    // the program that writes the list chooses the files: no shard from the environment
-    if (!o.file.check_only && o.files_from.empty() && !take_ci_environment(o)) return 2;
-    if (std::string error; !o.in_process && !pc::runner::expand_directories(o.files, error)) {
-        fmt::print(stderr, "planecheck: {}\n", error);
-        return 2;
-    }
-    if (!take_shard(o)) return 2;
-    pc::runner::ending::install();
-    // a report must survive a file that the library ends: the files then run in worker processes
-    // (a replay runs in this process: its steps come from the recording, not from a file a child could open)
-    if ((o.tap || !o.junit.empty()) && !o.jobs && !o.in_process) o.jobs = 1;
-    // a long-lived run outlives a file that the library ends
-    if (!o.files_from.empty() && !o.jobs) o.jobs = 1;
-    std::optional<pc::runner::FileSource> listed;
-    if (!open_file_list(o, listed)) return 2;
-    o.file.progress = !o.jobs && !o.file.verbose && !o.file.trace && isatty(STDERR_FILENO);
-    if (o.tap) {
-        o.file.quiet = true;
-        o.file.steps = stderr; // standard output carries the TAP stream alone
-    }
-    int parts_fd = -1;
-    if (!o.junit.empty() && !can_write(o.junit, "the JUnit report")) return 2;
-    if (!open_recorder(o, parts_fd)) return 2;
-    if (!open_events(o)) return 2;
-    pc::coverage::Report coverage;
-    if (!o.coverage.empty()) {
-        o.file.coverage = &coverage;
-        pc::coverage::write_at_exit(&coverage, o.coverage);
-    }
-    std::vector<pc::runner::FileResult> results;
-    std::string recorder_problem;
-    if (listed) {
-        results = pc::runner::run_in_processes(*listed, o.file, o.jobs, parts_fd, recorder_problem);
-    } else if (o.jobs) {
-        results = pc::runner::run_in_processes(o.files, o.file, o.jobs, parts_fd, recorder_problem);
-    } else {
-        for (const auto &file : o.files) {
-            results.push_back(run_one(file, o.file));
-            if (results.back().invalid) fmt::print(stderr, "{}\n", results.back().error);
-        }
-    }
-    bool recorded = close_recorder(o, parts_fd, recorder_problem);
-    if (!o.coverage.empty() && !write_coverage(o.coverage, coverage)) return 2;
-    double seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
-    pc::runner::Totals totals = pc::runner::add_up(results);
-    if (!o.junit.empty() && !pc::runner::write_junit(o.junit, results, seconds)) {
-        fmt::print(stderr, "planecheck: cannot write the JUnit report to {}\n", o.junit);
-        return 2;
-    }
-    std::string line = pc::runner::summary(totals, o.file.check_only);
-    if (o.tap) {
-        pc::runner::print_tap(results);
-        fmt::print("# {}\n", line);
-    } else {
-        fmt::print(o.events == "-" ? stderr : stdout, "{}\n", line);
-    }
-    if (!recorded) return 2;
-    return totals.invalid ? 2 : totals.failed_files ? 1 : 0;
-}
+using RunOptions = pc::runner::RunRequest;
 
 // Writes the scenario a recording replays to, or runs its operations again.
 int replay_recording(const std::string &recording, const std::string &scenario, const pc::recording::ReplayOptions &options,
@@ -300,7 +25,7 @@ int replay_recording(const std::string &recording, const std::string &scenario, 
     }
     run.files = {recording};
     run.in_process = true;
-    int status = run_files(run, [&](const std::string &file, const pc::runner::Options &o) {
+    int status = pc::runner::run_files(run, [&](const std::string &file, const pc::runner::Options &o) {
         return pc::runner::run_replayed(file, options, o, summary);
     });
     return status == 0 && summary.problems ? 1 : status;
@@ -449,5 +174,8 @@ int main(int argc, char **argv) {
     }
     RunOptions &chosen = *check ? check_options : run_options;
     chosen.command.assign(argv, argv + argc);
-    return run_files(chosen);
+    chosen.write_html = [](const std::string &events, const std::string &page) {
+        return pc::report::report_command({{events}, page, {}});
+    };
+    return pc::runner::run_files(chosen);
 }

@@ -175,6 +175,7 @@ std::string run_assigned(const std::string &file, const Options &options, const 
 // parent closes its stream. Between files its output goes nowhere.
 [[noreturn]] void serve(int socket, Trail &trail, const Options &options, bool recording) {
     std::setvbuf(stdout, nullptr, _IOLBF, 0); // step lines and log lines share the file: keep their order
+    ending::install();                        // the worker's own: its recorder part survives the library's exit
     ending::set_end_report(nullptr);          // the parent reports an ended file from its trail
     int nowhere = ::open("/dev/null", O_WRONLY | O_CLOEXEC);
     uint64_t file = 0;

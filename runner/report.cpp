@@ -36,6 +36,7 @@ std::string counts(const FileResult &r) {
 // Why a file failed, in one line.
 std::string failure_message(const FileResult &r) {
     if (r.invalid) return r.error;
+    if (!r.not_started.empty()) return r.not_started;
     if (r.ended) return r.findings.empty() ? counts(r) : r.findings.front() + (r.last_error.empty() ? "" : ": " + r.last_error);
     return counts(r);
 }
@@ -61,7 +62,8 @@ void add_to(Totals &t, const FileResult &r) {
     t.value_errors += r.value_errors;
     t.expected += r.expected;
     t.invalid |= r.invalid;
-    t.failed_files += !r.passed();
+    t.files_not_run += !r.not_started.empty();
+    t.failed_files += !r.passed() && r.not_started.empty();
     t.not_run += r.not_run;
     t.problems += r.problems;
     t.warnings += r.warnings;
@@ -87,6 +89,7 @@ std::string summary(const Totals &t, bool check_only) {
         for (size_t i = 0; i < t.ended.size(); ++i) detail += (i ? "; " : "") + t.ended[i];
         detail += ")";
     }
+    if (t.files_not_run) detail += fmt::format(", {} not run", plural(t.files_not_run, "file"));
     return fmt::format("planecheck: {}: {}, {}", verdict, plural(t.files, "file"), detail);
 }
 
@@ -95,10 +98,14 @@ bool write_junit(const std::string &path, const std::vector<FileResult> &results
     std::ofstream out(path);
     out << "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n";
     out << fmt::format("<testsuites name=\"planecheck\" tests=\"{}\" failures=\"{}\" time=\"{:.3f}\">\n", t.files, t.failed_files, seconds);
-    out << fmt::format("  <testsuite name=\"planecheck\" tests=\"{}\" failures=\"{}\" errors=\"0\" time=\"{:.3f}\">\n", t.files,
-                       t.failed_files, seconds);
+    out << fmt::format("  <testsuite name=\"planecheck\" tests=\"{}\" failures=\"{}\" errors=\"0\" skipped=\"{}\" time=\"{:.3f}\">\n",
+                       t.files, t.failed_files, t.files_not_run, seconds);
     for (const auto &r : results) {
         out << fmt::format("    <testcase classname=\"planecheck\" name=\"{}\" time=\"{:.3f}\">\n", xml(r.path), r.duration_ms / 1000);
+        if (!r.not_started.empty()) {
+            out << fmt::format("      <skipped message=\"{}\"/>\n    </testcase>\n", xml(r.not_started));
+            continue;
+        }
         if (!r.passed()) {
             std::string body;
             for (const auto &f : r.findings) body += f + "\n";
@@ -111,13 +118,17 @@ bool write_junit(const std::string &path, const std::vector<FileResult> &results
     return bool(out);
 }
 
-void print_tap(const std::vector<FileResult> &results) {
-    fmt::print("TAP version 13\n1..{}\n", results.size());
+void print_tap(const std::vector<FileResult> &results, FILE *out) {
+    fmt::print(out, "TAP version 13\n1..{}\n", results.size());
     for (size_t i = 0; i < results.size(); ++i) {
         const FileResult &r = results[i];
-        fmt::print("{} {} - {} ({})\n", r.passed() ? "ok" : "not ok", i + 1, r.path, counts(r));
+        if (!r.not_started.empty()) {
+            fmt::print(out, "ok {} - {} # SKIP {}\n", i + 1, r.path, r.not_started);
+            continue;
+        }
+        fmt::print(out, "{} {} - {} ({})\n", r.passed() ? "ok" : "not ok", i + 1, r.path, counts(r));
         if (!r.passed())
-            for (const auto &f : r.findings) fmt::print("# {}\n", f);
+            for (const auto &f : r.findings) fmt::print(out, "# {}\n", f);
     }
 }
 

@@ -3,6 +3,7 @@
 
 #include "run.hpp"
 
+#include <cstdio>
 #include <string>
 #include <vector>
 
@@ -10,6 +11,7 @@ namespace pc::runner {
 
 struct Totals {
     size_t files = 0, steps = 0, failed_files = 0, not_run = 0;
+    size_t files_not_run = 0; // files the run ended before they started
     uint64_t mismatches = 0, value_errors = 0, expected = 0, problems = 0, warnings = 0;
     bool invalid = false;
     std::vector<std::string> ended; // "FILE:LINE: last error line" of each file the library ended
@@ -27,6 +29,6 @@ std::string summary(const Totals &t, bool check_only);
 // One test case per scenario file; a failed file carries its findings.
 bool write_junit(const std::string &path, const std::vector<FileResult> &results, double seconds);
 // One test point per scenario file, with its findings as diagnostics.
-void print_tap(const std::vector<FileResult> &results);
+void print_tap(const std::vector<FileResult> &results, FILE *out = stdout);
 
 } // namespace pc::runner

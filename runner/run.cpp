@@ -98,8 +98,8 @@ public:
         run->print_dump_document(*run->current_step_);
     }
     // At an end of the process in the middle of a file: its running step and the file ended.
-    void report_end(const std::string &how) {
-        if (!observer() || ending_reported_) return;
+    FileResult report_end(const std::string &how) {
+        if (ending_reported_) return result_;
         ending_reported_ = true;
         const Trail &t = trail();
         result_.ended = true;
@@ -116,6 +116,7 @@ public:
             --result_.steps; // the step counts among those that ran only once it completed
         }
         finish_observing();
+        return result_;
     }
 
     static inline FileRun *running_ = nullptr; // the file being run, for the end-of-process handlers
@@ -830,8 +831,9 @@ FileResult run_steps(const std::string &path, StepSource &source, const Options 
     return FileRun(path, options, source).run();
 }
 
-void end_running_file(const std::string &how) {
-    if (FileRun::running_) FileRun::running_->report_end(how);
+std::optional<FileResult> end_running_file(const std::string &how) {
+    if (!FileRun::running_) return std::nullopt;
+    return FileRun::running_->report_end(how);
 }
 
 const char *status_name(StepStatus status) {

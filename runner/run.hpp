@@ -5,6 +5,7 @@
 
 #include <cstdint>
 #include <cstdio>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -55,15 +56,29 @@ struct Finding {
 };
 
 struct FileResult;
+struct Totals;
 
-// Receives a file's records as they are made: the event stream, and a child process's results.
+// What a run is, as its first event tells it.
+struct RunDescription {
+    std::vector<std::string> command; // argv as given
+    size_t files = 0;
+    bool check_only = false, strict = false, verbose = false, quiet = false;
+    unsigned jobs = 1;
+    std::string recorder, coverage, shard; // "" for none
+    std::string platform;                  // the platform library the run drives
+};
+
+// Receives a run's records as they are made: the event stream, a C program's callback.
 class RunObserver {
 public:
     virtual ~RunObserver() = default;
+    virtual void run_start(const RunDescription &) {}
     virtual void file_start(const FileResult &) {}
     virtual void finding(const FileResult &, const Finding &) {}
     virtual void step(const FileResult &, const StepRecord &) {}
     virtual void file_end(const FileResult &) {}
+    // `totals` of every file the run reported; `exit_status` as the run ends with it.
+    virtual void run_end(const Totals &, int /*exit_status*/) {}
 };
 
 struct Options {
@@ -100,6 +115,7 @@ struct FileResult {
     std::string ended_how;   // "exit status 1", "signal 6 (Aborted)"
     size_t ended_step = 0;   // the step that was running then
     std::string name;        // the scenario's name:, once its header was read
+    std::string not_started; // why the file never ran (the run ended before it), when it did not
     double duration_ms = 0;
     // A file run in another process brings its steps and findings back here, in the order made.
     std::vector<StepRecord> step_records;
@@ -110,13 +126,13 @@ struct FileResult {
         if (findings.size() < kMaxFindings) findings.push_back(line);
         else if (findings.size() == kMaxFindings) findings.push_back("... (more findings are left out)");
     }
-    bool passed() const { return !invalid && !ended && failed_steps == 0 && problems == 0 && mismatches + value_errors == expected; }
+    bool passed() const { return !invalid && !ended && not_started.empty() && failed_steps == 0 && problems == 0 && mismatches + value_errors == expected; }
 };
 
 FileResult run_file(const std::string &path, const Options &options);
 // At an end of the process while a file runs (`how`: "exit status 1"): the running step and the
-// file are told to the observer as ended.
-void end_running_file(const std::string &how);
+// file are told to the observer as ended; the file's result, when a file was running.
+std::optional<FileResult> end_running_file(const std::string &how);
 // A finding from a log line "TEXT" (no location): a mismatch's attribute and values are taken
 // from the message.
 Finding finding_from_log(const std::string &text, FindingKind kind);

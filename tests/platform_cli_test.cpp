@@ -73,6 +73,14 @@ TEST_F(ScriptedCommand, RunsTheScriptedScenarioWithExactlyTheExpectedPlatformCal
     EXPECT_EQ(calls_of(read_file(trace), file), read_file(calls_dir + "calls.expected"));
 }
 
+// The platform's own name when its services give one, else its library's file name.
+TEST_F(ScriptedCommand, RunStartNamesThePlatformTheRunDrives) {
+    std::string file = calls_dir + "calls.yaml", events = " --events - " + file + " 2>/dev/null | head -1";
+    EXPECT_TRUE(has(scripted("run -q" + events), R"("platform":"scripted")")) << scripted("run -q" + events).output;
+    EXPECT_TRUE(has(bare("check" + events), R"("platform":"scripted")")) << bare("check" + events).output;
+    EXPECT_TRUE(has(simplane("run -q" + events), R"("platform":"simplane")")) << simplane("run -q" + events).output;
+}
+
 TEST_F(ScriptedCommand, StepsNeedingTheReferenceDataPlaneAreRefusedAtTheirLineBeforeAnythingRuns) {
     std::string file = write("unserved.yaml", unserved_steps);
     Outcome r = scripted("run --trace " + file);

@@ -42,7 +42,7 @@ void enforce_references(int enforce) { simplane::enforce_references(enforce != 0
 
 const pc_platform_services services = {
     sizeof(pc_platform_services), instance_new, instance_free, bind, simplane::reset, configure, set_log, set_trace,
-    arm_injection, arm_npu_results, set_sdk_side, enforce_references,
+    arm_injection, arm_npu_results, set_sdk_side, enforce_references, "simplane",
 };
 
 } // namespace

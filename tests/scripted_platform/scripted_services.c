@@ -11,6 +11,7 @@ static const pc_platform_services services = {
     .reset = scripted_reset,
     .set_trace = set_trace,
     .arm_injection = scripted_answer,
+    .name = "scripted",
 };
 
 const pc_platform_services *pc_platform_get_services(void) { return &services; }

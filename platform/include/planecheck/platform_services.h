@@ -55,6 +55,9 @@ typedef struct pc_platform_services {
      * delete of an object still referred to (EBUSY); zero, and after reset: store references as given.
      * A platform that always refuses them needs not offer it. */
     void (*enforce_references)(int enforce);
+    /* The platform's name, as a run's first event and reports give it ("simplane"); without it,
+     * the file name of the library that holds the platform's functions stands in. */
+    const char *name;
 } pc_platform_services;
 
 /* The services of the platform library, or NULL; asked once per process. */

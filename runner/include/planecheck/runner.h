@@ -1,7 +1,19 @@
-/* planecheck's scenario runner as a C library: runs and checks scenario files as the planecheck
- * command does (every step kind, expect: accounting, the recorder, coverage, the event stream),
- * and hands each event to a callback, as a structure and as its line of JSON
- * (schema/events.schema.json).
+/* planecheck's scenario runner as a C library: everything `planecheck run` does, for a C program.
+ * A runner is given files (or directories of them) and outputs by name, then runs them: in
+ * worker processes (the default: a file the library ends is reported and its worker replaced,
+ * and the host process never ends with it) or in the calling process. Each event of the run is
+ * handed to a callback, as a structure and as its line of JSON (schema/events.schema.json).
+ *
+ *   pc_runner *r = pc_runner_new(&options, on_event, user);
+ *   pc_runner_output(r, "junit", "report.xml");
+ *   pc_runner_add(r, "scenarios/");
+ *   int status = pc_runner_run(r);       (0 passed, 1 failed, 2 invalid or not written)
+ *   pc_runner_free(r);
+ *
+ * Several runners, and several runs of one runner, may follow each other in one process. No
+ * process-wide handler is installed unless `handlers` asks for it; a run in the calling process
+ * registers an exit hook, so that a file the library ends (an unknown table) is reported, and the
+ * files after it as not run, before the process ends with the library's exit status.
  *
  * The library is self-contained: link it alone (-lplanecheck_runner). */
 #ifndef PLANECHECK_RUNNER_H
@@ -19,13 +31,14 @@ typedef struct pc_runner_options {
     int quiet;                   /* step lines only for steps that did not pass */
     int strict;                  /* refuse a file the check fails; a step that ran nothing fails */
     int trace;                   /* every platform call, at its record's line */
-    const char *recorder_path;   /* write the recorder here (NULL: none) */
-    int recorder_fd;             /* or into this open descriptor, which the runner then owns (-1: none) */
-    const char *coverage_path;   /* write the coverage report here when the runner finishes (NULL: none) */
-    const char *events_path;     /* write the events as JSON Lines here ("-": standard output; NULL: none) */
+    int check_only;              /* read and validate the files, run nothing */
+    unsigned jobs;               /* run the files in this many worker processes (default 1); 0: in this process */
+    const char *shard;           /* "I/N": only shard I of N of the files (NULL: all of them) */
+    int ci_environment;          /* let a CI executor's variables choose the shard and the JUnit file (default 0) */
+    int handlers;                /* install the abort and stop-signal handlers in this process (default 0) */
 } pc_runner_options;
 
-/* Options as the command's defaults: nothing written, recorder_fd -1. */
+/* Options as the command's defaults, in one worker process. */
 void pc_runner_options_init(pc_runner_options *options);
 
 /* One event. Members that do not apply to its kind are 0 or NULL. */
@@ -36,34 +49,27 @@ typedef struct pc_runner_event {
     size_t step;
     const char *kind;       /* a step's kind (send, dump, ...) or a finding's (mismatch, value_error, check, log) */
     const char *label;      /* a step's label, such as "send test_if" */
-    const char *status;     /* a step's or a file's status */
-    const char *text;       /* a finding's text */
+    const char *status;     /* a step's or a file's status: passed, failed, invalid, ended, not_run */
+    const char *text;       /* a finding's text; a file's error or why it did not run */
     uint64_t mismatches, value_errors;
+    size_t steps;           /* a file's or the run's steps */
     const char *json;       /* the whole event, one line of JSON without its newline */
 } pc_runner_event;
 
 typedef void (*pc_runner_event_fn)(void *user, const pc_runner_event *event);
 
-/* A file's outcome. */
-typedef struct pc_runner_file_result {
-    int passed;
-    int invalid;            /* the file could not be read or is not a valid scenario */
-    size_t steps, failed_steps, not_run;
-    uint64_t mismatches, value_errors, expected, problems, warnings;
-    double duration_ms;
-    char error[512];        /* FILE:LINE:COL: message, for an invalid file */
-} pc_runner_file_result;
-
 typedef struct pc_runner pc_runner;
 
-/* NULL when the recorder or the events file cannot be opened (errno set). */
+/* NULL only when memory runs out. */
 pc_runner *pc_runner_new(const pc_runner_options *options, pc_runner_event_fn on_event, void *user);
-/* Run or check one file; the result is also told as events. Returns 1 passed, 0 failed, -1 invalid. */
-int pc_runner_run_file(pc_runner *runner, const char *path, pc_runner_file_result *result);
-int pc_runner_check_file(pc_runner *runner, const char *path, pc_runner_file_result *result);
-/* Writes run_end and closes the recorder, the coverage report and the events; returns the exit
- * status the command would give (0 passed, 1 failed, 2 invalid or not written). */
-int pc_runner_finish(pc_runner *runner);
+/* Writes output `name` of each run to `path`: "recorder", "junit", "events", "html", "coverage"
+ * (a file), or "tap" ("-" for standard output, or a file). 0, or -1 for an unknown name. */
+int pc_runner_output(pc_runner *runner, const char *name, const char *path);
+/* Adds a scenario file, or a directory of them (its scenario files, sorted, recursively). */
+int pc_runner_add(pc_runner *runner, const char *path);
+/* Runs the files added since the last run; the exit status `planecheck run` would give: 0 passed,
+ * 1 failed, 2 invalid, not written or refused (the reason is printed on standard error). */
+int pc_runner_run(pc_runner *runner);
 void pc_runner_free(pc_runner *runner);
 
 #ifdef __cplusplus

@@ -1,0 +1,373 @@
+#include "session.hpp"
+
+#include "ci_env.hpp"
+#include "coverage.hpp"
+#include "ending.hpp"
+#include "events.hpp"
+#include "file_source.hpp"
+#include "parallel.hpp"
+#include "platform.hpp"
+#include "recorder_sink.hpp"
+#include "scenario_files.hpp"
+
+#include <fmt/format.h>
+
+#include <cerrno>
+#include <chrono>
+#include <cstdlib>
+#include <cstring>
+#include <fcntl.h>
+#include <optional>
+#include <unistd.h>
+#include <utility>
+
+namespace pc::runner {
+
+void RunModel::add(FileResult result) {
+    add_to(totals_, result);
+    files_.push_back(std::move(result));
+}
+
+int RunModel::exit_status() const { return totals_.invalid ? 2 : totals_.failed_files ? 1 : 0; }
+
+std::string platform_name() {
+    const Platform &platform = linked_platform();
+    if (const char *named = platform.offered(&pc_platform_services::name)) return named;
+    std::string name = platform.library;
+    if (name.rfind("lib", 0) == 0) name.erase(0, 3);
+    if (size_t so = name.find(".so"); so != std::string::npos) name.erase(so);
+    return name;
+}
+
+namespace {
+
+// Forwards every record to each of the run's listeners.
+class Fanout : public RunObserver {
+public:
+    void add(RunObserver *o) {
+        if (o) listeners_.push_back(o);
+    }
+    bool empty() const { return listeners_.empty(); }
+    void file_start(const FileResult &f) override {
+        for (auto *o : listeners_) o->file_start(f);
+    }
+    void finding(const FileResult &f, const Finding &x) override {
+        for (auto *o : listeners_) o->finding(f, x);
+    }
+    void step(const FileResult &f, const StepRecord &s) override {
+        for (auto *o : listeners_) o->step(f, s);
+    }
+    void file_end(const FileResult &f) override {
+        for (auto *o : listeners_) o->file_end(f);
+    }
+    void run_start(const RunDescription &run) override {
+        for (auto *o : listeners_) o->run_start(run);
+    }
+    void run_end(const Totals &totals, int status) override {
+        for (auto *o : listeners_) o->run_end(totals, status);
+    }
+
+private:
+    std::vector<RunObserver *> listeners_;
+};
+
+// Keeps the files of shard I of N (1-based): the I-th, the (I+N)-th, ...
+bool take_shard(RunRequest &o) {
+    if (o.shard.empty()) return true;
+    unsigned i = 0, n = 0;
+    char end;
+    if (std::sscanf(o.shard.c_str(), "%u/%u%c", &i, &n, &end) != 2 || n == 0 || i == 0 || i > n) {
+        fmt::print(stderr, "planecheck: --shard takes I/N with 1 <= I <= N, such as 2/4\n");
+        return false;
+    }
+    std::vector<std::string> kept;
+    for (size_t k = i - 1; k < o.files.size(); k += n) kept.push_back(o.files[k]);
+    o.files = std::move(kept);
+    return true;
+}
+
+// A report file that cannot be written is a usage error found before any file runs: opened
+// without truncating, and removed again when it did not exist.
+bool can_write(const std::string &path, const char *what) {
+    bool existed = access(path.c_str(), F_OK) == 0;
+    int fd = open(path.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0666);
+    if (fd < 0) {
+        fmt::print(stderr, "planecheck: cannot write {} to {}: {}\n", what, path, std::strerror(errno));
+        return false;
+    }
+    close(fd);
+    if (!existed) unlink(path.c_str());
+    return true;
+}
+
+// Without --shard and --junit, a CI executor's environment may say which shard to run and where
+// the JUnit report goes.
+bool take_ci_environment(RunRequest &o) {
+    CiEnvironment env = read_ci_environment(std::getenv);
+    if (o.junit.empty()) o.junit = env.junit;
+    if (!o.shard.empty()) return true;
+    if (!env.error.empty()) {
+        fmt::print(stderr, "planecheck: {}\n", env.error);
+        return false;
+    }
+    if (env.shard.empty()) return true;
+    o.shard = env.shard;
+    if (!env.status_file.empty() && !touch(env.status_file)) {
+        fmt::print(stderr, "planecheck: cannot touch TEST_SHARD_STATUS_FILE {}: {}\n", env.status_file, std::strerror(errno));
+        return false;
+    }
+    return true;
+}
+
+// The files of a run with --files-from: the ones named on the command line, then the list's.
+bool open_file_list(const RunRequest &o, std::optional<FileSource> &source) {
+    if (o.files_from.empty()) return true;
+    int fd = o.files_from == "-" ? STDIN_FILENO : open(o.files_from.c_str(), O_RDONLY | O_CLOEXEC);
+    if (fd < 0) {
+        fmt::print(stderr, "planecheck: cannot read the file list {}: {}\n", o.files_from, std::strerror(errno));
+        return false;
+    }
+    source.emplace(FileSource::of_stream(o.files, fd));
+    return true;
+}
+
+// One run: its request, its outputs, its model. One at a time per process: the end-of-process
+// handlers finish the one that runs.
+class Session {
+public:
+    explicit Session(RunRequest &request) : o_(request) {}
+    Session(const Session &) = delete;
+    Session &operator=(const Session &) = delete;
+    ~Session() {
+        if (running_ != this) return;
+        running_ = nullptr;
+        ending::set_end_report(nullptr); // the process may go on to other work, or other runs
+    }
+
+    int run(const RunOne &run_one) {
+        if (!prepare_html()) return 2;
+        int status = write_html_report(finish_events(run_to_outputs(run_one)));
+        if (!events_for_html_.empty()) unlink(events_for_html_.c_str()); // also when the run stopped before its events
+        return status;
+    }
+
+private:
+    int run_to_outputs(const RunOne &run_one) {
+        if (!o_.files_from.empty() && !o_.shard.empty()) {
+            fmt::print(stderr, "planecheck: --shard and --files-from do not go together: the list names the files to run\n");
+            return 2;
+        }
+        // the program that writes the list chooses the files: no shard from the environment
+        if (!o_.file.check_only && o_.ci_environment && o_.files_from.empty() && !take_ci_environment(o_)) return 2;
+        if (std::string error; !o_.in_process && !expand_directories(o_.files, error)) {
+            fmt::print(stderr, "planecheck: {}\n", error);
+            return 2;
+        }
+        if (!take_shard(o_)) return 2;
+        if (o_.handlers) ending::install();
+        // a report must survive a file that the library ends: the files then run in worker processes
+        // (a replay runs in this process: its steps come from the recording, not from a file a child could open)
+        if ((o_.tap || !o_.junit.empty()) && !o_.jobs && !o_.jobs_chosen && !o_.in_process) o_.jobs = 1;
+        // a long-lived run outlives a file that the library ends
+        if (!o_.files_from.empty() && !o_.jobs) o_.jobs = 1;
+        std::optional<FileSource> listed;
+        if (!open_file_list(o_, listed)) return 2;
+        o_.file.progress = !o_.jobs && !o_.file.verbose && !o_.file.trace && isatty(STDERR_FILENO);
+        if (o_.tap && o_.tap_out == stdout) {
+            o_.file.quiet = true;
+            o_.file.steps = stderr; // standard output carries the TAP stream alone
+        }
+        if (!o_.junit.empty() && !can_write(o_.junit, "the JUnit report")) return 2;
+        if (!open_recorder()) return 2;
+        if (!open_events()) return 2;
+        listeners_.add(o_.observer);
+        if (!listeners_.empty()) o_.file.observer = &listeners_;
+        tell_start();
+        started_telling_ = true;
+        if (!o_.coverage.empty()) {
+            o_.file.coverage = &coverage_;
+            coverage::write_at_exit(&coverage_, o_.coverage);
+        }
+        running_ = this;
+        ending::set_end_report(end_of_process);
+        std::string recorder_problem;
+        if (listed) {
+            for (FileResult &r : run_in_processes(*listed, o_.file, o_.jobs, parts_fd_, recorder_problem)) model_.add(std::move(r));
+        } else if (o_.jobs) {
+            for (FileResult &r : run_in_processes(o_.files, o_.file, o_.jobs, parts_fd_, recorder_problem)) model_.add(std::move(r));
+        } else {
+            for (next_ = 0; next_ < o_.files.size(); ++next_) {
+                model_.add(run_one(o_.files[next_], o_.file));
+                if (model_.files().back().invalid) fmt::print(stderr, "{}\n", model_.files().back().error);
+            }
+        }
+        bool recorded = close_recorder(recorder_problem);
+        return write_reports(recorded);
+    }
+
+    // Coverage, JUnit, TAP and the summary, from the model; the exit status.
+    int write_reports(bool recorded) {
+        if (!o_.coverage.empty() && !write_coverage()) return 2;
+        if (!o_.junit.empty() && !write_junit(o_.junit, model_.files(), seconds())) {
+            fmt::print(stderr, "planecheck: cannot write the JUnit report to {}\n", o_.junit);
+            return 2;
+        }
+        std::string line = summary(model_.totals(), o_.file.check_only);
+        if (o_.tap) {
+            print_tap(model_.files(), o_.tap_out);
+            fmt::print(o_.tap_out, "# {}\n", line);
+        }
+        if (!o_.tap || o_.tap_out != stdout) fmt::print(o_.summary, "{}\n", line);
+        if (!recorded) return 2;
+        return model_.exit_status();
+    }
+
+    // The recorder is opened before any file runs; with -j the parts are appended to it at the end.
+    bool open_recorder() {
+        if (o_.recorder.empty()) return true;
+        bool ok = o_.jobs ? (parts_fd_ = open(o_.recorder.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0666)) >= 0
+                          : recorder::open_file(o_.recorder);
+        if (!ok) fmt::print(stderr, "planecheck: cannot write the recorder to {}: {}\n", o_.recorder, std::strerror(errno));
+        return ok;
+    }
+
+    bool close_recorder(std::string problem) {
+        if (o_.recorder.empty()) return true;
+        if (o_.jobs) {
+            if (close(parts_fd_) != 0 && problem.empty()) problem = fmt::format("cannot write: {}", std::strerror(errno));
+        } else if (!recorder::close()) {
+            problem = fmt::format("cannot write: {}", std::strerror(errno));
+        }
+        if (!problem.empty()) fmt::print(stderr, "planecheck: the recorder {} is incomplete: {}\n", o_.recorder, problem);
+        return problem.empty();
+    }
+
+    bool write_coverage() {
+        coverage::write_at_exit(nullptr, "");
+        if (coverage::write_file(coverage_, o_.coverage)) return true;
+        fmt::print(stderr, "planecheck: cannot write the coverage report to {}: {}\n", o_.coverage, std::strerror(errno));
+        return false;
+    }
+
+    // --html reads the run's events back: they go to --events FILE, or to a temporary file.
+    bool prepare_html() {
+        if (o_.html.empty()) return true;
+        if (o_.events == "-") {
+            fmt::print(stderr, "planecheck: --html reads the run's events back; give --events a file, not -\n");
+            return false;
+        }
+        if (!can_write(o_.html, "the HTML report")) return false;
+        if (o_.events.empty()) {
+            const char *tmp = std::getenv("TMPDIR");
+            events_for_html_ = fmt::format("{}/planecheck-events-XXXXXX", tmp && *tmp ? tmp : "/tmp");
+            int fd = mkstemp(events_for_html_.data());
+            if (fd < 0) {
+                fmt::print(stderr, "planecheck: cannot create a temporary file for the HTML report's events: {}\n", std::strerror(errno));
+                return false;
+            }
+            close(fd);
+            o_.events = events_for_html_;
+        }
+        html_ = o_.html;
+        return true;
+    }
+
+    bool open_events() {
+        if (o_.events.empty()) return true;
+        if (o_.events == "-" && o_.tap && o_.tap_out == stdout) {
+            fmt::print(stderr, "planecheck: --tap and --events - both write standard output; give --events a file\n");
+            return false;
+        }
+        if (!events_.open(o_.events)) {
+            fmt::print(stderr, "planecheck: cannot write the events to {}: {}\n", o_.events, std::strerror(errno));
+            return false;
+        }
+        if (o_.events == "-") o_.file.steps = stderr, o_.summary = stderr; // standard output carries the events alone
+        listeners_.add(&events_);
+        return true;
+    }
+
+    void tell_start() {
+        RunDescription run;
+        run.command = o_.command;
+        run.files = o_.files.size();
+        run.check_only = o_.file.check_only;
+        run.strict = o_.file.strict;
+        run.verbose = o_.file.verbose;
+        run.quiet = o_.file.quiet;
+        run.jobs = std::max(o_.jobs, 1u);
+        run.recorder = o_.recorder;
+        run.coverage = o_.coverage;
+        run.shard = o_.shard;
+        run.platform = platform_name();
+        listeners_.run_start(run);
+    }
+
+    int finish_events(int status) {
+        if (!started_telling_) return status;
+        started_telling_ = false;
+        listeners_.run_end(model_.totals(), status);
+        return events_.close() ? status : 2;
+    }
+
+    // The HTML report of the events written, as a last output of the run. The run's status stands
+    // unless the page cannot be made in full.
+    int write_html_report(int status) {
+        if (html_.empty()) return status;
+        std::string page = std::exchange(html_, "");
+        int made = o_.write_html ? o_.write_html(o_.events, page) : 2;
+        return made != 0 ? 2 : status;
+    }
+
+    // The library ends the process while a file of this run runs in it: the file is reported as
+    // ended, the files after it as not run, and every output of the run is written.
+    static void end_of_process(const std::string &how, int status) {
+        Session *s = running_;
+        if (!s) return;
+        running_ = nullptr;
+        std::optional<FileResult> ended = end_running_file(how);
+        if (!s->o_.jobs && ended) { // workers: the parent is not ending by the library, and reports when they are done
+            s->report_the_rest(std::move(*ended));
+            if (!s->o_.junit.empty()) write_junit(s->o_.junit, s->model_.files(), s->seconds());
+            if (s->o_.tap) print_tap(s->model_.files(), s->o_.tap_out);
+        }
+        if (s->finish_events(status) == status) s->write_html_report(status);
+        if (!s->events_for_html_.empty()) unlink(s->events_for_html_.c_str());
+    }
+
+    // The file the library ended in this process, and every file after it as not run.
+    void report_the_rest(FileResult ended) {
+        std::string why = fmt::format("not run: the run ended in {}", ended.ended_at);
+        model_.add(std::move(ended));
+        for (size_t i = next_ + 1; i < o_.files.size(); ++i) {
+            FileResult skipped;
+            skipped.path = o_.files[i];
+            skipped.not_started = why;
+            if (o_.file.observer) o_.file.observer->file_start(skipped), o_.file.observer->file_end(skipped);
+            model_.add(std::move(skipped));
+        }
+    }
+
+    double seconds() const { return std::chrono::duration<double>(std::chrono::steady_clock::now() - started_).count(); }
+
+    RunRequest &o_;
+    RunModel model_;
+    EventWriter events_;
+    Fanout listeners_;
+    coverage::Report coverage_;
+    int parts_fd_ = -1;
+    size_t next_ = 0; // the file running now, in this process
+    bool started_telling_ = false; // run_start was told, run_end not yet
+    std::string html_, events_for_html_;
+    std::chrono::steady_clock::time_point started_ = std::chrono::steady_clock::now();
+    static inline Session *running_ = nullptr;
+};
+
+} // namespace
+
+int run_files(RunRequest &request, const RunOne &run_one) {
+    Session session(request);
+    return session.run(run_one);
+}
+
+} // namespace pc::runner

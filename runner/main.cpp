@@ -58,6 +58,9 @@ int main(int argc, char **argv) {
     run->add_flag("-v,--verbose", run_options.file.verbose, "write information lines (calls, handles, successes)");
     run->add_flag("-q,--quiet", run_options.file.quiet, "print only the steps that did not pass");
     run->add_option("--recorder", run_options.recorder, "write the operation recorder to FILE");
+    run->add_option("--recorder-dir", run_options.recorder_dir,
+                    "write each scenario file's operation recorder to a file of its own in DIR (its path with / and other "
+                    "signs made _, and .rec), written before the file's last event; the files run in worker processes");
     run->add_option("-j,--jobs", run_options.jobs,
                     "run N files at once, in N worker processes (a file the library stops is reported, "
                     "its worker replaced, and the others run)")->check(CLI::Range(1u, 256u));

@@ -9,6 +9,7 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <cctype>
 #include <cerrno>
 #include <csignal>
 #include <cstdio>
@@ -275,8 +276,10 @@ FileResult finish(const std::string &file, const FileSlot &s) {
 // Workers started once and given file after file; a worker the library ends is replaced.
 class Pool {
 public:
-    Pool(FileSource &source, const Options &options, unsigned jobs, int recorder_fd, std::string &recorder_problem)
-        : source_(source), options_(options), jobs_(std::max(jobs, 1u)), recorder_fd_(recorder_fd), recorder_problem_(recorder_problem) {}
+    Pool(FileSource &source, const Options &options, unsigned jobs, int recorder_fd, std::string &recorder_problem,
+         const std::string &recorder_dir)
+        : source_(source), options_(options), jobs_(std::max(jobs, 1u)), recorder_fd_(recorder_fd), recorder_problem_(recorder_problem),
+          recorder_dir_(recorder_dir) {}
     Pool(const Pool &) = delete;
     Pool &operator=(const Pool &) = delete;
 
@@ -293,7 +296,7 @@ public:
     }
 
 private:
-    bool recording() const { return recorder_fd_ >= 0; }
+    bool recording() const { return recorder_fd_ >= 0 || !recorder_dir_.empty(); }
 
     void hand_out() {
         while (!ending::stop_signal()) {
@@ -460,6 +463,7 @@ private:
         FileSlot &slot = slots_[i];
         results_[i] = finish(files_[i], slot);
         if (!slot.parts) return tell(results_[i], nullptr);
+        write_own_recorder(results_[i], *slot.parts);
         tell(results_[i], slot.parts.get());
         join_recorder_part(*slot.parts);
         merge_coverage_part(*slot.parts);
@@ -474,15 +478,30 @@ private:
         for (auto &s : r.step_records)
             if (s.records_start >= 0) s.records_start += int64_t(records_base_), s.records_end += int64_t(records_base_);
         struct stat part {};
-        if (parts && parts->recorder.fd >= 0 && fstat(parts->recorder.fd, &part) == 0) records_base_ += uint64_t(part.st_size);
+        if (recorder_fd_ >= 0 && parts && parts->recorder.fd >= 0 && fstat(parts->recorder.fd, &part) == 0)
+            records_base_ += uint64_t(part.st_size);
         if (options_.observer) replay_records(r, *options_.observer);
         r.step_records = {};
         r.finding_records = {};
     }
 
+    // Before the file's events are told: a reader of its file_end finds its recorder complete.
+    void write_own_recorder(FileResult &r, Parts &parts) {
+        if (recorder_dir_.empty() || parts.recorder.fd < 0) return;
+        std::string part, path = recorder_dir_ + "/" + recorder_file_name(r.path);
+        int fd = -1;
+        bool written = read_all(parts.recorder.fd, part) &&
+                       (fd = ::open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0666)) >= 0 && write_all(fd, part);
+        if ((fd >= 0 && ::close(fd) != 0) || !written) {
+            r.add_finding(fmt::format("{}: cannot write its recorder to {}: {}", r.path, path, std::strerror(errno)));
+            ++r.failed_steps;
+            fmt::print(stderr, "{}\n", r.findings.back());
+        }
+    }
+
     // Parts are appended in the order of the files; after a part that could not be, none is.
     void join_recorder_part(Parts &parts) {
-        if (!recording() || !recorder_problem_.empty()) return;
+        if (recorder_fd_ < 0 || !recorder_problem_.empty()) return;
         std::string part;
         if (!read_all(parts.recorder.fd, part))
             recorder_problem_ = fmt::format("a file's part cannot be read back: {}", std::strerror(errno));
@@ -505,6 +524,7 @@ private:
     const size_t jobs_;
     const int recorder_fd_;
     std::string &recorder_problem_;
+    const std::string recorder_dir_;
     std::vector<FileSlot> slots_;
     std::vector<FileResult> results_;
     std::vector<Worker> workers_;
@@ -516,8 +536,15 @@ private:
 } // namespace
 
 std::vector<FileResult> run_in_processes(FileSource &files, const Options &options, unsigned jobs, int recorder_fd,
-                                         std::string &recorder_problem) {
-    return Pool(files, options, jobs, recorder_fd, recorder_problem).run();
+                                         std::string &recorder_problem, const std::string &recorder_dir) {
+    return Pool(files, options, jobs, recorder_fd, recorder_problem, recorder_dir).run();
+}
+
+std::string recorder_file_name(const std::string &path) {
+    std::string name = path;
+    for (char &c : name)
+        if (!std::isalnum(static_cast<unsigned char>(c)) && c != '.' && c != '-' && c != '_') c = '_';
+    return name + ".rec";
 }
 
 std::vector<FileResult> run_in_processes(const std::vector<std::string> &files, const Options &options, unsigned jobs,

@@ -18,6 +18,7 @@
 #include <cstring>
 #include <fcntl.h>
 #include <optional>
+#include <sys/stat.h>
 #include <unistd.h>
 #include <utility>
 
@@ -100,6 +101,15 @@ bool can_write(const std::string &path, const char *what) {
     return true;
 }
 
+// A recorder folder is made when it is not there; one that cannot be written to is a usage error.
+bool writable_folder(const std::string &dir) {
+    if ((mkdir(dir.c_str(), 0777) != 0 && errno != EEXIST) || access(dir.c_str(), W_OK | X_OK) != 0) {
+        fmt::print(stderr, "planecheck: cannot write recorders to {}: {}\n", dir, std::strerror(errno));
+        return false;
+    }
+    return true;
+}
+
 // Without --shard and --junit, a CI executor's environment may say which shard to run and where
 // the JUnit report goes.
 bool take_ci_environment(RunRequest &o) {
@@ -169,7 +179,7 @@ private:
         // (a replay runs in this process: its steps come from the recording, not from a file a child could open)
         if ((o_.tap || !o_.junit.empty()) && !o_.jobs && !o_.jobs_chosen && !o_.in_process) o_.jobs = 1;
         // a long-lived run outlives a file that the library ends
-        if (!o_.files_from.empty() && !o_.jobs) o_.jobs = 1;
+        if ((!o_.files_from.empty() || !o_.recorder_dir.empty()) && !o_.jobs) o_.jobs = 1;
         std::optional<FileSource> listed;
         if (!open_file_list(o_, listed)) return 2;
         o_.file.progress = !o_.jobs && !o_.file.verbose && !o_.file.trace && isatty(STDERR_FILENO);
@@ -191,8 +201,10 @@ private:
         running_ = this;
         ending::set_end_report(end_of_process);
         std::string recorder_problem;
-        if (listed) {
-            for (FileResult &r : run_in_processes(*listed, o_.file, o_.jobs, parts_fd_, recorder_problem)) model_.add(std::move(r));
+        if (listed || !o_.recorder_dir.empty()) {
+            if (!listed) listed.emplace(FileSource::of_list(o_.files));
+            for (FileResult &r : run_in_processes(*listed, o_.file, o_.jobs, parts_fd_, recorder_problem, o_.recorder_dir))
+                model_.add(std::move(r));
         } else if (o_.jobs) {
             for (FileResult &r : run_in_processes(o_.files, o_.file, o_.jobs, parts_fd_, recorder_problem)) model_.add(std::move(r));
         } else {
@@ -224,6 +236,11 @@ private:
 
     // The recorder is opened before any file runs; with -j the parts are appended to it at the end.
     bool open_recorder() {
+        if (!o_.recorder.empty() && !o_.recorder_dir.empty()) {
+            fmt::print(stderr, "planecheck: --recorder and --recorder-dir do not go together: a run writes one or the other\n");
+            return false;
+        }
+        if (!o_.recorder_dir.empty() && !writable_folder(o_.recorder_dir)) return false;
         if (o_.recorder.empty()) return true;
         bool ok = o_.jobs ? (parts_fd_ = open(o_.recorder.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0666)) >= 0
                           : recorder::open_file(o_.recorder);

@@ -83,6 +83,10 @@ TEST(FilesFrom, NamedFilesRunFirstAndAListCannotBeSharded) {
     EXPECT_NE(missing.output.find("cannot read the file list /no/such/list"), std::string::npos) << missing.output;
     auto nothing = pc::test::run_command(std::string(PC_PLANECHECK) + " run 2>&1");
     EXPECT_EQ(nothing.status, 2) << nothing.output;
+    auto two_recorders = pc::test::run_command(std::string(PC_PLANECHECK) + " run --recorder-dir " + testing::TempDir() +
+                                               " --recorder " + testing::TempDir() + "one.rec " + scenario("clean") + " 2>&1");
+    EXPECT_EQ(two_recorders.status, 2);
+    EXPECT_NE(two_recorders.output.find("--recorder and --recorder-dir"), std::string::npos) << two_recorders.output;
 }
 
 } // namespace

@@ -13,7 +13,6 @@ from pathlib import Path
 
 import pytest
 
-from . import run as run_scenarios
 from .command import PlanecheckError, find_command
 from .model import FileResult, Step
 from .scenario_name import scenario_name
@@ -72,10 +71,14 @@ def scenario_session(config) -> Session:
         if parts:
             os.makedirs(parts, exist_ok=True)
             coverage = os.path.join(parts, f"session-{os.getpid()}.json")
+        recorders = config.getoption("planecheck_recorder")
+        if recorders:  # the run's own names, in a folder of this process; each is renamed for its test
+            os.makedirs(recorders, exist_ok=True)
+            recorders = tempfile.mkdtemp(prefix=".planecheck-recorders-", dir=recorders)
         setattr(config, SESSION, Session(strict=config.getoption("planecheck_strict"),
                                          extra_args=config.getini("planecheck_args"),
                                          command=config.getoption("planecheck_command"),
-                                         coverage=coverage))
+                                         coverage=coverage, recorder_dir=recorders))
     return getattr(config, SESSION)
 
 
@@ -84,6 +87,8 @@ def close_scenario_session(config) -> None:
     running = getattr(config, SESSION, None)
     if running is not None:
         running.close()
+        if running.recorder_dir:
+            shutil.rmtree(running.recorder_dir, ignore_errors=True)
 
 
 def pytest_sessionfinish(session):
@@ -139,30 +144,20 @@ class ScenarioItem(pytest.Item):
     def runtest(self):
         config = self.config
         path = os.path.relpath(self.path, config.invocation_params.dir)
-        if config.getoption("planecheck_recorder"):
-            return self.run_with_its_own_recorder(path)
-        result, output = scenario_session(config).run_file(path)
+        session = scenario_session(config)
+        result, output = session.run_file(path)
+        self.keep_recorder(session.recorder_of(path))
         self.add_report_section("call", "planecheck", output)
         if not result.passed:
             raise ScenarioFailed(result)
 
-    def run_with_its_own_recorder(self, path):
-        """A recorder file per scenario file: one command per file, as a run has one recorder."""
-        config = self.config
-        options = dict(jobs=1,  # the file runs in a process of its own, so a library end is reported
-                       strict=config.getoption("planecheck_strict"),
-                       extra_args=config.getini("planecheck_args"),
-                       command=config.getoption("planecheck_command"),
-                       recorder=self.output_path(config.getoption("planecheck_recorder"), ".rec"),
-                       coverage=self.output_path(coverage_parts(config), ".json"))
-        self.user_properties.append(("planecheck_recorder", options["recorder"]))
-        run = run_scenarios([path], **options)
-        # Step and log lines (standard error) come before the summary line (standard output).
-        self.add_report_section("call", "planecheck", run.stderr + run.stdout)
-        result = run.files[0] if run.files else None
-        if result is None or not result.passed:
-            raise ScenarioFailed(result or FileResult(path=path, index=0, status="invalid",
-                                                      error=run.stderr.strip()))
+    def keep_recorder(self, written):
+        if written is None:
+            return
+        named = self.output_path(self.config.getoption("planecheck_recorder"), ".rec")
+        if os.path.exists(written):
+            os.replace(written, named)
+        self.user_properties.append(("planecheck_recorder", named))
 
     def output_path(self, folder, suffix):
         if not folder:

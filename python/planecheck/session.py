@@ -8,6 +8,7 @@ processes, so a file that the library ends is reported and the run goes on.
 from __future__ import annotations
 
 import os
+import re
 import subprocess
 import tempfile
 from typing import Optional, Sequence
@@ -17,14 +18,24 @@ from .events import EventError, RunBuilder, parse_line
 from .model import Ended, FileResult, Run
 
 
+def recorder_file_name(path: str) -> str:
+    """The name `run --recorder-dir` gives a file's recorder: each byte of its path other than a
+    letter, a digit, '.', '-' or '_' made '_', and ".rec"."""
+    return os.fsdecode(re.sub(rb"[^A-Za-z0-9._-]", b"_", os.fsencode(path))) + ".rec"
+
+
 class Session:
     """`with Session(strict=True) as session: result, output = session.run_file("a.yaml")`"""
 
     def __init__(self, *, strict: bool = False, coverage: Optional[PathLike] = None,
-                 extra_args: Sequence[str] = (), command: Optional[PathLike] = None):
+                 recorder_dir: Optional[PathLike] = None, extra_args: Sequence[str] = (),
+                 command: Optional[PathLike] = None):
         options = ["--strict"] if strict else []
         if coverage is not None:
             options += ["--coverage", os.fspath(coverage)]
+        self.recorder_dir = os.fspath(recorder_dir) if recorder_dir is not None else None
+        if self.recorder_dir is not None:
+            options += ["--recorder-dir", self.recorder_dir]
         self._command = command
         self._options = [*options, *extra_args]
         self._process: Optional[subprocess.Popen] = None
@@ -62,7 +73,7 @@ class Session:
             pass  # the command is gone: what it wrote is read below, then it is started again
         reported = self._read_until_file_end(builder, path)
         if not reported:
-            run.exit_status = self.close()
+            run.exit_status = self._end_process()
         output = self._new_errors()
         if not reported:  # the command itself ended while the file ran
             run.stderr = output
@@ -70,8 +81,21 @@ class Session:
         result = run.files[0] if run.files else None
         return result or self._never_reported(path, run), output
 
+    def recorder_of(self, path: PathLike) -> Optional[str]:
+        """Where a file's recorder is, once run_file has returned (with recorder_dir)."""
+        if self.recorder_dir is None:
+            return None
+        return os.path.join(self.recorder_dir, recorder_file_name(os.fspath(path)))
+
     def close(self) -> Optional[int]:
         """Ends the run (the command writes its coverage and its run_end then); its exit status."""
+        status = self._end_process()
+        if self._errors is not None:
+            self._errors.close()
+            self._errors = None
+        return status
+
+    def _end_process(self) -> Optional[int]:
         process, self._process = self._process, None
         if process is None:
             return self.exit_status
@@ -99,7 +123,7 @@ class Session:
         self.starts += 1
         first = self._process.stdout.readline()
         if not first:
-            self.close()
+            self._end_process()
             message = self._new_errors().strip() or \
                 f"planecheck run ended with {status_text(self.exit_status)}"
             self._refusal = UsageError(message)

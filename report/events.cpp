@@ -1,80 +1,59 @@
 #include "events.hpp"
 
+#include "event_stream.hpp"
+
 #include <fmt/format.h>
-#include <simdjson.h>
 
 #include <fstream>
 #include <iostream>
 
 namespace pc::report {
 
-using simdjson::dom::element;
-using simdjson::dom::object;
-
 struct EventReader::Parser {
-    simdjson::dom::parser parser;
+    runner::EventDecoder decoder;
 };
 
 namespace {
 
-std::string text_of(const object &event, const char *key) {
-    std::string_view value;
-    return event[key].get(value) == simdjson::SUCCESS ? std::string(value) : std::string();
-}
-
-uint64_t count_of(const object &event, const char *key) {
-    element value;
-    if (event[key].get(value) != simdjson::SUCCESS) return 0;
-    if (uint64_t n; value.get(n) == simdjson::SUCCESS) return n;
-    if (double d; value.get(d) == simdjson::SUCCESS && d > 0) return uint64_t(d);
-    return 0;
-}
-
-double number_of(const object &event, const char *key) {
-    double d;
-    return event[key].get(d) == simdjson::SUCCESS ? d : 0;
-}
-
-Counts counts_of(const object &event) {
+Counts counts_of(const runner::FileResult &f, size_t failed_steps) {
     Counts c;
-    c.steps = count_of(event, "steps");
-    c.failed_steps = count_of(event, "failed_steps");
-    c.not_run = count_of(event, "not_run");
-    c.mismatches = count_of(event, "mismatches");
-    c.value_errors = count_of(event, "value_errors");
-    c.expected = count_of(event, "expected");
+    c.steps = f.steps;
+    c.failed_steps = failed_steps;
+    c.not_run = f.not_run;
+    c.mismatches = f.mismatches;
+    c.value_errors = f.value_errors;
+    c.expected = f.expected;
     return c;
 }
 
-Finding finding_of(const object &event) {
+Finding finding_of(const runner::Finding &g) {
     Finding f;
-    f.line = uint32_t(count_of(event, "line"));
-    f.column = uint32_t(count_of(event, "column"));
-    f.step = uint32_t(count_of(event, "step"));
-    f.level = text_of(event, "level");
-    f.kind = text_of(event, "kind");
-    f.text = text_of(event, "text");
-    element expected, received;
-    f.has_values = event["expected"].get(expected) == simdjson::SUCCESS && event["received"].get(received) == simdjson::SUCCESS;
+    f.line = g.line;
+    f.column = g.column;
+    f.step = uint32_t(g.step);
+    f.level = g.warning ? "warning" : "error";
+    f.kind = runner::kind_name(g.kind);
+    f.text = g.text;
+    f.has_values = !g.expected.empty() || !g.received.empty();
     if (f.has_values) {
-        f.attribute = text_of(event, "attribute");
-        f.expected = text_of(event, "expected");
-        f.received = text_of(event, "received");
+        f.attribute = g.attribute;
+        f.expected = g.expected;
+        f.received = g.received;
     }
     return f;
 }
 
-StepRecord step_of(const object &event) {
+StepRecord step_of(const runner::StepRecord &g) {
     StepRecord s;
-    s.number = uint32_t(count_of(event, "step"));
-    s.line = uint32_t(count_of(event, "line"));
-    s.kind = text_of(event, "kind");
-    s.table = text_of(event, "table");
-    s.label = text_of(event, "label");
-    s.status = text_of(event, "status");
-    s.mismatches = count_of(event, "mismatches");
-    s.value_errors = count_of(event, "value_errors");
-    s.duration = number_of(event, "duration");
+    s.number = uint32_t(g.number);
+    s.line = g.line;
+    s.kind = g.kind;
+    s.table = g.table;
+    s.label = g.label;
+    s.status = runner::status_name(g.status);
+    s.mismatches = g.mismatches;
+    s.value_errors = g.value_errors;
+    s.duration = g.duration_ms;
     return s;
 }
 
@@ -82,76 +61,62 @@ StepRecord step_of(const object &event) {
 
 // What each kind of event does to the run being read.
 struct EventDispatch {
-    static void run_start(EventReader &r, const object &e) {
+    static void run_start(EventReader &r, const runner::Event &e) {
         Stream &s = r.run_.streams.back();
-        s.version = text_of(e, "version");
-        s.platform = text_of(e, "platform");
-        s.host = text_of(e, "host");
-        s.started = text_of(e, "time");
-        s.command.clear();
-        simdjson::dom::array command;
-        if (e["command"].get(command) == simdjson::SUCCESS)
-            for (element arg : command) {
-                std::string_view text;
-                if (arg.get(text) == simdjson::SUCCESS) s.command.emplace_back(text);
-            }
-        object options;
-        if (e["options"].get(options) == simdjson::SUCCESS) s.coverage = text_of(options, "coverage");
+        s.version = e.run_start.version;
+        s.platform = e.run_start.platform;
+        s.host = e.run_start.host;
+        s.started = e.time;
+        s.command = e.run_start.command;
+        s.coverage = e.run_start.coverage;
     }
 
-    static void file_start(EventReader &r, const object &e) {
-        std::string path = text_of(e, "file");
-        if (auto known = r.files_.find(path); known != r.files_.end() && r.run_.files[known->second].finished)
+    static void file_start(EventReader &r, const runner::Event &e) {
+        if (auto known = r.files_.find(e.file); known != r.files_.end() && r.run_.files[known->second].finished)
             r.files_.erase(known); // the same file named twice runs twice
-        FileRecord &f = r.file(path);
-        f.name = text_of(e, "name");
+        r.file(e.file).name = e.name;
     }
 
-    static void finding(EventReader &r, const object &e) {
-        Finding f = finding_of(e);
-        std::string path = text_of(e, "file");
-        if (f.step == 0) r.file(path).findings.push_back(std::move(f));
-        else r.pending_[path].push_back(std::move(f));
+    static void finding(EventReader &r, const runner::Event &e) {
+        Finding f = finding_of(e.finding);
+        if (f.step == 0) r.file(e.file).findings.push_back(std::move(f));
+        else r.pending_[e.file].push_back(std::move(f));
     }
 
-    static void step(EventReader &r, const object &e) {
-        std::string path = text_of(e, "file");
-        FileRecord &file = r.file(path);
-        file.steps.push_back(step_of(e));
+    static void step(EventReader &r, const runner::Event &e) {
+        FileRecord &file = r.file(e.file);
+        file.steps.push_back(step_of(e.step));
         StepRecord &s = file.steps.back();
-        auto waiting = r.pending_.find(path);
+        auto waiting = r.pending_.find(e.file);
         if (waiting == r.pending_.end()) return;
         std::vector<Finding> rest;
         for (Finding &f : waiting->second) (f.step == s.number ? s.findings : rest).push_back(std::move(f));
         waiting->second = std::move(rest);
     }
 
-    static void file_end(EventReader &r, const object &e) {
-        std::string path = text_of(e, "file");
-        FileRecord &f = r.file(path);
+    static void file_end(EventReader &r, const runner::Event &e) {
+        FileRecord &f = r.file(e.file);
         f.finished = true;
-        f.status = text_of(e, "status");
-        f.counts = counts_of(e);
-        f.duration = number_of(e, "duration");
-        f.error = text_of(e, "error");
-        object ended;
-        if (e["ended"].get(ended) == simdjson::SUCCESS) {
-            f.ended_how = text_of(ended, "how");
-            f.ended_at = text_of(ended, "at");
-            f.last_error = text_of(ended, "last_error");
-        }
-        r.keep_unclaimed(path);
+        f.status = e.status;
+        f.counts = counts_of(e.end, e.failed_steps);
+        f.duration = e.end.duration_ms;
+        f.error = e.end.error;
+        f.ended_how = e.end.ended_how;
+        f.ended_at = e.end.ended_at;
+        f.last_error = e.end.last_error;
+        r.keep_unclaimed(e.file);
     }
 
-    static void run_end(EventReader &r, const object &e) {
+    static void run_end(EventReader &r, const runner::Event &e) {
         Stream &s = r.run_.streams.back();
+        const runner::Totals &t = e.run_end.totals;
         s.finished = true;
-        s.totals = counts_of(e);
-        s.files = count_of(e, "files");
-        s.failed_files = count_of(e, "failed_files");
-        s.exit_status = count_of(e, "exit_status");
-        s.duration = number_of(e, "duration");
-        s.verdict = text_of(e, "verdict");
+        s.totals = {t.steps, 0, t.not_run, t.mismatches, t.value_errors, t.expected};
+        s.files = t.files;
+        s.failed_files = t.failed_files;
+        s.exit_status = e.run_end.exit_status;
+        s.duration = e.run_end.duration_ms;
+        s.verdict = e.run_end.verdict;
     }
 };
 
@@ -182,22 +147,19 @@ void EventReader::begin_stream(const std::string &source) {
 
 void EventReader::read_line(std::string_view text, size_t number) {
     if (text.find_first_not_of(" \t\r") == std::string_view::npos) return;
-    object event;
-    if (auto error = parser_->parser.parse(text.data(), text.size()).get(event))
-        return problem(number, fmt::format("not an event: {}", simdjson::error_message(error)));
-    uint64_t schema = 0;
-    if (event["schema"].get(schema) != simdjson::SUCCESS) return problem(number, "not an event: it has no \"schema\" number");
-    if (schema != 1) return problem(number, fmt::format("event schema {} is not one this planecheck reads (schema 1)", schema));
-    std::string kind = text_of(event, "event");
-    static const std::map<std::string, void (*)(EventReader &, const object &)> handlers = {
-        {"run_start", EventDispatch::run_start}, {"file_start", EventDispatch::file_start},
-        {"finding", EventDispatch::finding},     {"step", EventDispatch::step},
-        {"file_end", EventDispatch::file_end},   {"run_end", EventDispatch::run_end}};
-    auto handler = handlers.find(kind);
-    if (handler == handlers.end()) return; // a kind added later: ignored, as members are
-    bool about_a_file = kind != "run_start" && kind != "run_end";
-    if (about_a_file && text_of(event, "file").empty()) return problem(number, fmt::format("a {} event without its \"file\"", kind));
-    handler->second(*this, event);
+    runner::Event event;
+    std::string why;
+    if (!parser_->decoder.decode(text, event, why)) return problem(number, why);
+    using Kind = runner::EventKind;
+    switch (event.kind) {
+    case Kind::run_start: return EventDispatch::run_start(*this, event);
+    case Kind::file_start: return EventDispatch::file_start(*this, event);
+    case Kind::finding: return EventDispatch::finding(*this, event);
+    case Kind::step: return EventDispatch::step(*this, event);
+    case Kind::file_end: return EventDispatch::file_end(*this, event);
+    case Kind::run_end: return EventDispatch::run_end(*this, event);
+    case Kind::other: return; // a kind added later: ignored, as members are
+    }
 }
 
 void EventReader::keep_unclaimed(const std::string &path) {

@@ -7,10 +7,14 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <chrono>
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <dlfcn.h>
+#include <errno.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 namespace pc::runner {
@@ -38,7 +42,7 @@ void exited(int status, void *) {
     fmt::print(watched.steps, "{}:{}: step {} {}: the library ended the run with exit status {} ({}){}\n", *watched.path, t.line,
                t.step, t.label, status, ran_before(t), error);
     std::fflush(watched.steps);
-    ending::report_end(fmt::format("exit status {}", status), status);
+    ending::report_end(ending_how(false, status), status);
 }
 
 
@@ -46,8 +50,27 @@ void exited(int status, void *) {
 
 // Called from the abort handler that ending::install sets: the line composed by arm_abort.
 void write_armed_abort_line() {
-    if (abort_length && write(abort_fd, abort_line, abort_length) > 0 && watched.trail) watched.trail->step_line_written = true;
+    if (abort_length) (void)!write(abort_fd, abort_line, abort_length);
 }
+
+} // namespace pc::runner
+
+// The library's broken invariants end the process through the C library's assertion routine,
+// which writes its report to standard error and aborts. Its text is the last error of the file
+// being run: it is kept in the trail here, where the ending's account reads it in this process and
+// in a worker's parent alike, then the C library's routine goes on as always.
+extern "C" [[noreturn]] void __assert_fail(const char *assertion, const char *file, unsigned int line, const char *function) noexcept {
+    using Routine = void (*)(const char *, const char *, unsigned int, const char *);
+    if (pc::runner::watched.trail)
+        std::snprintf(pc::runner::watched.trail->last_error, sizeof pc::runner::watched.trail->last_error,
+                      "%s%s%s:%u: %s%sAssertion `%s' failed.", program_invocation_short_name, *program_invocation_short_name ? ": " : "",
+                      file, line, function ? function : "", function ? ": " : "", assertion);
+    static Routine routine = reinterpret_cast<Routine>(dlsym(RTLD_NEXT, "__assert_fail"));
+    if (routine) routine(assertion, file, line, function);
+    std::abort();
+}
+
+namespace pc::runner {
 
 EndWatch::EndWatch(const std::string &path, FILE *steps, Trail &trail, bool progress) {
     static bool registered = (on_exit(&exited, nullptr), true);
@@ -72,48 +95,105 @@ void EndWatch::arm_abort() {
 
 void EndWatch::disarm_abort() { abort_length = 0; }
 
-void trail_step(Trail &trail, size_t number, uint32_t line) {
-    trail.step = number;
-    trail.line = line;
-    trail.label[0] = '\0';
+namespace {
+
+int64_t ticks_now() { return std::chrono::steady_clock::now().time_since_epoch().count(); }
+
+double ms_since(int64_t ticks) {
+    if (!ticks) return 0;
+    using Ticks = std::chrono::steady_clock::duration;
+    return std::chrono::duration<double, std::milli>(Ticks(ticks_now() - ticks)).count();
 }
 
-void trail_label(Trail &trail, const std::string &label) { std::snprintf(trail.label, sizeof trail.label, "%s", label.c_str()); }
+template <size_t N> void copy_into(char (&field)[N], const std::string &text) { std::snprintf(field, N, "%s", text.c_str()); }
 
-void trail_error(Trail &trail, const std::string &line) { std::snprintf(trail.last_error, sizeof trail.last_error, "%s", line.c_str()); }
+} // namespace
+
+void trail_file(Trail &trail) {
+    trail = Trail{};
+    trail.file_started = ticks_now();
+}
+
+void trail_step(Trail &trail, size_t number, uint32_t line, int64_t records_start) {
+    trail.step = number;
+    trail.line = line;
+    trail.step_started = ticks_now();
+    trail.records_start = records_start;
+    trail.kind[0] = trail.table[0] = trail.label[0] = '\0';
+}
+
+void trail_name(Trail &trail, const std::string &kind, const std::string &table, const std::string &label) {
+    copy_into(trail.kind, kind);
+    copy_into(trail.table, table);
+    copy_into(trail.label, label);
+}
+
+void trail_label(Trail &trail, const std::string &label) { copy_into(trail.label, label); }
+
+void trail_error(Trail &trail, const std::string &line) { copy_into(trail.last_error, line); }
 
 void trail_done(Trail &trail, size_t steps_ran, uint64_t mismatches, uint64_t value_errors) {
     trail.steps_ran = steps_ran;
-    trail.step = 0;
+    trail.step = 0; // its line stays: a run that ends between two steps ends where the last one was
     trail.mismatches = trail.step_mismatches_from = mismatches;
     trail.value_errors = trail.step_value_errors_from = value_errors;
 }
 
-FileResult ended_early(const std::string &path, const Trail &trail, const std::string &how, const std::vector<std::string> &last_lines) {
-    FileResult r;
-    r.path = path;
-    r.ended = true;
-    r.ended_how = how;
-    r.ended_step = trail.step;
-    r.failed_steps = 1;
-    r.steps = trail.steps_ran;
-    r.mismatches = trail.mismatches;
-    r.value_errors = trail.value_errors;
-    // an assertion report goes straight to standard error: it is the run's last line, or the one
-    // before the step line that the abort handler wrote after it
-    size_t back = trail.step_line_written ? 2 : 1;
-    std::string last_output = last_lines.size() >= back ? last_lines[last_lines.size() - back] : "";
-    bool exit_status = how.rfind("exit", 0) == 0;
-    r.last_error = exit_status && trail.last_error[0] ? trail.last_error : last_output;
-    r.ended_at = trail.step ? fmt::format("{}:{}", path, trail.line) : path;
-    std::string where = trail.step ? fmt::format(" in step {} ({}) at line {}, after {} ran", trail.step,
-                                                 trail.label[0] ? trail.label : "a step", trail.line, plural(trail.steps_ran, "step"))
-                                   : "";
-    r.add_finding(fmt::format("{}: the run ended early with {}{}", path, how, where));
-    if (!r.last_error.empty()) r.add_finding(r.last_error);
-    return r;
+std::string ending_how(bool by_signal, int number) {
+    return by_signal ? fmt::format("signal {} ({})", number, strsignal(number)) : fmt::format("exit status {}", number);
 }
 
+std::string ending_how(int wait_status) {
+    return WIFEXITED(wait_status) ? ending_how(false, WEXITSTATUS(wait_status)) : ending_how(true, WTERMSIG(wait_status));
+}
+
+namespace {
+
+StepRecord ended_step(const Trail &t, int64_t records_end) {
+    StepRecord s;
+    s.number = t.step;
+    s.line = t.line;
+    s.kind = t.kind[0] ? t.kind : "unknown";
+    s.table = t.table;
+    s.label = t.label;
+    s.status = StepStatus::ended;
+    s.mismatches = t.mismatches - t.step_mismatches_from;
+    s.value_errors = t.value_errors - t.step_value_errors_from;
+    s.duration_ms = ms_since(t.step_started);
+    if (t.records_start >= 0 && records_end >= t.records_start) s.records_start = t.records_start, s.records_end = records_end;
+    return s;
+}
+
+// The first finding names the ending; JUnit and TAP give it as the reason the file failed.
+void add_ending_findings(FileResult &file, const Trail &t) {
+    std::string where = t.step ? fmt::format(" in step {} ({}) at line {}, after {} ran", t.step, t.label[0] ? t.label : "a step",
+                                             t.line, plural(t.steps_ran, "step"))
+                               : "";
+    std::vector<std::string> earlier = std::move(file.findings);
+    file.findings.clear();
+    file.add_finding(fmt::format("{}: the run ended early with {}{}", file.path, file.ended_how, where));
+    for (const std::string &line : earlier) file.add_finding(line);
+    bool told = std::find(earlier.begin(), earlier.end(), file.last_error) != earlier.end();
+    if (!file.last_error.empty() && !told) file.add_finding(file.last_error);
+}
+
+} // namespace
+
+std::optional<StepRecord> account_ending(FileResult &file, const Trail &t, const std::string &how, int64_t records_end) {
+    file.ended = true;
+    file.ended_how = how;
+    file.ended_step = t.step;
+    file.ended_at = t.line ? fmt::format("{}:{}", file.path, t.line) : file.path;
+    file.last_error = t.last_error;
+    file.steps = t.steps_ran + (t.step ? 1 : 0);
+    file.failed_steps += 1;
+    file.mismatches = t.mismatches;
+    file.value_errors = t.value_errors;
+    file.duration_ms = ms_since(t.file_started);
+    add_ending_findings(file, t);
+    if (!t.step) return std::nullopt;
+    return ended_step(t, records_end);
+}
 
 } // namespace pc::runner
 
@@ -138,7 +218,7 @@ void on_abort(int) {
     flush_all();
     pc::coverage::write_before_abort(); // abort runs no exit hooks, where the report is written otherwise
     write_abort_line();
-    report_end(fmt::format("signal {} ({})", SIGABRT, strsignal(SIGABRT)), 128 + SIGABRT);
+    report_end(ending_how(true, SIGABRT), 128 + SIGABRT);
 }
 
 // A reader of standard output that went away: the write that raised this holds stdio's lock, so
@@ -193,7 +273,7 @@ void stop_if_requested() {
     int signal = g_stop_signal;
     if (!signal) return;
     flush_all();
-    report_end(fmt::format("signal {} ({})", signal, strsignal(signal)), 128 + signal);
+    report_end(ending_how(true, signal), 128 + signal);
     std::signal(signal, SIG_DFL);
     std::raise(signal);
     std::_Exit(128 + signal); // only if the signal is blocked

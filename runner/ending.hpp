@@ -11,6 +11,7 @@
 #include "run.hpp"
 
 #include <cstdio>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -54,13 +55,22 @@ public:
 // Writes the step line that arm_abort composed (from the abort handler).
 void write_armed_abort_line();
 
-void trail_step(Trail &trail, size_t number, uint32_t line);
+void trail_file(Trail &trail);
+void trail_step(Trail &trail, size_t number, uint32_t line, int64_t records_start);
+void trail_name(Trail &trail, const std::string &kind, const std::string &table, const std::string &label);
 void trail_label(Trail &trail, const std::string &label);
 void trail_error(Trail &trail, const std::string &line);
 void trail_done(Trail &trail, size_t steps_ran, uint64_t mismatches, uint64_t value_errors);
 
-// The result of a file whose run the library ended, from what its trail kept; `how` is
-// "exit status 1" or "signal 6 (Aborted)", `last_lines` the last lines the run wrote.
-FileResult ended_early(const std::string &path, const Trail &trail, const std::string &how, const std::vector<std::string> &last_lines);
+// How the process ended, as every report of an ending says it: "exit status 1", "signal 6 (Aborted)".
+std::string ending_how(bool by_signal, int number);
+std::string ending_how(int wait_status);
+
+// The one account of a file whose run ended with the process, the same in the process that ran
+// it and in the parent of a worker: how, where (FILE:LINE of the running step, or of the last one
+// begun), the last error line, the counts and the duration so far, and its findings. The step
+// that was running is an ended step and counts among the file's steps; it is returned, its
+// records ending at `records_end` (-1: none written).
+std::optional<StepRecord> account_ending(FileResult &file, const Trail &trail, const std::string &how, int64_t records_end);
 
 } // namespace pc::runner

@@ -3,7 +3,8 @@
 #include "coverage.hpp"
 #include "ending.hpp"
 #include "recorder_sink.hpp"
-#include "result_io.hpp"
+#include "event_stream.hpp"
+#include "events.hpp"
 #include "worker_channel.hpp"
 
 #include <fmt/format.h>
@@ -19,7 +20,7 @@
 #include <memory>
 #include <new>
 #include <poll.h>
-#include <sstream>
+#include <optional>
 #include <sys/mman.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
@@ -104,7 +105,7 @@ struct FileSlot {
     std::unique_ptr<Parts> parts;
     bool done = false;
     std::string not_run; // why the file could not be run, when it could not
-    std::string results; // as the worker sent them
+    std::string results; // as the worker sent them: the findings of its own write problems and the file_end
     bool ended = false;  // the worker ended while it ran the file
     int status = 0;      // how it ended
     Trail trail;         // where the run stood then
@@ -137,8 +138,9 @@ struct Assigned {
     }
 };
 
-// Runs one file with its output, recorder part and coverage part going to the assigned files;
-// returns the file's results, saved.
+// Runs one file with its output, recorder part and coverage part going to the assigned files, and
+// its events, as they are made, to the records file; returns the events that close the file: the
+// problems of writing its parts out, told as findings about the whole file, and its file_end.
 std::string run_assigned(const std::string &file, const Options &options, const Assigned &a, Trail &trail) {
     dup2(a.output, STDOUT_FILENO);
     dup2(a.output, STDERR_FILENO);
@@ -146,30 +148,32 @@ std::string run_assigned(const std::string &file, const Options &options, const 
     if (a.recorder >= 0) pc::recorder::to_descriptor(dup(a.recorder));
     coverage::Report covered; // the file's own part: the parent adds the parts up
     if (a.coverage >= 0) coverage::write_at_exit(&covered, fmt::format("/proc/self/fd/{}", a.coverage));
-    trail = Trail{};
+    trail_file(trail); // until the file's run begins, where a file before it stood is not where this one stands
     Options traced = options;
     traced.trail = &trail;
     traced.coverage = a.coverage >= 0 ? &covered : nullptr;
-    SavingObserver saving(a.records); // the parent tells the file's events from what this saves
-    traced.observer = &saving;
+    EventLineWriter events(a.records);
+    traced.observer = &events;
     FileResult r = run_file(file, traced);
     if (r.invalid) fmt::print(stderr, "{}\n", r.error);
-    size_t before = r.findings.size();
-    if (a.recorder >= 0 && !pc::recorder::close())
-        r.add_finding(fmt::format("{}: cannot write its recorder part: {}", file, std::strerror(errno))), ++r.failed_steps;
+    std::string closing;
+    auto problem = [&](const std::string &text) {
+        Finding f;
+        f.text = text;
+        ++r.failed_steps;
+        closing += finding_event(r, f, rfc3339_now()) + "\n";
+    };
+    if (a.recorder >= 0 && !pc::recorder::close()) problem(fmt::format("cannot write its recorder part: {}", std::strerror(errno)));
     if (a.coverage >= 0) {
         coverage::write_at_exit(nullptr, "");
-        if (!write_all(a.coverage, covered.to_json()))
-            r.add_finding(fmt::format("{}: cannot write its coverage part: {}", file, std::strerror(errno))), ++r.failed_steps;
+        if (!write_all(a.coverage, covered.to_json())) problem(fmt::format("cannot write its coverage part: {}", std::strerror(errno)));
     }
-    if (!saving.ok())
-        r.add_finding(fmt::format("{}: its steps could not be written in full to a temporary file in {}: {}", file, temp_dir(),
-                                  std::strerror(saving.error()))), ++r.failed_steps;
+    if (!events.ok())
+        problem(fmt::format("its steps could not be written in full to a temporary file in {}: {}", temp_dir(), std::strerror(events.error())));
     if (std::fflush(stdout) != 0 || std::ferror(stdout))
-        r.add_finding(fmt::format("{}: its output could not be written in full to a temporary file in {}: {}", file,
-                                  temp_dir(), std::strerror(errno))), ++r.failed_steps;
+        problem(fmt::format("its output could not be written in full to a temporary file in {}: {}", temp_dir(), std::strerror(errno)));
     std::fflush(nullptr);
-    return saved_totals(r, r.findings.size() - before);
+    return closing + events.file_end_line(r) + "\n";
 }
 
 // A worker runs the files it is given one after the other, each on a fresh data plane, until the
@@ -203,74 +207,49 @@ FileResult failed(const std::string &file, const std::string &reason) {
     return r;
 }
 
-// Prints a file's output; returns its last two lines.
-std::vector<std::string> print_output(const std::string &file, int output_fd) {
+// Prints a file's output.
+void print_output(const std::string &file, int output_fd) {
     std::string text;
     if (!read_all(output_fd, text)) {
         fmt::print(stderr, "{}: its output cannot be read back: {}\n", file, std::strerror(errno));
-        return {};
+        return;
     }
     std::fputs((text.empty() || text.back() == '\n' ? text : text + "\n").c_str(), stderr);
-    std::vector<std::string> last;
-    std::istringstream lines(text);
-    for (std::string line; std::getline(lines, line);) {
-        if (line.empty()) continue;
-        last.push_back(line);
-        if (last.size() > 2) last.erase(last.begin());
-    }
-    return last;
 }
 
-std::string how_it_ended(int status) {
-    return WIFEXITED(status) ? fmt::format("exit status {}", WEXITSTATUS(status))
-                             : fmt::format("signal {} ({})", WTERMSIG(status), strsignal(WTERMSIG(status)));
-}
-
-// What the worker passed on before it ended: its steps, findings and name.
-void keep_records(FileResult &ended, FileResult &saved) {
-    ended.name = saved.name;
-    ended.step_records = std::move(saved.step_records);
-    ended.finding_records = std::move(saved.finding_records);
-}
-
-// The step that was running when the worker ended, from its trail.
-void add_ended_step(FileResult &ended, const Trail &trail) {
-    if (!trail.step) return;
-    StepRecord s;
-    s.number = trail.step;
-    s.line = trail.line;
-    s.label = trail.label;
-    std::istringstream words(s.label);
-    words >> s.kind >> s.table;
-    if (s.kind.empty()) s.kind = "unknown";
-    s.status = StepStatus::ended;
-    s.mismatches = trail.mismatches - trail.step_mismatches_from;
-    s.value_errors = trail.value_errors - trail.step_value_errors_from;
-    ended.step_records.push_back(s);
+// A file whose worker ended while it ran it: what the worker passed on, and the ending's account
+// from the trail, its ended step's records ending where the recorder part does.
+FileResult ended_file(FileResult r, const FileSlot &s) {
+    struct stat part {};
+    int64_t records_end = s.parts->recorder.fd >= 0 && fstat(s.parts->recorder.fd, &part) == 0 ? int64_t(part.st_size) : -1;
+    if (std::optional<StepRecord> step = account_ending(r, s.trail, ending_how(s.status), records_end)) r.step_records.push_back(*step);
+    fmt::print(stderr, "{}\n", r.findings.front());
+    return r;
 }
 
 FileResult finish(const std::string &file, const FileSlot &s) {
     if (!s.not_run.empty()) return failed(file, "not run: " + s.not_run);
-    std::vector<std::string> last_lines = print_output(file, s.parts->output.fd);
+    print_output(file, s.parts->output.fd);
     if (s.ended && WIFEXITED(s.status) && WEXITSTATUS(s.status) == kResultsUnsent)
         return failed(file, "its results could not be sent back");
-    FileResult r;
-    r.path = file;
+    static EventDecoder decoder;
+    FileEvents events;
+    events.result.path = file;
     std::string records;
-    bool complete = false;
-    size_t late = 0;
-    // steps cut short (a full disk, an ended worker) still give the events of those that were written
-    bool readable = read_all(s.parts->records.fd, records) && load_saved(records, r, complete, late);
-    if (s.ended) {
-        FileResult ended = ended_early(file, s.trail, how_it_ended(s.status), last_lines);
-        fmt::print(stderr, "{}\n", ended.findings.front());
-        if (readable) keep_records(ended, r);
-        add_ended_step(ended, s.trail);
-        return ended;
+    // steps cut short (a full disk, an ended worker) still give the events of those that were written whole
+    if (read_all(s.parts->records.fd, records)) {
+        records.erase(records.rfind('\n') == std::string::npos ? 0 : records.rfind('\n') + 1);
+        read_file_events(records, decoder, events);
     }
-    if (!load_saved(s.results, r, complete, late) || !complete) return failed(file, "its results cannot be read: they are incomplete");
-    for (size_t i = r.findings.size() - late; i < r.findings.size(); ++i) fmt::print(stderr, "{}\n", r.findings[i]);
-    return r;
+    if (s.ended) return ended_file(std::move(events.result), s);
+    events.problem.clear();
+    size_t told = events.result.finding_records.size();
+    read_file_events(s.results, decoder, events);
+    if (!events.complete)
+        return failed(file, "its results cannot be read: " + (events.problem.empty() ? "they are incomplete" : events.problem));
+    for (size_t i = told; i < events.result.finding_records.size(); ++i) // the worker's own problems, found after the run
+        fmt::print(stderr, "{}\n", finding_line(file, events.result.finding_records[i]));
+    return std::move(events.result);
 }
 
 // Workers started once and given file after file; a worker the library ends is replaced.
@@ -492,8 +471,11 @@ private:
         int fd = -1;
         bool written = read_all(parts.recorder.fd, part) &&
                        (fd = ::open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0666)) >= 0 && write_all(fd, part);
-        if ((fd >= 0 && ::close(fd) != 0) || !written) {
-            r.add_finding(fmt::format("{}: cannot write its recorder to {}: {}", r.path, path, std::strerror(errno)));
+        if ((fd >= 0 && ::close(fd) != 0) || !written) { // told with the file's events, as a worker's own problems are
+            Finding problem;
+            problem.text = fmt::format("cannot write its recorder to {}: {}", path, std::strerror(errno));
+            r.finding_records.push_back(problem);
+            r.add_finding(finding_line(r.path, problem));
             ++r.failed_steps;
             fmt::print(stderr, "{}\n", r.findings.back());
         }

@@ -46,6 +46,7 @@ public:
         PlatformInstance::Bound bound(plane_); // the file's own data plane, for every call this run makes
         ending::set_pending_output(write_pending_of_running);
         running_ = this;
+        trail_file(trail());
         yaml::LoadError error;
         bool opened = reader_.open(result_.path, error) && reader_.read_header(error);
         result_.name = opened ? reader_.scenario_name() : "";
@@ -65,7 +66,7 @@ public:
             show_progress();
             current_line_ = step.line;
             context_.session.record_line = 0;
-            trail_step(trail(), step.number, step.line);
+            trail_step(trail(), step.number, step.line, pc::recorder::enabled() ? int64_t(pc::recorder::position()) : -1);
             current_step_ = &step;
             step_passed_ = false;
             begin_record(step);
@@ -101,20 +102,9 @@ public:
     FileResult report_end(const std::string &how) {
         if (ending_reported_) return result_;
         ending_reported_ = true;
-        const Trail &t = trail();
-        result_.ended = true;
-        result_.ended_how = how;
-        result_.ended_step = t.step;
-        result_.ended_at = t.step ? fmt::format("{}:{}", result_.path, t.line) : result_.path;
-        result_.last_error = t.last_error;
-        result_.failed_steps += 1;
-        result_.mismatches = mismatches();
-        result_.value_errors = value_errors();
-        result_.duration_ms = ms_since(started_);
-        if (current_step_) {
-            end_record(StepStatus::ended);
-            --result_.steps; // the step counts among those that ran only once it completed
-        }
+        int64_t records_end = pc::recorder::enabled() ? int64_t(pc::recorder::position()) : -1;
+        std::optional<StepRecord> step = account_ending(result_, trail(), how, records_end);
+        if (step && observer()) observer()->step(result_, *step);
         finish_observing();
         return result_;
     }
@@ -142,6 +132,7 @@ private:
         record_.kind = kind;
         record_.table = table;
         record_.label = label;
+        trail_name(trail(), kind, table, label);
     }
 
     // The step's outcome; a status set while it ran (failed expect, nothing ran) stands.
@@ -767,17 +758,26 @@ private:
     bool step_passed_ = false; // the step being run has reported and passed
 };
 
-// A file --strict refused ran no step: its events are the refusal alone.
-void tell_refused(const FileResult &refused, RunObserver *observer) {
+// A file --strict refused ran no step: its events are what the check found, about the whole file,
+// and the refusal; the reports list the same lines.
+void tell_refused(const FileResult &refused, std::vector<Finding> found, RunObserver *observer) {
     if (!observer) return;
     FileResult told = refused;
+    for (Finding &f : found) f.step = 0; // no step of the file ran
     Finding f;
     f.kind = FindingKind::check;
     f.text = without_location(refused.path, refused.error);
-    told.finding_records = {f};
+    found.push_back(f);
+    told.finding_records = std::move(found);
     told.step_records.clear();
     replay_records(told, *observer);
 }
+
+// The check's findings of a file, kept to be told when the file is refused.
+struct CheckFindings : RunObserver {
+    std::vector<Finding> found;
+    void finding(const FileResult &, const Finding &f) override { found.push_back(f); }
+};
 
 // A file smaller than this is read on the running thread: starting a thread would cost more than
 // it saves.
@@ -799,7 +799,8 @@ FileResult run_file(const std::string &path, const Options &options) {
         Options check = options;
         check.check_only = true;
         check.trail = nullptr;
-        check.observer = nullptr;
+        CheckFindings found;
+        check.observer = &found;
         ScenarioReader check_reader;
         FileResult checked = FileRun(path, check, check_reader).run();
         if (!checked.passed()) {
@@ -810,14 +811,14 @@ FileResult run_file(const std::string &path, const Options &options) {
                 refused.error = fmt::format("{}: --strict refuses the file: the check found {} (listed above; planecheck check shows them)",
                                             path, plural(checked.problems, "problem"));
             refused.add_finding(refused.error);
-            tell_refused(refused, options.observer);
+            tell_refused(refused, std::move(found.found), options.observer);
             return refused;
         }
     }
     if (!options.check_only) {
         ScenarioReader scan;
         if (std::optional<FileResult> refused = refuse_unserved_steps(linked_platform(), path, scan)) {
-            tell_refused(*refused, options.observer);
+            tell_refused(*refused, {}, options.observer);
             return *refused;
         }
     }

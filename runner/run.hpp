@@ -14,15 +14,20 @@ namespace pc::coverage { class Report; }
 namespace pc::runner {
 
 // Where a file's run stands, kept where it outlives the process: when the library ends the
-// process (an unknown table, a batch assertion), the parent of a child run reads it.
+// process (an unknown table, a batch assertion) or a signal does, the ending is told from it, by
+// this process or by the parent of a worker.
 struct Trail {
     uint64_t steps_ran = 0;           // steps that completed
     uint64_t step = 0;                // the step running now (0: none)
-    uint32_t line = 0;                // its scenario line
+    uint32_t line = 0;                // the scenario line of the step running now, or of the last one begun
     uint64_t mismatches = 0, value_errors = 0;       // so far, the running step's logged ones too
     uint64_t step_mismatches_from = 0, step_value_errors_from = 0; // when the running step began
+    int64_t file_started = 0, step_started = 0;      // steady-clock ticks, the same in every process
+    int64_t records_start = -1;       // where the running step's records begin in the recorder part
+    char kind[16] = {};               // the running step's kind, table and label
+    char table[96] = {};
     char label[128] = {};             // "send test_iff"
-    char last_error[1024] = {};       // the last error line logged
+    char last_error[1024] = {};       // the last error line logged, or the assertion that failed
     bool step_line_written = false;   // the run wrote the ending step's line itself
 };
 

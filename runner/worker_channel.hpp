@@ -1,6 +1,7 @@
 // The stream between the parent of a -j run and one of its worker processes: the parent hands a
-// worker a file's number and path with the descriptors of that file's temporary files; the worker answers
-// with one frame, the file's results, when it has run the file.
+// worker a file's number and path with the descriptors of that file's temporary files; the worker
+// answers with one frame when it has run the file: the events that close it (its file_end), while
+// the events made during the run went to the file's records file as they were made.
 #pragma once
 
 #include <cstdint>

@@ -102,12 +102,12 @@ TEST(Run, AFileTheLibraryEndsIsReportedWithItsStepAndLastError) {
     EXPECT_EQ(r.status, 1) << r.output;
     EXPECT_TRUE(has(r.output, "unknown_table.yaml:4: step 2 send test_iff: the library ended the run with exit status 1 "
                               "(1 step ran before it): unknown table test_iff\n")) << r.output;
-    EXPECT_TRUE(has(r.output, "planecheck: FAILED: 2 files, 4 steps, 0 mismatches, 0 value errors, 1 file ended early (" +
+    EXPECT_TRUE(has(r.output, "planecheck: FAILED: 2 files, 5 steps, 0 mismatches, 0 value errors, 1 file ended early (" +
                                   scenario("unknown_table.yaml") + ":4: unknown table test_iff)")) << r.output;
     std::string xml = read_file(junit);
     EXPECT_TRUE(has(xml, "unknown_table.yaml:4: unknown table test_iff")) << xml;
     EXPECT_TRUE(has(xml, "the run ended early with exit status 1 in step 2 (send test_iff) at line 4, after 1 step ran")) << xml;
-    EXPECT_TRUE(has(xml, "<system-out>1 step, 0 mismatches, 0 value errors, ended early at ")) << xml;
+    EXPECT_TRUE(has(xml, "<system-out>2 steps, 0 mismatches, 0 value errors, ended early at ")) << xml;
     EXPECT_TRUE(has(xml, "tests=\"2\" failures=\"1\"")) << xml;
 }
 
@@ -119,7 +119,7 @@ TEST(Run, ABatchAssertionNamesTheStepInEveryReport) {
                                   "(2 steps ran before it)\n")) << plain.output;
     Result tap = run("run --tap " + scenario("empty_batch.yaml"), false);
     EXPECT_EQ(tap.status, 1) << tap.output;
-    EXPECT_TRUE(has(tap.output, "not ok 1 - " + scenario("empty_batch.yaml") + " (2 steps, ")) << tap.output;
+    EXPECT_TRUE(has(tap.output, "not ok 1 - " + scenario("empty_batch.yaml") + " (3 steps, ")) << tap.output;
     EXPECT_TRUE(has(tap.output, "# " + scenario("empty_batch.yaml") +
                                     ": the run ended early with signal 6 (Aborted) in step 3 (send batch_crud) at line 5, after 2 steps ran\n"))
         << tap.output;

@@ -102,7 +102,7 @@ class EventChecks(unittest.TestCase):
                 seen_step = e["step"]
             elif e["step"]:
                 self.assertGreater(e["step"], seen_step, f"{name}: a finding after its step: {e}")
-        self.assertEqual(end["steps"], sum(s["status"] != "ended" for s in steps), name)
+        self.assertEqual(end["steps"], len(steps), name)  # an ended step is a step
         self.assertEqual(end["mismatches"], sum(s["mismatches"] for s in steps), name)
         self.assertEqual(end["value_errors"], sum(s["value_errors"] for s in steps), name)
         self.assertEqual(end["not_run"], sum(s["status"] == "not_run" for s in steps), name)
@@ -259,6 +259,112 @@ class ParallelRunAgreesWithEveryReport(EventChecks):
         for before, after in zip(placed, placed[1:]):
             self.assertLessEqual(before["end"], after["start"])
         self.assertLessEqual(placed[-1]["end"], len(joined))
+
+
+def children_of(pid):
+    with open(f"/proc/{pid}/task/{pid}/children") as f:
+        return [int(c) for c in f.read().split()]
+
+
+def records_so_far(pid):
+    """What a worker has written of its file's events so far, from its temporary records file."""
+    for fd in os.listdir(f"/proc/{pid}/fd"):
+        try:
+            if "-records-" in os.readlink(f"/proc/{pid}/fd/{fd}"):
+                with open(f"/proc/{pid}/fd/{fd}") as f:
+                    return f.read()
+        except OSError:
+            pass
+    return ""
+
+
+def long_second_step(path):
+    """Step 1 logs a mismatch (the last error before the end); step 2 runs long enough for a signal to land in it."""
+    creates = ", ".join(f"{{ op: create, key_a: {i} }}" for i in range(1, 200001))
+    with open(path, "w") as f:
+        f.write("steps:\n  - send: { test_if: [ { op: delete, key_a: 424242 } ] }\n"
+                f"  - send: {{ test_if: [ {creates} ] }}\n  - send: {{ test_if: [ {{ op: get, key_a: 1 }} ] }}\n")
+
+
+class EndingsAgreeSeriallyAndInWorkers(EventChecks):
+    """However a file's run ends, the events count its ended step once, the totals add up, and the
+    ending reads the same whether the file ran in the command's process or in a worker."""
+
+    @classmethod
+    def setUpClass(cls):
+        cls.outside = scratch("outside.yaml")
+        long_second_step(cls.outside)
+
+    def run_ending(self, scenario, jobs, signal_number=None):
+        events, rec = scratch("ending.events"), scratch("ending.rec")
+        if os.path.exists(events):
+            os.unlink(events)
+        args = [PLANECHECK, "run", *(["-j", str(jobs)] if jobs else []), "--recorder", rec, "--events", events, scenario]
+        process = subprocess.Popen(args, stdout=subprocess.PIPE, stderr=subprocess.STDOUT, text=True)
+        if signal_number:
+            self.signal_in_step_2(process, jobs, signal_number)
+        output = process.communicate(timeout=300)[0]
+        with open(events) as f:
+            return events_of(f.read()), output
+
+    def signal_in_step_2(self, process, jobs, signal_number):
+        """The signal goes to the process that runs the file (the worker under -j) once step 1's event is out."""
+        deadline = time.monotonic() + 120
+        while time.monotonic() < deadline:
+            runner = (children_of(process.pid) or [None])[0] if jobs else process.pid
+            if runner and '"event":"step"' in self.events_so_far(runner, jobs) and '"step":1,' in self.events_so_far(runner, jobs):
+                os.kill(runner, signal_number)
+                return
+            time.sleep(0.01)
+        self.fail("step 1 never ended")
+
+    @staticmethod
+    def events_so_far(runner, jobs):
+        if jobs:
+            return records_so_far(runner)
+        try:
+            with open(scratch("ending.events")) as f:
+                return f.read()
+        except FileNotFoundError:
+            return ""
+
+    def ending_of(self, events, output, scenario, jobs):
+        files = self.check_run(events, events[-1]["exit_status"])
+        file_events = files[scenario]
+        end = file_events[-1]
+        steps = [e for e in file_events if e["event"] == "step"]
+        self.assertEqual(end["status"], "ended")
+        self.assertEqual(end["steps"], len(steps))
+        self.assertEqual(steps[-1]["status"], "ended")
+        self.assertEqual(end["ended"]["step"], steps[-1]["step"])
+        self.assertEqual(end["ended"]["at"], f"{scenario}:{steps[-1]['line']}")
+        self.assertNotRegex(end["ended"].get("last_error", ""), r"step \d+ .*: ok$")
+        self.assertGreater(end["duration"], 0)
+        summary = [l for l in output.splitlines() if l.startswith("planecheck: FAILED")]
+        if jobs:  # the command's own process goes on to its summary
+            self.assertRegex(summary[-1], rf", {events[-1]['steps']} steps?, ")
+        else:  # the process ended with the file
+            self.assertEqual(summary, [])
+        return {"how": end["ended"]["how"], "at": end["ended"]["at"], "last_error": end["ended"].get("last_error"),
+                "steps": [(s["step"], s["status"], s["label"]) for s in steps]}
+
+    def test_each_ending_reads_the_same_in_both(self):
+        cases = [("library exit", ENDED_BY_EXIT, None), ("assertion", ENDED_BY_ASSERTION, None),
+                 ("signal from outside", self.outside, signal.SIGTERM)]
+        for name, scenario, signal_number in cases:
+            with self.subTest(name):
+                endings = {}
+                for jobs in (None, 2):
+                    events, output = self.run_ending(scenario, jobs, signal_number)
+                    endings[jobs] = self.ending_of(events, output, scenario, jobs)
+                self.assertEqual(endings[None], endings[2])
+                self.assertTrue(endings[None]["last_error"])
+
+    def test_a_worker_killed_outright_ends_where_a_stopped_run_ends(self):
+        stopped = self.ending_of(*self.run_ending(self.outside, None, signal.SIGTERM), self.outside, None)
+        killed = self.ending_of(*self.run_ending(self.outside, 2, signal.SIGKILL), self.outside, 2)
+        self.assertEqual(killed["how"], "signal 9 (Killed)")
+        self.assertEqual({**killed, "how": stopped["how"]}, stopped)
 
 
 if __name__ == "__main__":

@@ -89,4 +89,25 @@ TEST(FilesFrom, NamedFilesRunFirstAndAListCannotBeSharded) {
     EXPECT_NE(two_recorders.output.find("--recorder and --recorder-dir"), std::string::npos) << two_recorders.output;
 }
 
+// A recorder that cannot be written fails its own file only, and says so in the file's events.
+TEST(FilesFrom, ARecorderFolderGivesEachFileItsOwnRecorder) {
+    std::string dir = testing::TempDir() + "recorders_" + std::to_string(getpid());
+    std::string clean = scenario("clean"), inject = scenario("inject");
+    // the folder's names: each '/' of these paths made '_'
+    auto recorder_of = [&](std::string path) {
+        for (char &c : path)
+            if (c == '/') c = '_';
+        return dir + "/" + path + ".rec";
+    };
+    ASSERT_EQ(pc::test::run_command("mkdir -p '" + recorder_of(clean) + "'").status, 0); // a folder where clean's recorder goes
+    std::string list = scratch_list(clean + "\n" + inject + "\n");
+    auto out = pc::test::run_command(std::string(PC_PLANECHECK) + " run --events - --files-from " + list + " --recorder-dir " + dir + " 2>/dev/null");
+    EXPECT_EQ(out.status, 1) << out.output;
+    EXPECT_NE(file_end_line(out.output, clean).find(R"("status":"failed")"), std::string::npos) << out.output;
+    EXPECT_NE(out.output.find("cannot write its recorder to " + recorder_of(clean)), std::string::npos) << out.output;
+    EXPECT_NE(file_end_line(out.output, inject).find(R"("status":"passed")"), std::string::npos);
+    EXPECT_NE(pc::test::read_file(recorder_of(inject)).find("test_if"), std::string::npos) << "inject's own records, in a file of its own";
+    EXPECT_NE(out.output.find(R"("records":{"start":0,)"), std::string::npos) << "its steps' ranges are in its own file";
+}
+
 } // namespace

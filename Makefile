@@ -16,7 +16,7 @@ FUZZ_DEPS := clang-14 libclang-rt-14-dev
 FUZZ_TARGETS := loader send receive convert
 FUZZ_SECONDS ?= 60
 
-.PHONY: all deps browser-deps configure build run test bench bench-limit asan tsan fuzz-deps fuzz-build fuzz deb clean
+.PHONY: all deps browser-deps configure build run test bench bench-limit bench-pytest asan tsan fuzz-deps fuzz-build fuzz deb clean
 
 all: build
 
@@ -63,6 +63,12 @@ BENCH_LIMIT_ARGS ?=
 bench-limit: build
 	build/bench/pc_bench_limit --dir build/bench-limit --planecheck build/planecheck \
 	  --parser build/bench/pc_libyaml_parse $(BENCH_LIMIT_ARGS)
+
+# pytest over 2000 small scenario files beside pytest over 2000 `def test(): pass` files, serially
+# and with -n 2 (`make bench-pytest BENCH_PYTEST_ARGS="--files 500 --runs 1"` for a quick look).
+BENCH_PYTEST_ARGS ?=
+bench-pytest: build
+	/usr/bin/python3 bench/pytest_overhead.py --planecheck build/planecheck --dir build/bench-pytest $(BENCH_PYTEST_ARGS)
 
 # A Debian package (command, libraries, headers, CMake package, man page, bash completion) in build/.
 deb: build

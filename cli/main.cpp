@@ -49,10 +49,18 @@ int main(int argc, char **argv) {
 
     RunOptions run_options;
     auto *run = app.add_subcommand("run", "run scenario files");
-    run->add_option("files", run_options.files, "scenario files (YAML or JSON), or directories of them")->required()->check(CLI::ExistingPath);
+    // required unless --files-from names them
+    run->add_option("files", run_options.files, "scenario files (YAML or JSON), or directories of them")->check(CLI::ExistingPath);
+    run->add_option("--files-from", run_options.files_from,
+                    "run the scenario files named in FILE, one path per line (- for standard input), each as soon as its "
+                    "line arrives, in worker processes (as -j 1 unless -j is given); with --events, a file's events are "
+                    "written before the next line is read");
     run->add_flag("-v,--verbose", run_options.file.verbose, "write information lines (calls, handles, successes)");
     run->add_flag("-q,--quiet", run_options.file.quiet, "print only the steps that did not pass");
     run->add_option("--recorder", run_options.recorder, "write the operation recorder to FILE");
+    run->add_option("--recorder-dir", run_options.recorder_dir,
+                    "write each scenario file's operation recorder to a file of its own in DIR (its path with / and other "
+                    "signs made _, and .rec), written before the file's last event; the files run in worker processes");
     run->add_option("-j,--jobs", run_options.jobs,
                     "run N files at once, in N worker processes (a file the library stops is reported, "
                     "its worker replaced, and the others run)")->check(CLI::Range(1u, 256u));
@@ -162,6 +170,10 @@ int main(int argc, char **argv) {
         if (!replay_mode.empty()) options.mode = replay_mode == "client" ? 1 : 0;
         if (replay_object_set >= 0) options.object_set = replay_object_set;
         return replay_recording(recording, write_scenario, options, replay_options);
+    }
+    if (*run && run_options.files.empty() && run_options.files_from.empty()) {
+        fmt::print(stderr, "planecheck: run needs scenario files or --files-from (planecheck --help shows the usage)\n");
+        return 2;
     }
     RunOptions &chosen = *check ? check_options : run_options;
     chosen.command.assign(argv, argv + argc);

@@ -4,6 +4,7 @@
 #include "coverage.hpp"
 #include "ending.hpp"
 #include "events.hpp"
+#include "file_source.hpp"
 #include "parallel.hpp"
 #include "platform.hpp"
 #include "recorder_sink.hpp"
@@ -16,6 +17,8 @@
 #include <cstdlib>
 #include <cstring>
 #include <fcntl.h>
+#include <optional>
+#include <sys/stat.h>
 #include <unistd.h>
 #include <utility>
 
@@ -98,6 +101,15 @@ bool can_write(const std::string &path, const char *what) {
     return true;
 }
 
+// A recorder folder is made when it is not there; one that cannot be written to is a usage error.
+bool writable_folder(const std::string &dir) {
+    if ((mkdir(dir.c_str(), 0777) != 0 && errno != EEXIST) || access(dir.c_str(), W_OK | X_OK) != 0) {
+        fmt::print(stderr, "planecheck: cannot write recorders to {}: {}\n", dir, std::strerror(errno));
+        return false;
+    }
+    return true;
+}
+
 // Without --shard and --junit, a CI executor's environment may say which shard to run and where
 // the JUnit report goes.
 bool take_ci_environment(RunRequest &o) {
@@ -114,6 +126,18 @@ bool take_ci_environment(RunRequest &o) {
         fmt::print(stderr, "planecheck: cannot touch TEST_SHARD_STATUS_FILE {}: {}\n", env.status_file, std::strerror(errno));
         return false;
     }
+    return true;
+}
+
+// The files of a run with --files-from: the ones named on the command line, then the list's.
+bool open_file_list(const RunRequest &o, std::optional<FileSource> &source) {
+    if (o.files_from.empty()) return true;
+    int fd = o.files_from == "-" ? STDIN_FILENO : open(o.files_from.c_str(), O_RDONLY | O_CLOEXEC);
+    if (fd < 0) {
+        fmt::print(stderr, "planecheck: cannot read the file list {}: {}\n", o.files_from, std::strerror(errno));
+        return false;
+    }
+    source.emplace(FileSource::of_stream(o.files, fd));
     return true;
 }
 
@@ -139,7 +163,12 @@ public:
 
 private:
     int run_to_outputs(const RunOne &run_one) {
-        if (!o_.file.check_only && o_.ci_environment && !take_ci_environment(o_)) return 2;
+        if (!o_.files_from.empty() && !o_.shard.empty()) {
+            fmt::print(stderr, "planecheck: --shard and --files-from do not go together: the list names the files to run\n");
+            return 2;
+        }
+        // the program that writes the list chooses the files: no shard from the environment
+        if (!o_.file.check_only && o_.ci_environment && o_.files_from.empty() && !take_ci_environment(o_)) return 2;
         if (std::string error; !o_.in_process && !expand_directories(o_.files, error)) {
             fmt::print(stderr, "planecheck: {}\n", error);
             return 2;
@@ -149,6 +178,10 @@ private:
         // a report must survive a file that the library ends: the files then run in worker processes
         // (a replay runs in this process: its steps come from the recording, not from a file a child could open)
         if ((o_.tap || !o_.junit.empty()) && !o_.jobs && !o_.jobs_chosen && !o_.in_process) o_.jobs = 1;
+        // a long-lived run outlives a file that the library ends
+        if ((!o_.files_from.empty() || !o_.recorder_dir.empty()) && !o_.jobs) o_.jobs = 1;
+        std::optional<FileSource> listed;
+        if (!open_file_list(o_, listed)) return 2;
         o_.file.progress = !o_.jobs && !o_.file.verbose && !o_.file.trace && isatty(STDERR_FILENO);
         if (o_.tap && o_.tap_out == stdout) {
             o_.file.quiet = true;
@@ -168,7 +201,11 @@ private:
         running_ = this;
         ending::set_end_report(end_of_process);
         std::string recorder_problem;
-        if (o_.jobs) {
+        if (listed || !o_.recorder_dir.empty()) {
+            if (!listed) listed.emplace(FileSource::of_list(o_.files));
+            for (FileResult &r : run_in_processes(*listed, o_.file, o_.jobs, parts_fd_, recorder_problem, o_.recorder_dir))
+                model_.add(std::move(r));
+        } else if (o_.jobs) {
             for (FileResult &r : run_in_processes(o_.files, o_.file, o_.jobs, parts_fd_, recorder_problem)) model_.add(std::move(r));
         } else {
             for (next_ = 0; next_ < o_.files.size(); ++next_) {
@@ -199,6 +236,11 @@ private:
 
     // The recorder is opened before any file runs; with -j the parts are appended to it at the end.
     bool open_recorder() {
+        if (!o_.recorder.empty() && !o_.recorder_dir.empty()) {
+            fmt::print(stderr, "planecheck: --recorder and --recorder-dir do not go together: a run writes one or the other\n");
+            return false;
+        }
+        if (!o_.recorder_dir.empty() && !writable_folder(o_.recorder_dir)) return false;
         if (o_.recorder.empty()) return true;
         bool ok = o_.jobs ? (parts_fd_ = open(o_.recorder.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0666)) >= 0
                           : recorder::open_file(o_.recorder);

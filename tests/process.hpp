@@ -2,9 +2,15 @@
 #pragma once
 
 #include <array>
+#include <chrono>
+#include <csignal>
 #include <cstdio>
+#include <fcntl.h>
+#include <poll.h>
 #include <string>
 #include <sys/wait.h>
+#include <unistd.h>
+#include <vector>
 
 namespace pc::test {
 
@@ -22,5 +28,94 @@ inline Outcome run_command(const std::string &command) {
     int status = p ? pclose(p) : -1;
     return {status >= 0 && WIFEXITED(status) ? WEXITSTATUS(status) : -1, out};
 }
+
+// A command with its standard input and output on pipes, talked to a line at a time: what a
+// program that drives a long-lived run does. Standard error goes to /dev/null.
+class PipedCommand {
+public:
+    explicit PipedCommand(std::vector<std::string> argv) {
+        int in[2], out[2];
+        if (pipe2(in, O_CLOEXEC) != 0 || pipe2(out, O_CLOEXEC) != 0) return;
+        pid_ = fork();
+        if (pid_ == 0) {
+            dup2(in[0], STDIN_FILENO);
+            dup2(out[1], STDOUT_FILENO);
+            int nowhere = open("/dev/null", O_WRONLY);
+            dup2(nowhere, STDERR_FILENO);
+            std::vector<char *> args;
+            for (auto &a : argv) args.push_back(a.data());
+            args.push_back(nullptr);
+            execv(args[0], args.data());
+            _exit(127);
+        }
+        ::close(in[0]);
+        ::close(out[1]);
+        input_ = in[1];
+        output_ = out[0];
+    }
+    PipedCommand(const PipedCommand &) = delete;
+    PipedCommand &operator=(const PipedCommand &) = delete;
+    ~PipedCommand() {
+        close_input();
+        if (output_ >= 0) ::close(output_);
+        if (pid_ > 0 && !waited_) kill(pid_, SIGKILL), wait();
+    }
+
+    bool write_line(const std::string &line) {
+        std::string text = line + "\n";
+        return input_ >= 0 && ::write(input_, text.data(), text.size()) == ssize_t(text.size());
+    }
+
+    void close_input() {
+        if (input_ >= 0) ::close(input_);
+        input_ = -1;
+    }
+
+    // Reads standard output until a line holding `text` has arrived; false when the output ends
+    // or `seconds` pass first. Everything read so far is in output().
+    bool read_until(const std::string &text, int seconds = 30) {
+        auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(seconds);
+        for (;;) {
+            if (size_t at = output_text_.find(text, searched_); at != std::string::npos) {
+                size_t end = output_text_.find('\n', at);
+                if (end != std::string::npos) {
+                    searched_ = end + 1;
+                    return true;
+                }
+            }
+            auto left = std::chrono::duration_cast<std::chrono::milliseconds>(deadline - std::chrono::steady_clock::now());
+            pollfd ready{output_, POLLIN, 0};
+            if (left.count() <= 0 || poll(&ready, 1, int(left.count())) <= 0) return false;
+            char chunk[4096];
+            ssize_t n = ::read(output_, chunk, sizeof chunk);
+            if (n <= 0) return false;
+            output_text_.append(chunk, size_t(n));
+        }
+    }
+
+    const std::string &output() const { return output_text_; }
+
+    // Closes standard input, reads the rest of the output, and returns the exit status (-1 when
+    // the command did not exit normally).
+    int finish() {
+        close_input();
+        while (read_until("\n", 30)) {}
+        return wait();
+    }
+
+private:
+    int wait() {
+        int status = 0;
+        waitpid(pid_, &status, 0);
+        waited_ = true;
+        return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+    }
+
+    pid_t pid_ = -1;
+    int input_ = -1, output_ = -1;
+    bool waited_ = false;
+    std::string output_text_;
+    size_t searched_ = 0;
+};
 
 } // namespace pc::test

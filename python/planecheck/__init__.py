@@ -12,8 +12,9 @@ from .command import (COMMAND_VARIABLE, CommandNotFound, PathLike, PlanecheckErr
                       find_command, invoke)
 from .events import EventError, read_events
 from .model import Ended, FileResult, Finding, Run, Step
+from .session import Session
 
-__all__ = ["run", "check", "find_command", "read_events", "Run", "FileResult", "Step", "Finding",
+__all__ = ["run", "check", "Session", "find_command", "read_events", "Run", "FileResult", "Step", "Finding",
            "Ended", "PlanecheckError", "UsageError", "CommandNotFound", "EventError",
            "COMMAND_VARIABLE"]
 

@@ -57,7 +57,7 @@ def find_command(explicit: Optional[PathLike] = None) -> str:
     return found
 
 
-def _status_text(returncode: int) -> str:
+def status_text(returncode: int) -> str:
     if returncode >= 0:
         return f"exit status {returncode}"
     number = -returncode
@@ -67,7 +67,7 @@ def _status_text(returncode: int) -> str:
         return f"signal {number}"
 
 
-def _close_unfinished(run: Run) -> None:
+def close_unfinished(run: Run) -> None:
     """Without -j the library's end is the command's end: the file that was running has no
     file_end, so it is marked ended here with the command's status and last error line."""
     if run.verdict is not None:
@@ -77,7 +77,7 @@ def _close_unfinished(run: Run) -> None:
         if result.status is None:
             last = result.steps[-1] if result.steps else None
             result.status = "ended"
-            result.ended = Ended(how=_status_text(run.exit_status),
+            result.ended = Ended(how=status_text(run.exit_status),
                                  at=last.location if last else result.path,
                                  step=last.number if last else None,
                                  last_error=errors[-1] if errors else None)
@@ -100,7 +100,7 @@ def invoke(subcommand: str, paths: Iterable[PathLike], options: Sequence[str],
         except EventError as error:
             raise PlanecheckError(f"planecheck: {error}") from None
     if run.version is None:
-        message = done.stderr.strip() or f"planecheck {subcommand} ended with {_status_text(done.returncode)}"
+        message = done.stderr.strip() or f"planecheck {subcommand} ended with {status_text(done.returncode)}"
         raise UsageError(message)
-    _close_unfinished(run)
+    close_unfinished(run)
     return run

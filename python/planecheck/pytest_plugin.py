@@ -1,4 +1,5 @@
-"""pytest collects scenario files as tests: one item per file, run by `planecheck run`."""
+"""pytest collects scenario files as tests: one item per file, all run by one long-lived
+`planecheck run --files-from -` per pytest process (or xdist worker)."""
 from __future__ import annotations
 
 import json
@@ -12,13 +13,14 @@ from pathlib import Path
 
 import pytest
 
-from . import run as run_scenarios
 from .command import PlanecheckError, find_command
 from .model import FileResult, Step
 from .scenario_name import scenario_name
+from .session import Session
 
 DEFAULT_FILES = ["test_*.yaml", "test_*.json", "test_*.jsonl", "*_test.yaml"]
 COVERAGE_PARTS = "planecheck_coverage_parts"
+SESSION = "planecheck_session"
 
 
 def pytest_addoption(parser):
@@ -61,8 +63,37 @@ def coverage_parts(config):
     return getattr(config, COVERAGE_PARTS, None)
 
 
+def scenario_session(config) -> Session:
+    """The process's one run, started by the first item that needs it."""
+    if getattr(config, SESSION, None) is None:
+        parts = coverage_parts(config)
+        coverage = None
+        if parts:
+            os.makedirs(parts, exist_ok=True)
+            coverage = os.path.join(parts, f"session-{os.getpid()}.json")
+        recorders = config.getoption("planecheck_recorder")
+        if recorders:  # the run's own names, in a folder of this process; each is renamed for its test
+            os.makedirs(recorders, exist_ok=True)
+            recorders = tempfile.mkdtemp(prefix=".planecheck-recorders-", dir=recorders)
+        setattr(config, SESSION, Session(strict=config.getoption("planecheck_strict"),
+                                         extra_args=config.getini("planecheck_args"),
+                                         command=config.getoption("planecheck_command"),
+                                         coverage=coverage, recorder_dir=recorders))
+    return getattr(config, SESSION)
+
+
+def close_scenario_session(config) -> None:
+    # its coverage part is written as the command ends, before the parts are merged
+    running = getattr(config, SESSION, None)
+    if running is not None:
+        running.close()
+        if running.recorder_dir:
+            shutil.rmtree(running.recorder_dir, ignore_errors=True)
+
+
 def pytest_sessionfinish(session):
     config = session.config
+    close_scenario_session(config)
     target = config.getoption("planecheck_coverage")
     parts = getattr(config, COVERAGE_PARTS, None)
     if not target or not parts or hasattr(config, "workerinput"):
@@ -112,22 +143,21 @@ class ScenarioFailed(Exception):
 class ScenarioItem(pytest.Item):
     def runtest(self):
         config = self.config
-        options = dict(jobs=1,  # the file runs in a process of its own, so a library end is reported
-                       strict=config.getoption("planecheck_strict"),
-                       extra_args=config.getini("planecheck_args"),
-                       command=config.getoption("planecheck_command"),
-                       recorder=self.output_path(config.getoption("planecheck_recorder"), ".rec"),
-                       coverage=self.output_path(coverage_parts(config), ".json"))
-        if options["recorder"]:
-            self.user_properties.append(("planecheck_recorder", options["recorder"]))
         path = os.path.relpath(self.path, config.invocation_params.dir)
-        run = run_scenarios([path], **options)
-        # Step and log lines (standard error) come before the summary line (standard output).
-        self.add_report_section("call", "planecheck", run.stderr + run.stdout)
-        result = run.files[0] if run.files else None
-        if result is None or not result.passed:
-            raise ScenarioFailed(result or FileResult(path=path, index=0, status="invalid",
-                                                      error=run.stderr.strip()))
+        session = scenario_session(config)
+        result, output = session.run_file(path)
+        self.keep_recorder(session.recorder_of(path))
+        self.add_report_section("call", "planecheck", output)
+        if not result.passed:
+            raise ScenarioFailed(result)
+
+    def keep_recorder(self, written):
+        if written is None:
+            return
+        named = self.output_path(self.config.getoption("planecheck_recorder"), ".rec")
+        if os.path.exists(written):
+            os.replace(written, named)
+        self.user_properties.append(("planecheck_recorder", named))
 
     def output_path(self, folder, suffix):
         if not folder:

@@ -4,7 +4,7 @@ import json
 import pytest
 
 from planecheck import EventError, Run, read_events
-from planecheck.command import _close_unfinished
+from planecheck.command import close_unfinished
 
 
 def line(event, **members):
@@ -119,7 +119,7 @@ def test_a_file_without_its_end_is_marked_ended_by_the_command_status(exit_statu
     run = Run(command=[], exit_status=exit_status,
               stderr="a.yaml:6: first error\na.yaml:6: Assertion `entry' failed.\n\n")
     read_events([RUN_START, line("file_start", file="a.yaml", index=0), step("a.yaml", 1)], run)
-    _close_unfinished(run)
+    close_unfinished(run)
     ended = run.files[0].ended
     assert run.files[0].status == "ended"
     assert (ended.how, ended.at, ended.step) == (how, "a.yaml:4", 1)

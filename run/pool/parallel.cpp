@@ -10,6 +10,7 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <cctype>
 #include <cerrno>
 #include <csignal>
 #include <cstdio>
@@ -177,17 +178,17 @@ std::string run_assigned(const std::string &file, const Options &options, const 
 
 // A worker runs the files it is given one after the other, each on a fresh data plane, until the
 // parent closes its stream. Between files its output goes nowhere.
-[[noreturn]] void serve(int socket, Trail &trail, const std::vector<std::string> &files, const Options &options, bool recording) {
+[[noreturn]] void serve(int socket, Trail &trail, const Options &options, bool recording) {
     std::setvbuf(stdout, nullptr, _IOLBF, 0); // step lines and log lines share the file: keep their order
     ending::install();                        // the worker's own: its recorder part survives the library's exit
     ending::set_end_report(nullptr);          // the parent reports an ended file from its trail
     int nowhere = ::open("/dev/null", O_WRONLY | O_CLOEXEC);
     uint64_t file = 0;
+    std::string path;
     std::vector<int> fds;
-    while (channel::receive_assignment(socket, file, fds)) {
+    while (channel::receive_assignment(socket, file, path, fds)) {
         Assigned assigned(fds, recording, options.coverage != nullptr);
-        std::string results = file < files.size() && assigned.output >= 0 ? run_assigned(files[file], options, assigned, trail)
-                                                                            : std::string();
+        std::string results = assigned.output >= 0 ? run_assigned(path, options, assigned, trail) : std::string();
         dup2(nowhere, STDOUT_FILENO);
         dup2(nowhere, STDERR_FILENO);
         for (int fd : fds) ::close(fd);
@@ -254,14 +255,15 @@ FileResult finish(const std::string &file, const FileSlot &s) {
 // Workers started once and given file after file; a worker the library ends is replaced.
 class Pool {
 public:
-    Pool(const std::vector<std::string> &files, const Options &options, unsigned jobs, int recorder_fd, std::string &recorder_problem)
-        : files_(files), options_(options), jobs_(std::max(jobs, 1u)), recorder_fd_(recorder_fd), recorder_problem_(recorder_problem),
-          slots_(files.size()), results_(files.size()) {}
+    Pool(FileSource &source, const Options &options, unsigned jobs, int recorder_fd, std::string &recorder_problem,
+         const std::string &recorder_dir)
+        : source_(source), options_(options), jobs_(std::max(jobs, 1u)), recorder_fd_(recorder_fd), recorder_problem_(recorder_problem),
+          recorder_dir_(recorder_dir) {}
     Pool(const Pool &) = delete;
     Pool &operator=(const Pool &) = delete;
 
     std::vector<FileResult> run() {
-        while (printed_ < next_ || (next_ < files_.size() && !ending::stop_signal())) {
+        while (printed_ < next_ || ((next_ < files_.size() || !source_.ended()) && !ending::stop_signal())) {
             hand_out();
             if (ending::stop_signal() && !forwarded_) stop_busy_workers();
             wait_for_workers();
@@ -273,10 +275,11 @@ public:
     }
 
 private:
-    bool recording() const { return recorder_fd_ >= 0; }
+    bool recording() const { return recorder_fd_ >= 0 || !recorder_dir_.empty(); }
 
     void hand_out() {
-        while (next_ < files_.size() && !ending::stop_signal()) {
+        while (!ending::stop_signal()) {
+            if (next_ == files_.size() && !take_next_path()) return;
             FileSlot &slot = slots_[next_];
             if (!slot.parts && !(slot.parts = take_parts(slot.not_run))) {
                 slot.done = true;
@@ -285,7 +288,7 @@ private:
             }
             Worker *w = idle_worker();
             if (!w) return;
-            if (!channel::send_assignment(w->socket, next_, slot.parts->descriptors())) {
+            if (!channel::send_assignment(w->socket, next_, files_[next_], slot.parts->descriptors())) {
                 kill(w->pid, SIGKILL); // it ended, or cannot be reached, while idle: nothing of a file is lost
                 worker_ended(*w);
                 continue;
@@ -293,6 +296,23 @@ private:
             w->file = next_++;
         }
     }
+
+    // A path is taken only when a worker can run it at once: a program that writes the next path
+    // after reading a file's results then gets them before the run reads that path.
+    bool take_next_path() {
+        std::string path;
+        if (!has_room() || source_.next(path, false) != FileSource::Next::path) return false;
+        files_.push_back(std::move(path));
+        slots_.emplace_back();
+        results_.emplace_back();
+        return true;
+    }
+
+    bool has_room() const {
+        return workers_.size() < jobs_ || std::any_of(workers_.begin(), workers_.end(), [](const Worker &w) { return w.file == kIdle; });
+    }
+
+    bool waiting_for_a_path() const { return next_ == files_.size() && source_.descriptor() >= 0 && has_room(); }
 
     std::unique_ptr<Parts> take_parts(std::string &problem) {
         if (!spare_.empty()) {
@@ -336,7 +356,7 @@ private:
             ::close(ends[0]);
             close_inherited();
             Trail own;
-            serve(ends[1], trail ? *trail : own, files_, options_, recording());
+            serve(ends[1], trail ? *trail : own, options_, recording());
         }
         ::close(ends[1]);
         if (pid < 0) {
@@ -370,11 +390,12 @@ private:
     void wait_for_workers() {
         std::vector<pollfd> watched;
         for (auto &w : workers_) watched.push_back({w.socket, POLLIN, 0});
+        if (waiting_for_a_path()) watched.push_back({source_.descriptor(), POLLIN, 0}); // read by the next hand_out
         if (watched.empty()) return;
         // a timeout, so that a stop signal that came just before the poll is seen soon
         if (poll(watched.data(), watched.size(), 200) <= 0) return;
         std::vector<size_t> gone;
-        for (size_t i = 0; i < watched.size(); ++i) {
+        for (size_t i = 0; i < workers_.size(); ++i) {
             if (!watched[i].revents) continue;
             Worker &w = workers_[i];
             bool open = w.frames.read_from(w.socket);
@@ -421,6 +442,7 @@ private:
         FileSlot &slot = slots_[i];
         results_[i] = finish(files_[i], slot);
         if (!slot.parts) return tell(results_[i], nullptr);
+        write_own_recorder(results_[i], *slot.parts);
         tell(results_[i], slot.parts.get());
         join_recorder_part(*slot.parts);
         merge_coverage_part(*slot.parts);
@@ -435,15 +457,33 @@ private:
         for (auto &s : r.step_records)
             if (s.records_start >= 0) s.records_start += int64_t(records_base_), s.records_end += int64_t(records_base_);
         struct stat part {};
-        if (parts && parts->recorder.fd >= 0 && fstat(parts->recorder.fd, &part) == 0) records_base_ += uint64_t(part.st_size);
+        if (recorder_fd_ >= 0 && parts && parts->recorder.fd >= 0 && fstat(parts->recorder.fd, &part) == 0)
+            records_base_ += uint64_t(part.st_size);
         if (options_.observer) replay_records(r, *options_.observer);
         r.step_records = {};
         r.finding_records = {};
     }
 
+    // Before the file's events are told: a reader of its file_end finds its recorder complete.
+    void write_own_recorder(FileResult &r, Parts &parts) {
+        if (recorder_dir_.empty() || parts.recorder.fd < 0) return;
+        std::string part, path = recorder_dir_ + "/" + recorder_file_name(r.path);
+        int fd = -1;
+        bool written = read_all(parts.recorder.fd, part) &&
+                       (fd = ::open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0666)) >= 0 && write_all(fd, part);
+        if ((fd >= 0 && ::close(fd) != 0) || !written) { // told with the file's events, as a worker's own problems are
+            Finding problem;
+            problem.text = fmt::format("cannot write its recorder to {}: {}", path, std::strerror(errno));
+            r.finding_records.push_back(problem);
+            r.add_finding(finding_line(r.path, problem));
+            ++r.failed_steps;
+            fmt::print(stderr, "{}\n", r.findings.back());
+        }
+    }
+
     // Parts are appended in the order of the files; after a part that could not be, none is.
     void join_recorder_part(Parts &parts) {
-        if (!recording() || !recorder_problem_.empty()) return;
+        if (recorder_fd_ < 0 || !recorder_problem_.empty()) return;
         std::string part;
         if (!read_all(parts.recorder.fd, part))
             recorder_problem_ = fmt::format("a file's part cannot be read back: {}", std::strerror(errno));
@@ -460,11 +500,13 @@ private:
         for (const auto &p : problems) fmt::print(stderr, "planecheck: coverage part: {}\n", p);
     }
 
-    const std::vector<std::string> &files_;
+    FileSource &source_;
+    std::vector<std::string> files_; // the paths taken from the source so far
     const Options &options_;
     const size_t jobs_;
     const int recorder_fd_;
     std::string &recorder_problem_;
+    const std::string recorder_dir_;
     std::vector<FileSlot> slots_;
     std::vector<FileResult> results_;
     std::vector<Worker> workers_;
@@ -475,9 +517,22 @@ private:
 };
 } // namespace
 
+std::vector<FileResult> run_in_processes(FileSource &files, const Options &options, unsigned jobs, int recorder_fd,
+                                         std::string &recorder_problem, const std::string &recorder_dir) {
+    return Pool(files, options, jobs, recorder_fd, recorder_problem, recorder_dir).run();
+}
+
+std::string recorder_file_name(const std::string &path) {
+    std::string name = path;
+    for (char &c : name)
+        if (!std::isalnum(static_cast<unsigned char>(c)) && c != '.' && c != '-' && c != '_') c = '_';
+    return name + ".rec";
+}
+
 std::vector<FileResult> run_in_processes(const std::vector<std::string> &files, const Options &options, unsigned jobs,
                                          int recorder_fd, std::string &recorder_problem) {
-    return Pool(files, options, jobs, recorder_fd, recorder_problem).run();
+    FileSource listed = FileSource::of_list(files);
+    return run_in_processes(listed, options, jobs, recorder_fd, recorder_problem);
 }
 
 } // namespace pc::runner

@@ -4,6 +4,7 @@
 #pragma once
 
 #include "file_run.hpp"
+#include "file_source.hpp"
 
 #include <string>
 #include <vector>
@@ -16,5 +17,15 @@ namespace pc::runner {
 // the end; `recorder_problem` tells why that failed, when it did.
 std::vector<FileResult> run_in_processes(const std::vector<std::string> &files, const Options &options,
                                          unsigned jobs, int recorder_fd, std::string &recorder_problem);
+// The same with files taken from `files` as they come: a worker gets each path as soon as one is
+// free, so the files given so far run while later paths are still being written.
+// With `recorder_dir`, each file's recorder goes to a file of its own there instead, named by
+// recorder_file_name and written before the file's last event is told.
+std::vector<FileResult> run_in_processes(FileSource &files, const Options &options, unsigned jobs, int recorder_fd,
+                                         std::string &recorder_problem, const std::string &recorder_dir = {});
+
+// A file's recorder in a recorder folder: its path with each character other than a letter, a
+// digit, '.', '-' or '_' made '_', and ".rec" added (tests/a b.yaml: tests_a_b.yaml.rec).
+std::string recorder_file_name(const std::string &path);
 
 } // namespace pc::runner

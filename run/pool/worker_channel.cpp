@@ -24,16 +24,34 @@ bool write_all(int socket, const char *data, size_t size) {
     return true;
 }
 
+bool read_exactly(int socket, char *data, size_t size) {
+    for (size_t done = 0; done < size;) {
+        ssize_t n = ::recv(socket, data + done, size - done, MSG_WAITALL);
+        if (n < 0 && errno == EINTR) continue;
+        if (n <= 0) return false;
+        done += size_t(n);
+    }
+    return true;
+}
+
+// An assignment: the file's number and the length of its path, then the path. Workers are started
+// before later paths are known (a list read as it arrives), so the path travels with the file.
+struct AssignmentHeader {
+    uint64_t file, path_bytes;
+};
+constexpr uint64_t kMaxPathBytes = 1 << 20;
+
 } // namespace
 
 bool make_pair(int ends[2]) { return socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends) == 0; }
 
-bool send_assignment(int socket, uint64_t file, const std::vector<int> &descriptors) {
+bool send_assignment(int socket, uint64_t file, const std::string &path, const std::vector<int> &descriptors) {
     if (descriptors.size() > kMaxDescriptors) {
         errno = EINVAL;
         return false;
     }
-    iovec data{&file, sizeof file};
+    AssignmentHeader head{file, path.size()};
+    iovec data{&head, sizeof head};
     alignas(cmsghdr) char control[CMSG_SPACE(sizeof(int) * kMaxDescriptors)] = {};
     msghdr message{};
     message.msg_iov = &data;
@@ -50,13 +68,15 @@ bool send_assignment(int socket, uint64_t file, const std::vector<int> &descript
     for (;;) {
         ssize_t n = ::sendmsg(socket, &message, MSG_NOSIGNAL);
         if (n < 0 && errno == EINTR) continue;
-        return n == ssize_t(sizeof file); // 8 bytes on an empty local stream go out whole
+        // a few bytes on an empty local stream go out whole
+        return n == ssize_t(sizeof head) && write_all(socket, path.data(), path.size());
     }
 }
 
-bool receive_assignment(int socket, uint64_t &file, std::vector<int> &descriptors) {
+bool receive_assignment(int socket, uint64_t &file, std::string &path, std::vector<int> &descriptors) {
     descriptors.clear();
-    iovec data{&file, sizeof file};
+    AssignmentHeader head{};
+    iovec data{&head, sizeof head};
     alignas(cmsghdr) char control[CMSG_SPACE(sizeof(int) * kMaxDescriptors)] = {};
     msghdr message{};
     message.msg_iov = &data;
@@ -76,7 +96,10 @@ bool receive_assignment(int socket, uint64_t &file, std::vector<int> &descriptor
             descriptors.push_back(fd);
         }
     }
-    return n == ssize_t(sizeof file);
+    if (n != ssize_t(sizeof head) || head.path_bytes > kMaxPathBytes) return false;
+    file = head.file;
+    path.resize(head.path_bytes);
+    return read_exactly(socket, path.data(), path.size());
 }
 
 bool send_frame(int socket, const std::string &payload) {

@@ -1,7 +1,7 @@
 // The stream between the parent of a -j run and one of its worker processes: the parent hands a
-// worker a file's number with the descriptors of that file's temporary files; the worker answers
-// with one frame when it has run the file: the events that close it (its file_end), while the
-// events made during the run went to the file's records file as they were made.
+// worker a file's number and path with the descriptors of that file's temporary files; the worker
+// answers with one frame when it has run the file: the events that close it (its file_end), while
+// the events made during the run went to the file's records file as they were made.
 #pragma once
 
 #include <cstdint>
@@ -14,10 +14,10 @@ namespace pc::runner::channel {
 bool make_pair(int ends[2]);
 
 // False (errno set) when the worker is gone.
-bool send_assignment(int socket, uint64_t file, const std::vector<int> &descriptors);
+bool send_assignment(int socket, uint64_t file, const std::string &path, const std::vector<int> &descriptors);
 // Blocks until an assignment arrives; false when the parent closed the stream (or it broke).
 // The received descriptors are the caller's to close.
-bool receive_assignment(int socket, uint64_t &file, std::vector<int> &descriptors);
+bool receive_assignment(int socket, uint64_t &file, std::string &path, std::vector<int> &descriptors);
 
 // Sends `payload` as one frame; false (errno set) when it could not be sent in full.
 bool send_frame(int socket, const std::string &payload);

@@ -18,10 +18,6 @@ namespace {
 
 using namespace pc::runner;
 
-const char *file_status(const FileResult &f) {
-    return f.ended ? "ended" : f.invalid ? "invalid" : !f.not_started.empty() ? "not_run" : f.passed() ? "passed" : "failed";
-}
-
 // Hands each record to the user's callback, as a structure and as its event's JSON line.
 class CallbackObserver : public RunObserver {
 public:

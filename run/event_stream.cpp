@@ -45,14 +45,13 @@ double number_of(const object &event, const char *key) {
     return event[key].get(d) == simdjson::SUCCESS ? d : 0;
 }
 
-template <class Enum, size_t N> Enum named(const std::string &text, const char *const (&names)[N], Enum otherwise) {
-    for (size_t i = 0; i < N; ++i)
-        if (text == names[i]) return Enum(i);
+// The enumerator of the first `count` whose name is `text`; `otherwise` for any other text.
+template <class Enum> Enum named(const std::string &text, const char *(*name_of)(Enum), int count, Enum otherwise) {
+    for (int i = 0; i < count; ++i)
+        if (text == name_of(Enum(i))) return Enum(i);
     return otherwise;
 }
 
-const char *const kStepStatuses[] = {"passed", "failed", "not_run", "invalid", "ended"};
-const char *const kFindingKinds[] = {"mismatch", "value_error", "check", "log"};
 
 Finding finding_of(const object &e) {
     Finding f;
@@ -60,7 +59,7 @@ Finding finding_of(const object &e) {
     f.column = uint32_t(count_of(e, "column"));
     f.step = count_of(e, "step");
     f.warning = text_of(e, "level") == "warning";
-    f.kind = named(text_of(e, "kind"), kFindingKinds, FindingKind::log);
+    f.kind = named(text_of(e, "kind"), kind_name, kFindingKinds, FindingKind::log);
     f.text = text_of(e, "text");
     f.attribute = text_of(e, "attribute");
     f.expected = text_of(e, "expected");
@@ -81,7 +80,7 @@ StepRecord step_of(const object &e) {
     s.kind = text_of(e, "kind");
     s.table = text_of(e, "table");
     s.label = text_of(e, "label");
-    s.status = named(text_of(e, "status"), kStepStatuses, StepStatus::failed); // a status this planecheck does not know did not pass
+    s.status = named(text_of(e, "status"), status_name, kStepStatuses, StepStatus::failed); // a status this planecheck does not know did not pass
     s.mismatches = count_of(e, "mismatches");
     s.value_errors = count_of(e, "value_errors");
     s.duration_ms = number_of(e, "duration");

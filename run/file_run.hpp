@@ -32,6 +32,7 @@ struct Trail {
 };
 
 enum class StepStatus { passed, failed, not_run, invalid, ended };
+constexpr int kStepStatuses = 5;
 const char *status_name(StepStatus status);
 
 // One step as it ran: what every report of a run says about a step comes from here.
@@ -48,6 +49,7 @@ struct StepRecord {
 };
 
 enum class FindingKind { mismatch, value_error, check, log };
+constexpr int kFindingKinds = 4;
 const char *kind_name(FindingKind kind);
 
 // A line that fails a step, or a check finding; `text` without its FILE:LINE[:COL]: prefix.

@@ -224,14 +224,20 @@ private:
             fmt::print(stderr, "planecheck: cannot write the JUnit report to {}\n", o_.junit);
             return 2;
         }
+        tell_summary();
+        if (!recorded) return 2;
+        return model_.exit_status();
+    }
+
+    // TAP and the summary line, from the model.
+    void tell_summary() {
         std::string line = summary(model_.totals(), o_.file.check_only);
         if (o_.tap) {
             print_tap(model_.files(), o_.tap_out);
             fmt::print(o_.tap_out, "# {}\n", line);
         }
         if (!o_.tap || o_.tap_out != stdout) fmt::print(o_.summary, "{}\n", line);
-        if (!recorded) return 2;
-        return model_.exit_status();
+        std::fflush(nullptr);
     }
 
     // The recorder is opened before any file runs; with -j the parts are appended to it at the end.
@@ -346,7 +352,7 @@ private:
         if (!s->o_.jobs && ended) { // workers: the parent is not ending by the library, and reports when they are done
             s->report_the_rest(std::move(*ended));
             if (!s->o_.junit.empty()) write_junit(s->o_.junit, s->model_.files(), s->seconds());
-            if (s->o_.tap) print_tap(s->model_.files(), s->o_.tap_out);
+            s->tell_summary();
         }
         if (s->finish_events(status) == status) s->write_html_report(status);
         if (!s->events_for_html_.empty()) unlink(s->events_for_html_.c_str());

@@ -36,11 +36,12 @@ std::string host_name() {
     return name;
 }
 
+
+} // namespace
+
 const char *file_status(const FileResult &f) {
     return f.ended ? "ended" : f.invalid ? "invalid" : !f.not_started.empty() ? "not_run" : f.passed() ? "passed" : "failed";
 }
-
-} // namespace
 
 std::string rfc3339_now() {
     timespec now {};

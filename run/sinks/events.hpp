@@ -14,6 +14,8 @@ namespace pc::runner {
 
 // Each event as one line of JSON (no newline); `at` is its time, RFC 3339 UTC with milliseconds.
 std::string rfc3339_now();
+// A file's status as its file_end names it: passed, failed, invalid, ended, not_run.
+const char *file_status(const FileResult &file);
 std::string json_string(const std::string &text);
 std::string run_start_event(const RunDescription &run, const std::string &at);
 std::string file_start_event(const FileResult &file, size_t index, const std::string &at);

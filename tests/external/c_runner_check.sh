@@ -59,4 +59,19 @@ if runner != command:
             break
     sys.exit(1)
 PY
+# A file the library ends among others: in a worker the run goes on; in this process the files
+# after it are reported as not run. Either way the library's exit status stands.
+three=("$here/../../examples/sdk_side.yaml" "$here/../scenarios/unknown_table.yaml" "$here/../../examples/hello.yaml")
+for where in workers in-process; do
+  set +e
+  "$work/runner" -q $([ "$where" = in-process ] && echo --in-process) "${three[@]}" >"$work/three.$where" 2>&1
+  status=$?
+  set -e
+  [ "$status" = 1 ] || { cat "$work/three.$where"; fail "$where: exit status $status, not 1"; }
+  grep -q "unknown_table.yaml: ended" "$work/three.$where" || { cat "$work/three.$where"; fail "$where: the ended file is not reported"; }
+done
+grep -q "hello.yaml: passed" "$work/three.workers" || { cat "$work/three.workers"; fail "workers: the file after the ended one did not run"; }
+grep -q "hello.yaml: not_run (not run: the run ended in .*unknown_table.yaml:4)" "$work/three.in-process" ||
+  { cat "$work/three.in-process"; fail "in-process: the file after the ended one is not reported as not run"; }
+
 echo "c_runner: $(grep -c '"event":"step"' "$work/runner.events") steps of $(basename "$scenario") ran as the command runs them"

@@ -21,6 +21,7 @@
 
 #include <algorithm>
 #include <chrono>
+#include <iterator>
 #include <cstring>
 #include <optional>
 #include <sched.h>
@@ -362,17 +363,27 @@ private:
         return message;
     }
 
+    // The step kinds as messages list them: "send:, dump:, ... or expect:" (`last` before the last).
+    static std::string step_kinds(const char *suffix, const char *last) {
+        namespace v = pc::vocabulary;
+        std::string out;
+        size_t n = std::size(v::kStepKinds);
+        for (size_t i = 0; i < n; ++i) out += (i == 0 ? "" : i + 1 == n ? last : ", ") + std::string(v::kStepKinds[i]) + suffix;
+        return out;
+    }
+
     // Runs or checks one step; returns a description of what makes it invalid, or "".
     std::string run_step(const Step &step) {
+        namespace v = pc::vocabulary;
         const JSON_Object *o = json_value_get_object(step.value);
         if (!o || json_object_get_count(o) == 0)
-            return fail_at(step.value, "a step is a mapping with one of send:, dump:, inject:, npu_result:, expect:");
+            return fail_at(step.value, "a step is a mapping with one of " + step_kinds(":", ", "));
         const char *kind = nullptr;
         JSON_Value *body = nullptr, *sdk = nullptr;
         for (size_t i = 0; i < json_object_get_count(o); ++i) {
             const char *k = json_object_get_name(o, i);
-            if (!std::strcmp(k, "name")) continue;
-            if (!std::strcmp(k, "sdk")) { // the SDK side's answer to the step's send
+            if (!std::strcmp(k, v::kMemberName)) continue;
+            if (!std::strcmp(k, v::kMemberSdk)) { // the SDK side's answer to the step's send
                 sdk = json_object_get_value_at(o, i);
                 continue;
             }
@@ -381,16 +392,16 @@ private:
             body = json_object_get_value_at(o, i);
         }
         if (!kind) return fail_at(sdk ? sdk : step.value, sdk ? "sdk: answers a send: in the same step, and there is none"
-                                                             : "the step has no kind (send:, dump:, inject:, npu_result: or expect:)");
+                                                             : "the step has no kind (" + step_kinds(":", " or ") + ")");
         std::string k = kind;
-        if (sdk && k != "send") return fail_at(sdk, "sdk: answers a send: in the same step, not a " + k + ":");
+        if (sdk && k != v::kStepSend) return fail_at(sdk, "sdk: answers a send: in the same step, not a " + k + ":");
         if (std::string p = refuse_unserved(kind, body, sdk); !p.empty()) return p;
         if (observer()) name_step(k, body); // without one, a big file's steps cost nothing more
-        if (k == "send") return send(step, body, sdk);
-        if (k == "dump") return dump(step, body);
-        if (k == "inject" || k == "npu_result") return arm(step, k, body);
-        if (k == "expect") return expect(step, body);
-        return fail_at(body, fmt::format("unknown step kind '{}' (expected send, dump, inject, npu_result or expect)", k));
+        if (k == v::kStepSend) return send(step, body, sdk);
+        if (k == v::kStepDump) return dump(step, body);
+        if (k == v::kStepInject || k == v::kStepNpuResult) return arm(step, k, body);
+        if (k == v::kStepExpect) return expect(step, body);
+        return fail_at(body, fmt::format("unknown step kind '{}' (expected {})", k, step_kinds("", " or ")));
     }
 
     // A step that needs a service the platform lacks: a finding of the check; in a run, files with
@@ -440,7 +451,7 @@ private:
         if (sdk) lint_type(json_value_get_object(sdk));
         if (sdk) answer_from(sdk);
         set_label(fmt::format("send {}", json_object_get_name(o, 0) ? json_object_get_name(o, 0) : ""));
-        bool batch = json_object_get_value(o, "batch_crud") != nullptr;
+        bool batch = json_object_get_value(o, pc::vocabulary::kKeyBatchCrud) != nullptr;
         if (batch) watch_->arm_abort();
         json_send_object_client(body, &context_.process);
         if (batch) watch_->disarm_abort();
@@ -518,7 +529,7 @@ private:
             return type ? unreadable_number(*type, records, sdk_side) : ValueProblem{};
         };
         ValueProblem p;
-        if (const JSON_Array *batch = json_value_get_array(json_object_get_value(step, "batch_crud"))) {
+        if (const JSON_Array *batch = json_value_get_array(json_object_get_value(step, pc::vocabulary::kKeyBatchCrud))) {
             for (size_t i = 1; i < json_array_get_count(batch) && !p.at; ++i)
                 p = check_type(json_value_get_object(json_array_get_value(batch, i)));
         } else {

@@ -15,10 +15,10 @@ struct EventReader::Parser {
 
 namespace {
 
-Counts counts_of(const runner::FileResult &f, size_t failed_steps) {
+Counts counts_of(const runner::FileResult &f) {
     Counts c;
     c.steps = f.steps;
-    c.failed_steps = failed_steps;
+    c.failed_steps = f.failed_steps;
     c.not_run = f.not_run;
     c.mismatches = f.mismatches;
     c.value_errors = f.value_errors;
@@ -98,7 +98,7 @@ struct EventDispatch {
         FileRecord &f = r.file(e.file);
         f.finished = true;
         f.status = e.status;
-        f.counts = counts_of(e.end, e.failed_steps);
+        f.counts = counts_of(e.end);
         f.duration = e.end.duration_ms;
         f.error = e.end.error;
         f.ended_how = e.end.ended_how;

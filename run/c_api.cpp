@@ -29,7 +29,6 @@ public:
     }
     void file_start(const FileResult &f) override {
         pc_runner_event e{};
-        failed_steps_ = 0;
         e.file = f.path.c_str();
         emit("file_start", file_start_event(f, index_++, rfc3339_now()), e);
     }
@@ -40,7 +39,6 @@ public:
         emit("finding", finding_event(f, finding, rfc3339_now()), e);
     }
     void step(const FileResult &f, const StepRecord &s) override {
-        failed_steps_ += s.status == StepStatus::failed;
         pc_runner_event e{};
         e.file = f.path.c_str(), e.line = s.line, e.step = s.number, e.kind = s.kind.c_str(), e.label = s.label.c_str();
         e.status = status_name(s.status), e.mismatches = s.mismatches, e.value_errors = s.value_errors;
@@ -51,7 +49,7 @@ public:
         e.file = f.path.c_str(), e.mismatches = f.mismatches, e.value_errors = f.value_errors, e.steps = f.steps;
         e.status = file_status(f);
         e.text = f.invalid ? f.error.c_str() : !f.not_started.empty() ? f.not_started.c_str() : nullptr;
-        emit("file_end", file_end_event(f, failed_steps_, rfc3339_now()), e);
+        emit("file_end", file_end_event(f, rfc3339_now()), e);
     }
     void run_end(const Totals &t, int status) override {
         pc_runner_event e{};
@@ -71,7 +69,6 @@ private:
     pc_runner_event_fn fn_;
     void *user_;
     size_t index_ = 0;
-    size_t failed_steps_ = 0; // of the file being told
 };
 
 // An output written to a file the caller names, opened for the length of one run.

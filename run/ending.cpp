@@ -186,12 +186,13 @@ std::optional<StepRecord> account_ending(FileResult &file, const Trail &t, const
     file.ended_at = t.line ? fmt::format("{}:{}", file.path, t.line) : file.path;
     file.last_error = t.last_error;
     file.steps = t.steps_ran + (t.step ? 1 : 0);
-    file.failed_steps += 1;
+    file.failures += 1;
     file.mismatches = t.mismatches;
     file.value_errors = t.value_errors;
     file.duration_ms = ms_since(t.file_started);
     add_ending_findings(file, t);
     if (!t.step) return std::nullopt;
+    count_step(file, StepStatus::ended);
     return ended_step(t, records_end);
 }
 

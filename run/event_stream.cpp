@@ -105,9 +105,8 @@ void file_end_of(const object &e, Event &event) {
     FileResult &f = event.end;
     read_counts(e, f);
     event.status = text_of(e, "status");
-    event.failed_steps = f.failed_steps;
-    // a passed file's failed step events are steps whose mismatches an expect: accounted for
-    if (event.status == "passed") f.failed_steps = 0;
+    // the writer's verdict stands: what failed the file beyond its counts is not written
+    f.failures = event.status == "failed";
     f.invalid = event.status == "invalid";
     f.error = text_of(e, "error");
     if (event.status == "not_run") f.not_started = text_of(e, "reason");
@@ -231,7 +230,7 @@ void read_file_events(std::string_view text, EventDecoder &decoder, FileEvents &
         if (e.kind != EventKind::other && e.file != r.path) into.problem = fmt::format("an event of {} among those of {}", e.file, r.path);
         else if (e.kind == EventKind::file_start) r.name = e.name;
         else if (e.kind == EventKind::finding) r.finding_records.push_back(e.finding), r.add_finding(finding_line(r.path, e.finding));
-        else if (e.kind == EventKind::step) r.step_records.push_back(e.step);
+        else if (e.kind == EventKind::step) r.step_records.push_back(e.step), count_step(r, e.step.status);
         else if (e.kind == EventKind::file_end) take_totals(e, r), into.complete = true;
     }
 }
@@ -252,17 +251,15 @@ void EventLineWriter::put(const std::string &line) {
 
 // The index is the parent's to give: it tells the file to its own observer.
 void EventLineWriter::file_start(const FileResult &file) {
-    failed_steps_ = 0;
     put(file_start_event(file, 0, rfc3339_now()));
 }
 
 void EventLineWriter::finding(const FileResult &file, const Finding &finding) { put(finding_event(file, finding, rfc3339_now())); }
 
 void EventLineWriter::step(const FileResult &file, const StepRecord &step) {
-    failed_steps_ += step.status == StepStatus::failed;
     put(step_event(file, step, rfc3339_now()));
 }
 
-std::string EventLineWriter::file_end_line(const FileResult &file) const { return file_end_event(file, failed_steps_, rfc3339_now()); }
+std::string EventLineWriter::file_end_line(const FileResult &file) const { return file_end_event(file, rfc3339_now()); }
 
 } // namespace pc::runner

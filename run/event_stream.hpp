@@ -35,7 +35,6 @@ struct Event {
     StepRecord step;
     FileResult end;     // file_end: counts, error, ending and duration (the path is in `file`)
     std::string status; // file_end: the file's status as written
-    size_t failed_steps = 0; // file_end: as written
     RunStarted run_start;
     RunEnded run_end;
 };
@@ -83,7 +82,6 @@ public:
 private:
     void put(const std::string &line);
     int fd_;
-    size_t failed_steps_ = 0;
     bool ok_ = true;
     int error_ = 0;
 };

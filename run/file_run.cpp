@@ -118,14 +118,14 @@ private:
 
     // A step's record begins before it runs; its outcome is added as the step ends.
     void begin_record(const Step &step) {
-        if (!observer()) return;
         record_ = {};
+        step_m_ = mismatches();
+        step_v_ = value_errors();
+        if (!observer()) return;
         record_.number = step.number;
         record_.line = step.line;
         record_.kind = "unknown";
         record_start_ = std::chrono::steady_clock::now();
-        step_m_ = mismatches();
-        step_v_ = value_errors();
         if (pc::recorder::enabled()) record_.records_start = int64_t(pc::recorder::position());
     }
 
@@ -138,14 +138,15 @@ private:
 
     // The step's outcome; a status set while it ran (failed expect, nothing ran) stands.
     void end_record(std::optional<StepStatus> status = std::nullopt) {
-        if (!observer()) return;
         record_.mismatches = mismatches() - step_m_;
         record_.value_errors = value_errors() - step_v_;
-        record_.duration_ms = ms_since(record_start_);
         if (status) record_.status = *status;
         else if (record_.status == StepStatus::passed && record_.mismatches + record_.value_errors + step_problems_ > 0)
             record_.status = StepStatus::failed;
         step_problems_ = 0;
+        count_step(result_, record_.status);
+        if (!observer()) return;
+        record_.duration_ms = ms_since(record_start_);
         if (record_.records_start >= 0) record_.records_end = int64_t(pc::recorder::position());
         if (observer()) observer()->step(result_, record_);
     }
@@ -473,7 +474,7 @@ private:
                                        label_.substr(0, label_.find(' ')), type, inactive_text(context_.process.object_set));
         record_.status = StepStatus::not_run;
         if (options_.strict) {
-            ++result_.failed_steps;
+            ++result_.failures;
             result_.add_finding(line + " (--strict)");
             record_.status = StepStatus::failed;
             observe_failure(line + " (--strict)");
@@ -734,7 +735,7 @@ private:
         accounted_v_ = value_errors();
         bool ok = got_m == uint64_t(want_m) && got_v == uint64_t(want_v);
         if (ok) result_.expected += got_m + got_v;
-        else ++result_.failed_steps;
+        else ++result_.failures;
         std::string what = fmt::format("{} and {} since the last expect", plural(got_m, "mismatch"), plural(got_v, "value error"));
         std::string line = fmt::format("{}:{}: step {} expect: {} ({})", result_.path, step.line, step.number, ok ? "ok" : "FAILED", what);
         if (!ok) line += fmt::format("; expected {} and {}", plural(uint64_t(want_m), "mismatch"), plural(uint64_t(want_v), "value error"));
@@ -842,7 +843,7 @@ FileResult run_file(const std::string &path, const Options &options) {
         if (!checked.passed()) {
             FileResult refused = checked;
             refused.invalid = true;
-            refused.steps = 0; // none of them ran
+            refused.steps = refused.failed_steps = 0; // none of them ran
             if (!checked.invalid)
                 refused.error = fmt::format("{}: --strict refuses the file: the check found {} (listed above; planecheck check shows them)",
                                             path, plural(checked.problems, "problem"));

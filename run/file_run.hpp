@@ -111,7 +111,10 @@ struct Options {
 struct FileResult {
     std::string path;
     size_t steps = 0;
-    size_t failed_steps = 0;
+    size_t failed_steps = 0; // steps whose status is failed or ended, as their step records say
+    // What fails the file whatever its expect: steps account for: a failed expect:, a step that ran
+    // nothing under --strict, the ended step, output that could not be written, a file not run.
+    size_t failures = 0;
     uint64_t mismatches = 0;
     uint64_t value_errors = 0;
     uint64_t expected = 0;   // mismatches and value errors that expect: steps accounted for
@@ -137,8 +140,13 @@ struct FileResult {
         if (findings.size() < kMaxFindings) findings.push_back(line);
         else if (findings.size() == kMaxFindings) findings.push_back("... (more findings are left out)");
     }
-    bool passed() const { return !invalid && !ended && not_started.empty() && failed_steps == 0 && problems == 0 && mismatches + value_errors == expected; }
+    bool passed() const { return !invalid && !ended && not_started.empty() && failures == 0 && problems == 0 && mismatches + value_errors == expected; }
 };
+
+// A step that did not pass counts among its file's failed steps: an ended one too.
+inline void count_step(FileResult &file, StepStatus status) {
+    file.failed_steps += status == StepStatus::failed || status == StepStatus::ended;
+}
 
 FileResult run_file(const std::string &path, const Options &options);
 // At an end of the process while a file runs (`how`: "exit status 1"): the running step and the

@@ -160,7 +160,7 @@ std::string run_assigned(const std::string &file, const Options &options, const 
     auto problem = [&](const std::string &text) {
         Finding f;
         f.text = text;
-        ++r.failed_steps;
+        ++r.failures;
         closing += finding_event(r, f, rfc3339_now()) + "\n";
     };
     if (a.recorder >= 0 && !pc::recorder::close()) problem(fmt::format("cannot write its recorder part: {}", std::strerror(errno)));
@@ -201,7 +201,7 @@ std::string run_assigned(const std::string &file, const Options &options, const 
 FileResult failed(const std::string &file, const std::string &reason) {
     FileResult r;
     r.path = file;
-    r.failed_steps = 1;
+    r.failures = 1;
     r.add_finding(fmt::format("{}: {}", file, reason));
     fmt::print(stderr, "{}\n", r.findings.back());
     return r;
@@ -476,7 +476,7 @@ private:
             problem.text = fmt::format("cannot write its recorder to {}: {}", path, std::strerror(errno));
             r.finding_records.push_back(problem);
             r.add_finding(finding_line(r.path, problem));
-            ++r.failed_steps;
+            ++r.failures;
             fmt::print(stderr, "{}\n", r.findings.back());
         }
     }

@@ -112,11 +112,11 @@ std::string step_event(const FileResult &file, const StepRecord &s, const std::s
     return out + "}";
 }
 
-std::string file_end_event(const FileResult &f, size_t failed_steps, const std::string &at) {
+std::string file_end_event(const FileResult &f, const std::string &at) {
     std::string out = head("file_end", at) +
                       fmt::format(R"(,"file":{},"status":"{}","steps":{},"failed_steps":{},"not_run":{},"mismatches":{},)"
                                   R"("value_errors":{},"expected":{},"problems":{},"warnings":{},"duration":{})",
-                                  json_string(f.path), file_status(f), f.steps, std::max(f.failed_steps, failed_steps), f.not_run, f.mismatches,
+                                  json_string(f.path), file_status(f), f.steps, f.failed_steps, f.not_run, f.mismatches,
                                   f.value_errors, f.expected, f.problems, f.warnings, ms(f.duration_ms));
     if (f.invalid && !f.error.empty()) out += R"(,"error":)" + json_string(f.error);
     if (!f.not_started.empty()) out += R"(,"reason":)" + json_string(f.not_started);
@@ -175,21 +175,19 @@ void EventWriter::run_end(const Totals &totals, int exit_status) {
 }
 
 void EventWriter::file_start(const FileResult &file) {
-    failed_steps_ = 0;
     write(file_start_event(file, next_index_++, rfc3339_now()));
 }
 
 void EventWriter::finding(const FileResult &file, const Finding &finding) { write(finding_event(file, finding, rfc3339_now())); }
 
 void EventWriter::step(const FileResult &file, const StepRecord &step) {
-    failed_steps_ += step.status == StepStatus::failed;
     StepRecord placed = step;
     if (placed.records_start >= 0) placed.records_start += int64_t(records_base_), placed.records_end += int64_t(records_base_);
     write(step_event(file, placed, rfc3339_now()));
 }
 
 void EventWriter::file_end(const FileResult &file) {
-    write(file_end_event(file, failed_steps_, rfc3339_now()));
+    write(file_end_event(file, rfc3339_now()));
 }
 
 } // namespace pc::runner

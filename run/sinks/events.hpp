@@ -21,9 +21,9 @@ std::string run_start_event(const RunDescription &run, const std::string &at);
 std::string file_start_event(const FileResult &file, size_t index, const std::string &at);
 std::string finding_event(const FileResult &file, const Finding &finding, const std::string &at);
 std::string step_event(const FileResult &file, const StepRecord &step, const std::string &at);
-// `failed_steps` is the number of the file's step events whose status was failed: a step whose
-// mismatches a later expect: accounts for still failed, though the file passes.
-std::string file_end_event(const FileResult &file, size_t failed_steps, const std::string &at);
+// Its failed steps are those of its step events that did not pass: a step whose mismatches a
+// later expect: accounts for is still failed, though the file passes.
+std::string file_end_event(const FileResult &file, const std::string &at);
 
 std::string run_end_event(const Totals &totals, double duration_ms, int exit_status, const std::string &at);
 
@@ -55,7 +55,6 @@ private:
     size_t next_index_ = 0;
     uint64_t records_base_ = 0;
     bool ended_ = false;
-    size_t failed_steps_ = 0; // of the file being written
     std::chrono::steady_clock::time_point started_ = std::chrono::steady_clock::now();
 };
 

@@ -10,6 +10,7 @@ SIGTERM, and a journal in the build directory restores it after a harder stop on
     nice -n 19 tools/mutate/mutate.py --tree . --out tools/mutate/baseline.json
     tools/mutate/mutate.py --list
     tools/mutate/mutate.py --only engine.op-code-range,sink.junit-system-out --tests 'Cli|Events'
+    tools/mutate/mutate.py --hints tools/mutate/before.json --out tools/mutate/after.json
 """
 import argparse
 import glob
@@ -190,15 +191,18 @@ def failed_tests(build_dir):
         return [line.strip().partition(":")[2] for line in f if line.strip()]
 
 
-def test(args, stop_on_failure=True):
-    """(passed, failed test names, seconds); a run cut short by the time limit counts as failed."""
+def test(args, stop_on_failure=True, only=None):
+    """(passed, failed test names, seconds); a run cut short by the time limit counts as failed.
+    `only`: run just these tests (by name) instead of the suite."""
     stale = os.path.join(args.build, "Testing", "Temporary", "LastTestsFailed.log")
     if os.path.exists(stale):
         os.unlink(stale)
     command = ["ctest", "--test-dir", args.build, "-j", str(args.jobs), "--timeout", str(args.test_timeout), "--no-tests=error"]
     if stop_on_failure:
         command.append("--stop-on-failure")
-    if args.tests:
+    if only:
+        command += ["-R", "^(" + "|".join(re.escape(name) for name in only) + ")$"]
+    elif args.tests:
         command += ["-R", args.tests]
     started = time.monotonic()
     status, output = run(command, args.suite_timeout, os.path.join(args.build, "mutate-test.log"))
@@ -209,6 +213,15 @@ def test(args, stop_on_failure=True):
     if status != 0 and not names:
         names = [output.strip().splitlines()[-1] if output.strip() else f"(ctest exit status {status})"]
     return status == 0, names, seconds
+
+
+def load_hints(path):
+    """Mutant id -> the tests that caught it in an earlier run's results."""
+    if not path:
+        return {}
+    with open(path, encoding="utf-8") as f:
+        earlier = json.load(f)
+    return {r["id"]: r["tests"] for r in earlier.get("mutants", []) if r.get("result") == "caught" and r.get("tests")}
 
 
 def try_mutant(args, journal, mutant):
@@ -224,8 +237,11 @@ def try_mutant(args, journal, mutant):
     try:
         write_text(path, text[:begin] + mutant.new + text[end:])
         built, error = build(args)
+        hinted = args.hints.get(mutant.id)
         if not built:
             result.update(result="caught", by="build", detail=error)
+        elif hinted and not (hint := test(args, only=hinted))[0]:
+            result.update(result="caught", by="tests", tests=hint[1], hinted=True)
         else:
             passed, names, _ = test(args)
             if passed:
@@ -276,6 +292,8 @@ def main():
     parser.add_argument("--out", help="write the results to FILE as JSON (rewritten after each mutant)")
     parser.add_argument("--resume", action="store_true", help="keep the results already in --out and run only the others")
     parser.add_argument("--skip-clean-check", action="store_true", help="do not first check that the unmutated tree passes")
+    parser.add_argument("--hints", dest="hints_file", help="an earlier run's results (JSON): a mutant is first tried against the tests that caught "
+                        "it there, and against the whole suite only when they pass")
     parser.add_argument("--jobs", type=int, default=2, help="parallel build and test jobs (default 2)")
     parser.add_argument("--test-timeout", type=int, default=300, help="seconds for one test without a limit of its own")
     parser.add_argument("--suite-timeout", type=int, default=1800, help="seconds for the whole suite of one mutant")
@@ -285,6 +303,7 @@ def main():
     args.build = os.path.abspath(args.build or os.path.join(args.tree, "build"))
 
     mutants = parse_table(args.table)
+    args.hints = load_hints(args.hints_file)
     if args.only:
         wanted = args.only.split(",")
         unknown = sorted(set(wanted) - {m.id for m in mutants})

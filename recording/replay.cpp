@@ -3,6 +3,7 @@
 #include "descriptors.hpp"
 #include "engine.hpp"
 #include "planecheck/session.hpp"
+#include "planecheck/vocabulary.hpp"
 #include "json_text.hpp"
 
 #include <fmt/format.h>
@@ -15,6 +16,7 @@
 #include <vector>
 
 namespace pc::recording {
+namespace v = pc::vocabulary;
 namespace {
 
 using engine::AttrDesc;
@@ -502,19 +504,19 @@ struct Replayer::Impl {
         step.kind = kind;
         ReplayRecord &r = step.records.emplace_back();
         r.line = o.record->line;
-        r.fields.push_back({"op", fmt::format("\"{} {}\"", o.type->name, o.op), o.record->line});
+        r.fields.push_back({v::kStepFieldOp, fmt::format("\"{} {}\"", o.type->name, o.op), o.record->line});
         for (Field &v : values) r.fields.push_back(std::move(v));
         ready_.push_back(std::move(step));
     }
 
     void arm_injection(const Operation &o, size_t times) {
         uint32_t line = o.record->line;
-        arm("inject", o, {{"status", std::to_string(kInjectedClass), line}, {"times", std::to_string(times), line}});
+        arm(v::kStepInject, o, {{v::kStepFieldStatus, std::to_string(kInjectedClass), line}, {v::kStepFieldTimes, std::to_string(times), line}});
     }
 
     void arm_npu_results(const Operation &o) {
         uint32_t line = o.record->line;
-        arm("npu_result", o, {{"results", o.npu_results, line}, {"times", "1", line}});
+        arm(v::kStepNpuResult, o, {{v::kStepFieldResults, o.npu_results, line}, {v::kStepFieldTimes, "1", line}});
     }
 
     // Consecutive records of one type share a step. A walk records the status its array's last
@@ -527,7 +529,7 @@ struct Replayer::Impl {
             flush_group();
         if (walk && o.status != group_status_)
             problem({path_, o.record->line, fmt::format("record {}: the walk recorded status {}, which no operation before it in the replay leaves; replayed with status {}", o.record->number, o.status, group_status_)});
-        group_.kind = "send";
+        group_.kind = v::kStepSend;
         group_.type = o.type->name;
         group_.records.push_back(std::move(o.body));
         ++summary_.operations;
@@ -605,7 +607,7 @@ void print_record(FILE *out, const ReplayRecord &r) {
 }
 
 void print_step(FILE *out, const ReplayStep &step, const std::string &path) {
-    if (step.kind != "send") {
+    if (step.kind != v::kStepSend) {
         fmt::print(out, "  - {}: ", step.kind);
         print_record(out, step.records[0]);
         std::fputs("\n", out);
@@ -659,9 +661,9 @@ JSON_Value *by_type(Arena &arena, const std::string &type, const std::vector<Rep
 
 JSON_Value *step_value(Arena &arena, const ReplayStep &step) {
     uint32_t line = step.records.empty() ? 0 : step.records[0].line;
-    const char *names[2] = {name_at(arena, step.kind), "sdk"};
+    const char *names[2] = {name_at(arena, step.kind), v::kMemberSdk};
     JSON_Value *values[2];
-    if (step.kind == "send") {
+    if (step.kind == v::kStepSend) {
         values[0] = by_type(arena, step.type, step.records);
         if (step.sdk) values[1] = by_type(arena, step.type, {*step.sdk});
     } else {

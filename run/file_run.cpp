@@ -36,6 +36,10 @@ double ms_since(std::chrono::steady_clock::time_point start) {
     return std::chrono::duration<double, std::milli>(std::chrono::steady_clock::now() - start).count();
 }
 
+template <size_t N> bool listed(const char *const (&names)[N], std::string_view name) {
+    return std::find(std::begin(names), std::end(names), name) != std::end(names);
+}
+
 class FileRun {
 public:
     FileRun(const std::string &path, const Options &options, StepSource &source)
@@ -408,7 +412,7 @@ private:
     // A step that needs a service the platform lacks: a finding of the check; in a run, files with
     // such steps are refused before they start, so meeting one here ends the file as invalid.
     std::string refuse_unserved(const char *kind, JSON_Value *body, JSON_Value *sdk) {
-        for (auto [what, at] : {std::pair<const char *, JSON_Value *>{kind, body}, {"sdk", sdk}}) {
+        for (auto [what, at] : {std::pair<const char *, JSON_Value *>{kind, body}, {pc::vocabulary::kMemberSdk, sdk}}) {
             std::string refusal = at ? platform_.refusal(what) : "";
             if (refusal.empty()) continue;
             if (!options_.check_only) return fail_at(at, refusal);
@@ -626,23 +630,23 @@ private:
     // inject: { op: "test_if create", status: ENOMEM, times: 2 }
     // npu_result: { op: "test_if create", results: [0, 5], times: 1 }
     std::string arm(const Step &step, const std::string &kind, JSON_Value *body) {
+        namespace v = pc::vocabulary;
         const JSON_Object *o = json_value_get_object(body);
         if (!o) return fail_at(body, kind + ": takes a mapping with op:");
-        const JSON_Value *op = json_object_get_value(o, "op");
+        const JSON_Value *op = json_object_get_value(o, v::kStepFieldOp);
         std::string problem = check_op_text(op, body);
         if (!problem.empty()) return problem;
-        const JSON_Value *times = json_object_get_value(o, "times");
+        const JSON_Value *times = json_object_get_value(o, v::kStepFieldTimes);
         int64_t n = 1;
         // a bound, because a retry loop re-issues an injected operation for as long as it fails
         if (times && (!pc_json_get_int64(times, &n) || n < 1 || n > 1000000))
             return fail_at(times, "times: is a whole number from 1 to 1000000");
-        for (size_t i = 0; i < json_object_get_count(o); ++i) {
-            std::string key = json_object_get_name(o, i);
-            if (key != "op" && key != "times" && key != (kind == "inject" ? "status" : "results"))
-                return fail_at(json_object_get_value_at(o, i), fmt::format("{}: has no '{}'", kind, key));
-        }
-        if (kind == "inject") {
-            const JSON_Value *status = json_object_get_value(o, "status");
+        bool inject = kind == v::kStepInject;
+        for (size_t i = 0; i < json_object_get_count(o); ++i)
+            if (inject ? !listed(v::kInjectFields, json_object_get_name(o, i)) : !listed(v::kNpuResultFields, json_object_get_name(o, i)))
+                return fail_at(json_object_get_value_at(o, i), fmt::format("{}: has no '{}'", kind, json_object_get_name(o, i)));
+        if (inject) {
+            const JSON_Value *status = json_object_get_value(o, v::kStepFieldStatus);
             if (!status) return fail_at(body, "inject: needs status: (a number or a name such as ENOMEM)");
             int32_t s = 0;
             const char *text = json_value_get_string(status);
@@ -657,7 +661,7 @@ private:
             if (!options_.check_only)
                 platform_.services->arm_injection(json_value_get_string(op), int32_t(json_value_get_constant(status)), uint32_t(n));
         } else {
-            const JSON_Array *list = json_value_get_array(json_object_get_value(o, "results"));
+            const JSON_Array *list = json_value_get_array(json_object_get_value(o, v::kStepFieldResults));
             if (!list || json_array_get_count(list) > PC_MAX_NPUS)
                 return fail_at(body, "npu_result: needs results: a list of at most 64 per-NPU results");
             std::vector<uint32_t> results;
@@ -717,17 +721,18 @@ private:
 
     // expect: { mismatches: N, value_errors: N } accounts for what happened since the last expect.
     std::string expect(const Step &step, JSON_Value *body) {
+        namespace v = pc::vocabulary;
         const JSON_Object *o = json_value_get_object(body);
         if (!o) return fail_at(body, "expect: takes a mapping such as { mismatches: 2 }");
         int64_t want_m = 0, want_v = 0;
         for (size_t i = 0; i < json_object_get_count(o); ++i) {
             std::string key = json_object_get_name(o, i);
-            const JSON_Value *v = json_object_get_value_at(o, i);
+            const JSON_Value *value = json_object_get_value_at(o, i);
             int64_t n;
-            if (!pc_json_get_int64(v, &n) || n < 0) return fail_at(v, key + ": is a whole number");
-            if (key == "mismatches") want_m = n;
-            else if (key == "value_errors") want_v = n;
-            else return fail_at(v, fmt::format("expect: has no '{}' (expected mismatches, value_errors)", key));
+            if (!pc_json_get_int64(value, &n) || n < 0) return fail_at(value, key + ": is a whole number");
+            if (key == v::kStepFieldMismatches) want_m = n;
+            else if (key == v::kStepFieldValueErrors) want_v = n;
+            else return fail_at(value, fmt::format("expect: has no '{}' (expected {})", key, fmt::join(std::begin(v::kExpectFields), std::end(v::kExpectFields), ", ")));
         }
         if (options_.check_only) return "";
         uint64_t got_m = mismatches() - accounted_m_, got_v = value_errors() - accounted_v_;

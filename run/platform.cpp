@@ -3,8 +3,11 @@
 #include "scenario.hpp"
 
 #include "planecheck/platform_api.h"
+#include "planecheck/vocabulary.hpp"
 
 #include <fmt/format.h>
+
+#include <algorithm>
 
 #include <dlfcn.h>
 
@@ -31,9 +34,9 @@ struct Need {
 };
 
 const Need needs[] = {
-    {"inject", "fault injection needs", [](const Platform &p) { return p.offered(&pc_platform_services::arm_injection) != nullptr; }},
-    {"npu_result", "per-NPU results need", [](const Platform &p) { return p.offered(&pc_platform_services::arm_npu_results) != nullptr; }},
-    {"sdk", "the SDK side's answers need", [](const Platform &p) { return p.offered(&pc_platform_services::set_sdk_side) != nullptr; }},
+    {vocabulary::kStepInject, "fault injection needs", [](const Platform &p) { return p.offered(&pc_platform_services::arm_injection) != nullptr; }},
+    {vocabulary::kStepNpuResult, "per-NPU results need", [](const Platform &p) { return p.offered(&pc_platform_services::arm_npu_results) != nullptr; }},
+    {vocabulary::kMemberSdk, "the SDK side's answers need", [](const Platform &p) { return p.offered(&pc_platform_services::set_sdk_side) != nullptr; }},
 };
 
 } // namespace
@@ -51,7 +54,7 @@ const Platform &linked_platform() {
 }
 
 std::optional<FileResult> refuse_unserved_steps(const Platform &platform, const std::string &path, StepSource &scan) {
-    if (platform.refusal("inject").empty() && platform.refusal("npu_result").empty() && platform.refusal("sdk").empty()) return std::nullopt;
+    if (std::all_of(std::begin(needs), std::end(needs), [&](const Need &need) { return need.offered(platform); })) return std::nullopt;
     yaml::LoadError error;
     if (!scan.open(path, error) || !scan.read_header(error)) return std::nullopt; // the run itself says what is wrong
     std::string first;

@@ -5,6 +5,7 @@
 #include "suggestions.hpp"
 #include "planecheck/support.h"
 #include "value_forms.hpp"
+#include "planecheck/vocabulary.hpp"
 
 #include <fmt/format.h>
 
@@ -207,7 +208,7 @@ void StepCheck::arm(const std::string &kind, const JSON_Value *op) {
     const TypeDesc *type = engine::find_type(text.substr(0, space).c_str());
     if (!type) return;
     if (!active_under(type->gate, object_set_))
-        add(op, fmt::format("{}: {} waits for '{}', and {} is {}: it never comes", kind, kind == "inject" ? "the injection" : "the result",
+        add(op, fmt::format("{}: {} waits for '{}', and {} is {}: it never comes", kind, kind == vocabulary::kStepInject ? "the injection" : "the result",
                             text, type->name, inactive_text(object_set_)));
     else if (text.substr(space + 1) == vocab::kOpEod && !type->eod)
         add(op, fmt::format("{}: '{}' never comes: {} has no end-of-data operation", kind, text, type->name));
@@ -224,7 +225,7 @@ void StepCheck::finish() {
     for (const Armed &a : armed_)
         findings_.push_back({a.line, a.column,
                              fmt::format("{}: no operation after this step is '{}', so the {} is never used", a.kind, a.text,
-                                         a.kind == "inject" ? "injection" : "result"),
+                                         a.kind == vocabulary::kStepInject ? "injection" : "result"),
                              false});
     armed_.clear();
 }

@@ -2,6 +2,7 @@
 
 #include "planecheck/session.hpp"
 #include "suggest.hpp"
+#include "planecheck/vocabulary.hpp"
 
 #include <fmt/format.h>
 
@@ -120,9 +121,9 @@ ValueProblem unreadable_number(const engine::TypeDesc &type, const JSON_Value *r
             if (auto p = check(v, "router", UINT64_MAX); p.at) return p;
         if (const JSON_Value *v = json_object_get_value(record, "rc"); v && sdk_side)
             if (auto p = check(v, "rc", UINT32_MAX); p.at) return p;
-        const JSON_Array *results = json_value_get_array(json_object_get_value(record, "npu_result"));
+        const JSON_Array *results = json_value_get_array(json_object_get_value(record, vocabulary::kFieldNpuResult));
         for (size_t n = 0; n < json_array_get_count(results); ++n)
-            if (auto p = check(json_array_get_value(results, n), "npu_result", UINT32_MAX); p.at) return p;
+            if (auto p = check(json_array_get_value(results, n), vocabulary::kFieldNpuResult, UINT32_MAX); p.at) return p;
     }
     return {};
 }

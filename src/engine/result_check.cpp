@@ -13,7 +13,7 @@ namespace {
 
 void report_npu_result(const TypeDesc &type, PROCESS *context, const char *op, uint32_t npu, uint32_t received,
                        uint32_t expected) {
-    pc_finding f = support::mismatch(pc_finding::Text::npu_result, "npu_result", std::to_string(expected), std::to_string(received));
+    pc_finding f = support::mismatch(pc_finding::Text::npu_result, vocabulary::kFieldNpuResult, std::to_string(expected), std::to_string(received));
     f.type = type.name, f.op = op ? op : "", f.element = int32_t(npu);
     support::report_finding(context, std::move(f), support::Count::after_line);
 }

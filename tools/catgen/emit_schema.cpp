@@ -309,15 +309,20 @@ void scenario_definitions(const Catalogue &cat, Members &defs) {
                                {"description", q("the object type and the operation, such as \"test_if create\"")}});
     std::string times = obj({{"type", q("integer")}, {"minimum", "1"}, {"maximum", "1000000"}});
     std::string status = obj({{"anyOf", any_of({whole_number(INT32_MIN, UINT32_MAX), text_matching(kStatusName)})}});
-    defs.push_back({"inject", obj({{"type", q("object")}, {"properties", obj({{"op", op_text}, {"status", status}, {"times", times}})},
-                                   {"required", "[\"op\",\"status\"]"}, {"additionalProperties", "false"}})});
-    defs.push_back({"npu_result", obj({{"type", q("object")},
-                                       {"properties", obj({{"op", op_text}, {"results", obj({{"type", q("array")}, {"items", whole_number(INT32_MIN, UINT32_MAX)},
-                                                                                          {"maxItems", "64"}})}, {"times", times}})},
-                                       {"required", "[\"op\",\"results\"]"}, {"additionalProperties", "false"}})});
+    std::string results = obj({{"type", q("array")}, {"items", whole_number(INT32_MIN, UINT32_MAX)}, {"maxItems", "64"}});
     std::string count = obj({{"type", q("integer")}, {"minimum", "0"}});
-    defs.push_back({"expect", obj({{"type", q("object")}, {"properties", obj({{"mismatches", count}, {"value_errors", count}})},
-                                   {"additionalProperties", "false"}})});
+    // The keys come from the vocabulary; a key with no schema here takes any value.
+    const std::map<std::string, std::string> field_schemas = {{"op", op_text}, {"status", status}, {"times", times},
+                                                              {"results", results}, {"mismatches", count}, {"value_errors", count}};
+    const std::map<std::string, std::string> required = {{"inject", "[\"op\",\"status\"]"}, {"npu_result", "[\"op\",\"results\"]"}};
+    for (const auto &[kind, fields] : cat.vocabulary.step_fields) {
+        Members properties;
+        for (const std::string &f : fields) properties.emplace_back(f, field_schemas.count(f) ? field_schemas.at(f) : "{}");
+        Members schema = {{"type", q("object")}, {"properties", obj(properties)}};
+        if (required.count(kind)) schema.emplace_back("required", required.at(kind));
+        schema.emplace_back("additionalProperties", "false");
+        defs.push_back({kind, obj(schema)});
+    }
     const std::map<std::string, std::string> step_keys = {
         {"name", obj({{"type", q("string")}})},
         {"send", obj({{"$ref", q("#/definitions/send")}, {"description", q("client operations on one table")}})},

@@ -4,6 +4,7 @@
 
 #include <fmt/format.h>
 
+#include <algorithm>
 #include <cctype>
 #include <vector>
 
@@ -80,6 +81,20 @@ void names(std::string &out, const char *comment, const char *table, const char 
     for (const std::string &n : list) constant(out, prefix, n);
 }
 
+// kInjectFields = {"op", "status", "times"}, and one constant per key: kStepFieldTimes = "times".
+void step_fields(std::string &out, const Vocabulary &v) {
+    out += "\n// The keys of a step kind's own mapping, by kind.\n";
+    std::vector<std::string> keys;
+    for (const auto &[kind, fields] : v.step_fields) {
+        out += fmt::format("inline constexpr const char *k{}Fields[] = {{", camel(kind));
+        for (size_t i = 0; i < fields.size(); ++i) out += (i ? ", " : "") + q(fields[i]);
+        out += "};\n";
+        for (const std::string &f : fields)
+            if (std::find(keys.begin(), keys.end(), f) == keys.end()) keys.push_back(f);
+    }
+    for (const std::string &k : keys) constant(out, "StepField", k);
+}
+
 } // namespace
 
 std::string vocabulary_header(const Vocabulary &v) {
@@ -90,6 +105,7 @@ std::string vocabulary_header(const Vocabulary &v) {
     control_fields(out, v);
     names(out, "The kinds of step, each a key of its own step.", "kStepKinds", "Step", v.step_kinds);
     names(out, "Keys a step may have beside its kind.", "kStepMembers", "Member", v.step_members);
+    step_fields(out, v);
     out += "\n// The op of this text, or null.\ninline const Op *find_op(const char *name) {\n"
            "    for (const Op &op : kOps)\n        if (name && std::strcmp(op.name, name) == 0) return &op;\n"
            "    return nullptr;\n}\n\n} // namespace pc::vocabulary\n\n"

@@ -172,10 +172,28 @@ struct VocabularyLoader {
         }
     }
 
+    void step_fields(const JSON_Value *v) {
+        const JSON_Object *kinds = json_value_get_object(v);
+        if (!kinds) return diag.error(at(v), "step_fields: expected a mapping of step kinds to lists of keys");
+        for (size_t i = 0; i < json_object_get_count(kinds); ++i) {
+            std::string kind = json_object_get_name(kinds, i);
+            const JSON_Value *keys = json_object_get_value_at(kinds, i);
+            if (!std::count(vocab.step_kinds.begin(), vocab.step_kinds.end(), kind))
+                diag.error(at(keys), fmt::format("step_fields: '{}' is no step kind", kind));
+            const JSON_Array *list = json_value_get_array(keys);
+            if (!list || !json_array_get_count(list)) {
+                diag.error(at(keys), fmt::format("step_fields: '{}' takes a non-empty list of keys", kind));
+                continue;
+            }
+            vocab.step_fields.emplace_back(kind, std::vector<std::string>{});
+            names(list, "step_fields", vocab.step_fields.back().second);
+        }
+    }
+
     void load(const JSON_Value *root) {
         const JSON_Object *top = json_value_get_object(root);
         if (!top) return diag.error(at(root), "expected a mapping of ops, special_keys, control_fields, step_kinds, step_members");
-        static const std::set<std::string> known = {"ops", "special_keys", "control_fields", "step_kinds", "step_members"};
+        static const std::set<std::string> known = {"ops", "special_keys", "control_fields", "step_kinds", "step_members", "step_fields"};
         for (size_t i = 0; i < json_object_get_count(top); ++i)
             if (!known.count(json_object_get_name(top, i)))
                 diag.error(at(json_object_get_value_at(top, i)), fmt::format("unknown section '{}'", json_object_get_name(top, i)));
@@ -191,6 +209,7 @@ struct VocabularyLoader {
                     diag.error(at(json_array_get_value(l, i)), fmt::format("step member '{}' is also a step kind", m));
             }
         }
+        if (const JSON_Value *f = json_object_get_value(top, "step_fields")) step_fields(f);
         vocab.loaded = true;
     }
 };

@@ -180,6 +180,11 @@ TEST(Converters, ConstantsBeyond64BitsReadAsZeroAndTheEdgesKeepTheirValue) {
     EXPECT_EQ(pc::support::truncated(-9223372036854775808.0), INT64_MIN);
 }
 
+TEST(Converters, AStatusIsNamedByTheClassInItsLowNineBits) {
+    EXPECT_STREQ(kerr_strerror(0x20c), "ENOMEM");
+    EXPECT_STREQ(kerr_strerror(0x102), "status 0x102"); // bit 8 belongs to the class: not ENOENT
+}
+
 TEST(Converters, OverlongStringsAndListsAreCutToFitAndReported) {
     pc::test::Harness h;
     pc_string64_t s;

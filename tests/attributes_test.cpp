@@ -29,8 +29,9 @@ TEST(Attributes, TheHandleIsNeverAppliedOnCreateAndOnlyWhenNonzeroOtherwise) {
     Filled create(h, "{op: create, key_a: 1, hdl: 77, create_option: 3}");
     EXPECT_EQ(dpa_test_if_get_hdl(create.obj), 0u);
     EXPECT_EQ(create.header().option, 3);
-    Filled zero(h, "{op: delete, key_a: 1, hdl: 0, create_option: 3}");
+    Filled zero(h, "{op: delete, key_a: 1, hdl: 0, create_option: 3, attr_a1: 5}");
     EXPECT_EQ(dpa_test_if_get_hdl(zero.obj), 0u);
+    EXPECT_TRUE(dpa_test_if_is_set_attr_a1(zero.obj)); // a delete carries its attributes, as create and update do
     EXPECT_EQ(zero.header().option, 0); // create_option belongs to create only
     json_set_hdl(h.ctx(), "if1", 0x1234);
     Filled named(h, "{op: get, key_a: 1, hdl: if1}");

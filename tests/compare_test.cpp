@@ -14,6 +14,9 @@ TEST(Compare, AWrongValueIsReportedWithBothValues) {
     EXPECT_TRUE(h.logged("attr_a1: received 5 expected 6\n"));
     EXPECT_TRUE(h.logged("rdesc_for_print: received {\"pool\": 1, \"index\": 2} expected {\"pool\": 1, \"index\": 9}\n"));
     EXPECT_EQ(h.ctx()->received_type, 0);
+    // the gets that find their object by walking compare it as a plain get does
+    h.send("test_if", "[ {op: get_first, attr_a1: 6}, {op: get_next, key_a: 0, attr_a1: 6}, {op: get_gt_eq, key_a: 1, attr_a1: 6} ]");
+    EXPECT_EQ(h.count_logged("attr_a1: received 5 expected 6\n"), 4u) << h.all_log();
 }
 
 TEST(Compare, PresenceIsCheckedBothWays) {

@@ -104,4 +104,31 @@ inline std::string mask_timestamps(const std::string &text) {
     return std::regex_replace(std::regex_replace(text, sec, "\"tv_sec\": S"), nsec, "\"tv_nsec\": N");
 }
 
+// A value as text with each node's line, column and number kind, to compare what two readers read.
+inline std::string value_text(const JSON_Value *v) {
+    std::string at = std::to_string(pc_json_line(v)) + ":" + std::to_string(pc_json_column(v)) + "=";
+    switch (json_value_get_type(v)) {
+    case JSONObject: {
+        const JSON_Object *o = json_value_get_object(v);
+        for (size_t i = 0; i < json_object_get_count(o); ++i)
+            at += std::string(i ? ", " : "{") + json_object_get_name(o, i) + ": " + value_text(json_object_get_value_at(o, i));
+        return at + "}";
+    }
+    case JSONArray: {
+        const JSON_Array *a = json_value_get_array(v);
+        for (size_t i = 0; i < json_array_get_count(a); ++i) at += (i ? ", " : "[") + value_text(json_array_get_value(a, i));
+        return at + "]";
+    }
+    case JSONString: return at + "'" + json_value_get_string(v) + "'";
+    case JSONNumber: {
+        char number[40];
+        std::snprintf(number, sizeof number, "%.17g", json_value_get_number(v));
+        if (v->integer_kind == v->kNotInteger) return at + number;
+        return at + (v->integer_kind == v->kSigned ? "s" : "u") + std::to_string(v->num.u64);
+    }
+    case JSONBoolean: return at + (json_value_get_boolean(v) ? "true" : "false");
+    default: return at + "null";
+    }
+}
+
 } // namespace pc::test

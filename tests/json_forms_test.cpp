@@ -1,5 +1,6 @@
 // JSON and JSON Lines scenario files: the same values, results and recorder output as the YAML
 // form of the same scenario, and messages that name the file, line and column.
+#include "files.hpp"
 #include "harness.hpp"
 #include "loader.hpp"
 #include "file_run.hpp"
@@ -16,12 +17,7 @@
 
 namespace {
 
-std::string temp_file(const std::string &suffix, const std::string &text) {
-    std::string path = testing::TempDir() + "forms_XXXXXX" + suffix; // tests may run in parallel
-    close(mkstemps(path.data(), int(suffix.size())));
-    std::ofstream(path, std::ios::binary) << text;
-    return path;
-}
+using pc::test::temp_file;
 
 struct Outcome {
     pc::runner::FileResult result;
@@ -99,45 +95,11 @@ TEST(JsonForms, GiveTheResultsAndTheRecordingOfTheYamlForm) {
 
 // JSON is YAML: the same text read by either reader gives the same values, down to each
 // value's line and column and to how each number was written.
-void expect_same(const JSON_Value *a, const JSON_Value *b, const std::string &path) {
-    ASSERT_EQ(json_value_get_type(a), json_value_get_type(b)) << path;
-    EXPECT_EQ(pc_json_line(a), pc_json_line(b)) << path;
-    EXPECT_EQ(pc_json_column(a), pc_json_column(b)) << path;
-    EXPECT_EQ(a->integer_kind, b->integer_kind) << path;
-    switch (json_value_get_type(a)) {
-    case JSONString: EXPECT_STREQ(json_value_get_string(a), json_value_get_string(b)) << path; break;
-    case JSONNumber:
-        EXPECT_EQ(json_value_get_number(a), json_value_get_number(b)) << path;
-        if (a->integer_kind != a->kNotInteger) {
-            EXPECT_EQ(a->num.u64, b->num.u64) << path;
-        }
-        break;
-    case JSONBoolean: EXPECT_EQ(json_value_get_boolean(a), json_value_get_boolean(b)) << path; break;
-    case JSONArray:
-        ASSERT_EQ(json_array_get_count(json_value_get_array(a)), json_array_get_count(json_value_get_array(b))) << path;
-        for (size_t i = 0; i < json_array_get_count(json_value_get_array(a)); ++i)
-            expect_same(json_array_get_value(json_value_get_array(a), i), json_array_get_value(json_value_get_array(b), i),
-                        path + "[" + std::to_string(i) + "]");
-        break;
-    case JSONObject: {
-        const JSON_Object *x = json_value_get_object(a), *y = json_value_get_object(b);
-        ASSERT_EQ(json_object_get_count(x), json_object_get_count(y)) << path;
-        for (size_t i = 0; i < json_object_get_count(x); ++i) {
-            EXPECT_STREQ(json_object_get_name(x, i), json_object_get_name(y, i)) << path;
-            expect_same(json_object_get_value_at(x, i), json_object_get_value_at(y, i), path + "." + json_object_get_name(x, i));
-        }
-        break;
-    }
-    default: break;
-    }
-}
-
-JSON_Value *read_whole(const std::string &path, pc::Arena &arena) {
-    pc::load::LoadError error;
+JSON_Value *read_whole(const std::string &path, pc::Arena &arena, pc::load::LoadError &error) {
     auto reader = pc::load::open_document(path, error);
     bool empty = false;
     JSON_Value *v = reader && reader->begin_document(empty, error) ? reader->read_value(arena, error) : nullptr;
-    EXPECT_TRUE(v) << error.text();
+    std::remove(path.c_str());
     return v;
 }
 
@@ -145,29 +107,25 @@ TEST(JsonForms, ValuesMatchTheYamlReadersDownToLinesColumnsAndNumberKinds) {
     const std::string text = "{\"a\": [1, -2, 18446744073709551615, -9223372036854775808, 1.5, 2e3],\n"
                              "  \"s\": \"caf\\u00e9 \\\"q\\\" \\n\", \"t\": true, \"f\": false, \"n\": null,\n"
                              "  \"deep\": {\"x\": {\"y\": []}, \"z\": {}}, \"hex\": \"0x10\"}\n";
-    std::string yaml_path = temp_file(".yaml", text), json_path = temp_file(".json", text);
-    pc::Arena a, b;
-    JSON_Value *from_yaml = read_whole(yaml_path, a), *from_json = read_whole(json_path, b);
-    std::remove(yaml_path.c_str());
-    std::remove(json_path.c_str());
-    ASSERT_TRUE(from_yaml && from_json);
-    expect_same(from_yaml, from_json, "$");
+    pc::Arena arena;
+    pc::load::LoadError error;
+    JSON_Value *from_yaml = read_whole(temp_file(".yaml", text), arena, error);
+    ASSERT_TRUE(from_yaml) << error.text();
+    JSON_Value *from_json = read_whole(temp_file(".json", text), arena, error);
+    ASSERT_TRUE(from_json) << error.text();
+    EXPECT_EQ(pc::test::value_text(from_json), pc::test::value_text(from_yaml));
 }
 
-TEST(JsonForms, IntegersWiderThan64BitsAreRefusedInEveryForm) {
-    for (const char *suffix : {".yaml", ".json", ".jsonl"}) {
-        Outcome o = run(suffix, std::string(suffix) == ".jsonl" ? "{\"expect\": {\"mismatches\": 99999999999999999999999}}\n"
-                                                                : "{\"steps\": [{\"expect\": {\"mismatches\": 99999999999999999999999}}]}\n");
-        EXPECT_TRUE(o.result.invalid) << suffix;
-        EXPECT_NE(o.result.error.find("does not fit in 64 bits"), std::string::npos) << suffix << ": " << o.result.error;
-    }
+// The loader's refusal of an integer literal beyond 64 bits, as each form words it.
+std::string too_wide(const std::string &literal) {
+    return "the integer " + literal + " does not fit in 64 bits (-9223372036854775808 to 18446744073709551615)";
 }
 
 TEST(JsonForms, MessagesNameLineAndColumn) {
     struct Case {
         const char *suffix;
         std::string text;
-        const char *error;
+        std::string error;
     } cases[] = {
         {".jsonl", "{\"config\": {\"mode\": \"client\"}}\n{\"send\": {\"test_if\": [{\"op\": \"create\", \"op\": \"get\"}]}}\n",
          "2:40: duplicate key 'op'"},
@@ -187,6 +145,18 @@ TEST(JsonForms, MessagesNameLineAndColumn) {
         {".json", "{\"steps\": []}\n{}\n", "2:1: more than one JSON value"},
         {".json", "[1]\n", "1:1: a scenario is a mapping"},
         {".json", "{\"steps\": [\n  {\"expect\": {\"mismatches\": -1}}\n]}\n", "2:29: mismatches: is a whole number"},
+        {".yaml", "steps:\n  - expect:\n      mismatches: 1\n      mismatches: 2\n", "4:7: duplicate key 'mismatches'"},
+        {".yaml", "steps:\n  - expect: *nowhere\n", "2:13: unknown anchor 'nowhere'"},
+        {".yaml", "steps:\n  - send: { test_if: [ { op: get }\n", "3:1: did not find expected ',' or ']'"},
+        {".yaml", "steps: " + std::string(300, '[') + std::string(300, ']') + "\n", "1:210: nesting deeper than 200 levels"},
+        // integers beyond 64 bits, in each form and each way YAML writes one
+        {".yaml", "steps:\n  - expect: { mismatches: 0x1ffffffffffffffff }\n", "2:27: " + too_wide("0x1ffffffffffffffff")},
+        {".yaml", "steps:\n  - expect: { mismatches: 18446744073709551616 }\n", "2:27: " + too_wide("18446744073709551616")},
+        {".yaml", "steps:\n  - expect: { mismatches: -9223372036854775809 }\n", "2:27: " + too_wide("-9223372036854775809")},
+        {".yaml", "steps:\n  - expect: { mismatches: 0o2000000000000000000000 }\n", "2:27: " + too_wide("0o2000000000000000000000")},
+        {".json", "{\"steps\": [{\"expect\": {\"mismatches\": 99999999999999999999999}}]}\n", "1:38: " + too_wide("99999999999999999999999")},
+        {".jsonl", "{\"expect\": {\"mismatches\": 99999999999999999999999}}\n",
+         "1:27: " + too_wide("99999999999999999999999") + "; a field wider than 64 bits takes its value quoted, as text: \"99999999999999999999999\""},
     };
     for (const Case &c : cases) {
         Outcome o = run(c.suffix, c.text);
@@ -195,16 +165,23 @@ TEST(JsonForms, MessagesNameLineAndColumn) {
     }
 }
 
-TEST(JsonForms, JsonLinesReadsLinesLongerThanItsWindowAndEmptyFiles) {
+// Lines cut by the window's edge are carried into the next fill, and a line longer than the window
+// is read whole: every step is read once and the line numbers stay exact over several megabytes.
+TEST(JsonForms, JsonLinesReadsLongLinesAndCountsLinesAcrossWindowRefills) {
     // one step of 20000 records: a line of more than a megabyte, beyond the reader's first window
     std::string line = "{\"send\": {\"test_if\": [";
     for (int i = 0; i < 20000; ++i) line += (i ? ", " : "") + std::string("{\"op\": \"create\", \"key_a\": ") + std::to_string(i) + ", \"attr_a1\": 12345678}";
     line += "]}}\n";
     ASSERT_GT(line.size(), size_t(1) << 20);
-    Outcome o = run(".jsonl", "{\"config\": {\"mode\": \"server\"}}\n" + line + "{\"expect\": {\"mismatches\": 0}}\n");
-    EXPECT_FALSE(o.result.invalid) << o.result.error;
-    EXPECT_EQ(o.result.steps, 2u);
-    EXPECT_TRUE(o.result.passed());
+    std::string text = "{\"config\": {\"mode\": \"server\"}}\n" + line;
+    const int steps = 60000; // about 2.5 MB more: several fills of a 1 MiB window
+    for (int i = 0; i < steps; ++i) text += "{\"expect\": {\"mismatches\": " + std::string(i % 7 ? "0" : " 0") + "}}\n";
+    text += "{\"expect\": {\"mismatches\": 0, \"bogus\": 1}}\n";
+    Outcome o = run(".jsonl", text);
+    EXPECT_TRUE(o.result.invalid);
+    EXPECT_EQ(o.result.steps, size_t(steps) + 2);
+    EXPECT_EQ(o.result.mismatches + o.result.value_errors, 0u);
+    EXPECT_EQ(where(o.result.error).rfind(std::to_string(steps + 3) + ":39: expect: has no 'bogus'", 0), 0u) << o.result.error;
 
     for (const char *empty : {"", "\n  \n"}) { // like a test runner that collected nothing: not a pass
         Outcome e = run(".jsonl", empty);
@@ -236,13 +213,9 @@ TEST(JsonForms, DuplicateKeysAreFoundInLargeAndNestedMappingsOfEveryForm) {
     };
     for (const Case &c : cases)
         for (const char *suffix : {".yaml", ".json"}) {
-            std::string path = temp_file(suffix, c.text + "\n");
             pc::Arena arena;
             pc::load::LoadError error;
-            auto reader = pc::load::open_document(path, error);
-            bool empty = false;
-            JSON_Value *v = reader && reader->begin_document(empty, error) ? reader->read_value(arena, error) : nullptr;
-            std::remove(path.c_str());
+            JSON_Value *v = read_whole(temp_file(suffix, c.text + "\n"), arena, error);
             EXPECT_EQ(v == nullptr, c.duplicate) << suffix << ": " << error.text();
             if (c.duplicate) {
                 EXPECT_NE(error.message.find("duplicate key 'k3'"), std::string::npos) << error.text();
@@ -256,19 +229,6 @@ TEST(JsonForms, AFirstLineWithAStepKindIsAStepEvenWithAName) {
     EXPECT_FALSE(o.result.invalid) << o.result.error;
     EXPECT_EQ(o.result.steps, 2u);
     EXPECT_NE(o.recording.find("\"op\": \"create\""), std::string::npos);
-}
-
-// Lines cut by the window's edge are carried into the next fill: every step is read once and
-// the line numbers stay exact over several megabytes.
-TEST(JsonForms, JsonLinesCountsLinesAcrossWindowRefills) {
-    std::string text = "{\"config\": {\"mode\": \"server\"}}\n";
-    const int steps = 60000; // about 2.5 MB: several fills of a 1 MiB window
-    for (int i = 0; i < steps; ++i) text += "{\"expect\": {\"mismatches\": " + std::string(i % 7 ? "0" : " 0") + "}}\n";
-    text += "{\"expect\": {\"mismatches\": 0, \"bogus\": 1}}\n";
-    Outcome o = run(".jsonl", text);
-    EXPECT_TRUE(o.result.invalid);
-    EXPECT_EQ(o.result.steps, size_t(steps) + 1);
-    EXPECT_EQ(where(o.result.error).rfind(std::to_string(steps + 2) + ":39: expect: has no 'bogus'", 0), 0u) << o.result.error;
 }
 
 // A generator feeding a JSON Lines file through a pipe: each complete line is read at once,

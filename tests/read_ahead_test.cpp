@@ -1,6 +1,8 @@
 // Reading a scenario ahead on a second thread gives what reading it step by step gives: the same
 // steps with the same lines, the same error at the same step, the same end; and a run that stops
 // early leaves no thread behind. (Run under ThreadSanitizer by `make tsan`.)
+#include "files.hpp"
+#include "harness.hpp"
 #include "read_ahead.hpp"
 #include "file_run.hpp"
 
@@ -14,35 +16,7 @@
 
 namespace {
 
-std::string write_scenario(const std::string &text) {
-    std::string path = testing::TempDir() + "read_ahead_XXXXXX.yaml"; // tests may run in parallel
-    close(mkstemps(path.data(), 5));
-    std::ofstream(path) << text;
-    return path;
-}
-
-// A value as text, to compare what two readers read.
-std::string text_of(const JSON_Value *v) {
-    switch (json_value_get_type(v)) {
-    case JSONObject: {
-        const JSON_Object *o = json_value_get_object(v);
-        std::string out = "{";
-        for (size_t i = 0; i < json_object_get_count(o); ++i)
-            out += std::string(json_object_get_name(o, i)) + ":" + text_of(json_object_get_value_at(o, i)) + ",";
-        return out + "}";
-    }
-    case JSONArray: {
-        const JSON_Array *a = json_value_get_array(v);
-        std::string out = "[";
-        for (size_t i = 0; i < json_array_get_count(a); ++i) out += text_of(json_array_get_value(a, i)) + ",";
-        return out + "]";
-    }
-    case JSONString: return std::string("'") + json_value_get_string(v) + "'";
-    case JSONNumber: return std::to_string(json_value_get_number(v));
-    case JSONBoolean: return json_value_get_boolean(v) ? "true" : "false";
-    default: return "null";
-    }
-}
+std::string write_scenario(const std::string &text) { return pc::test::temp_file(".yaml", text); }
 
 // Everything a source hands out, one line per call, up to the end or the first error.
 std::vector<std::string> read_all(pc::runner::StepSource &source, const std::string &path) {
@@ -60,7 +34,7 @@ std::vector<std::string> read_all(pc::runner::StepSource &source, const std::str
             seen.push_back("done");
             return seen;
         }
-        seen.push_back(std::to_string(step.number) + " at " + std::to_string(step.line) + ": " + text_of(step.value));
+        seen.push_back(std::to_string(step.number) + " at " + std::to_string(step.line) + ": " + pc::test::value_text(step.value));
     }
 }
 

@@ -18,25 +18,15 @@
 #include <fstream>
 #include <regex>
 #include <set>
-#include <sstream>
+#include <tuple>
 #include <unistd.h>
 
 namespace {
 
 using namespace pc::recording;
 
-std::string temp_path(const char *suffix) {
-    std::string path = testing::TempDir() + "recording_XXXXXX" + suffix; // tests may run in parallel
-    close(mkstemps(path.data(), int(std::strlen(suffix))));
-    return path;
-}
-
-std::string write_temp(const std::string &text, const char *suffix) {
-    std::string path = temp_path(suffix);
-    std::ofstream(path) << text;
-    return path;
-}
-
+std::string temp_path(const char *suffix) { return pc::test::temp_file(suffix); }
+std::string write_temp(const std::string &text, const char *suffix) { return pc::test::temp_file(suffix, text); }
 using pc::test::read_file;
 
 // Runs a scenario with the recorder on; the run must pass.
@@ -237,86 +227,58 @@ steps:
     std::string a_, b_text_;
 };
 
-TEST_F(RecordingDiff, TwoRunsOfOneScenarioAreEqualDespiteHandlesAndTimes) {
-    EXPECT_NE(read_file(a_), b_text_);
-    DiffOutcome d = diff(a_, write_temp(b_text_, ".rec"));
-    EXPECT_EQ(d.summary.exit_code(), 0) << (d.differences.empty() ? "" : difference_text(d.differences[0], "A", "B"));
-    EXPECT_EQ(d.summary.records_a, 6u);
+// Every difference as the diff prints it, without the line numbers.
+std::string differences_of(const DiffOutcome &d) {
+    std::string out;
+    for (const Difference &x : d.differences) out += std::regex_replace(difference_text(x, "a", "b"), std::regex("([ab]):[0-9]+ "), "$1:L ") + "\n";
+    return out;
 }
 
-TEST_F(RecordingDiff, HandlesThatDoNotCorrespondDiffer) {
-    // the second create's reference names the first object in A, the second object in B
-    DiffOutcome d = diff(a_, b_with("\"testethport_refhdl\": \"0x7a01\"", "\"testethport_refhdl\": \"0x7a02\""));
-    EXPECT_EQ(d.summary.exit_code(), 1);
-    ASSERT_FALSE(d.differences.empty());
-    EXPECT_EQ(d.differences[0].field, "testethport_refhdl");
-}
-
-TEST_F(RecordingDiff, FindsAChangedValueWithBothRecordNumbers) {
-    DiffOutcome d = diff(a_, b_with("\"attr_a1\": 6", "\"attr_a1\": 60", 2)); // in the get of key 2
-    ASSERT_EQ(d.differences.size(), 1u);
-    const Difference &x = d.differences[0];
-    EXPECT_EQ(x.kind, Difference::Changed);
-    EXPECT_EQ(x.number_a, 4u);
-    EXPECT_EQ(x.number_b, 4u);
-    EXPECT_EQ(x.op, "get");
-    EXPECT_EQ(x.field, "attr_a1");
-    EXPECT_EQ(x.value_a, "6");
-    EXPECT_EQ(x.value_b, "60");
-    std::string where = "a:" + std::to_string(x.line_a) + " (record 4) / b:" + std::to_string(x.line_b) + " (record 4): ";
-    EXPECT_EQ(difference_text(x, "a", "b"), where + "send_object test_if get: attr_a1: 6 | 60");
-}
-
-TEST_F(RecordingDiff, FindsAChangedStatus) {
-    DiffOutcome d = diff(a_, b_with("\"op\": \"delete\"", "\"err\": 2,\n      \"op\": \"delete\""));
-    ASSERT_EQ(d.differences.size(), 1u);
-    EXPECT_EQ(d.differences[0].field, "err");
-    EXPECT_EQ(d.differences[0].value_a, "");
-    EXPECT_EQ(d.differences[0].value_b, "2");
-    EXPECT_EQ(d.differences[0].number_a, 5u);
-    EXPECT_EQ(d.differences[0].number_b, 5u);
-}
-
-TEST_F(RecordingDiff, AMissingRecordIsAGapNotACascade) {
+TEST_F(RecordingDiff, FindsEachKindOfDifferenceWithBothRecordNumbers) {
     // B without its third record (the get of key 1)
     size_t third = 0;
     for (int i = 0; i < 3; ++i) third = b_text_.find("{\n \"", third + (i ? 1 : 0));
     size_t fourth = b_text_.find("{\n \"", third + 1);
-    std::string b = write_temp(b_text_.substr(0, third) + b_text_.substr(fourth), ".rec");
-    DiffOutcome d = diff(a_, b);
-    ASSERT_EQ(d.differences.size(), 1u) << difference_text(d.differences[1], "a", "b");
-    EXPECT_EQ(d.differences[0].kind, Difference::OnlyInA);
-    EXPECT_EQ(d.differences[0].number_a, 3u);
-    EXPECT_EQ(d.differences[0].number_b, 3u); // where it would stand in B
-    // and the other way round it is an extra record
-    DiffOutcome r = diff(b, a_);
-    ASSERT_EQ(r.differences.size(), 1u);
-    EXPECT_EQ(r.differences[0].kind, Difference::OnlyInB);
-    EXPECT_EQ(r.differences[0].number_b, 3u);
-    EXPECT_EQ(r.differences[0].number_a, 3u);
+    std::string without_third = write_temp(b_text_.substr(0, third) + b_text_.substr(fourth), ".rec");
+    const struct {
+        const char *what;
+        std::string a, b;
+        int exit;
+        std::string differences;
+    } rows[] = {
+        {"two runs of one scenario, despite handles and times", a_, write_temp(b_text_, ".rec"), 0, ""},
+        // the second create's reference names the first object in A, the second object in B
+        {"handles that do not correspond", a_, b_with("\"testethport_refhdl\": \"0x7a01\"", "\"testethport_refhdl\": \"0x7a02\""), 1,
+         "a:L (record 2) / b:L (record 2): send_object test_if create: testethport_refhdl: \"0x1001\" | \"0x7a02\"\n"},
+        {"a changed value", a_, b_with("\"attr_a1\": 6", "\"attr_a1\": 60", 2), 1, // in the get of key 2
+         "a:L (record 4) / b:L (record 4): send_object test_if get: attr_a1: 6 | 60\n"},
+        {"a changed status", a_, b_with("\"op\": \"delete\"", "\"err\": 2,\n      \"op\": \"delete\""), 1,
+         "a:L (record 5) / b:L (record 5): send_object test_if delete: err: (absent) | 2\n"},
+        // a gap, not a cascade; B's number says where it would stand in B
+        {"a missing record", a_, without_third, 1, "a:L (record 3) / b:L (record 3): send_object test_if get: only in a\n"},
+        {"an extra record", without_third, a_, 1, "a:L (record 3) / b:L (record 3): send_object test_if get: only in b\n"},
+        {"an extra record at the end", a_, write_temp(b_text_ + b_text_.substr(b_text_.rfind("{\n \"")), ".rec"), 1,
+         "a:L (record 7) / b:L (record 7): send_object test_if delete: only in b\n"},
+    };
+    for (const auto &row : rows) {
+        DiffOutcome d = diff(row.a, row.b);
+        EXPECT_EQ(d.summary.exit_code(), row.exit) << row.what;
+        EXPECT_EQ(differences_of(d), row.differences) << row.what;
+    }
+    EXPECT_NE(read_file(a_), b_text_);
+    EXPECT_EQ(diff(a_, a_).summary.records_a, 6u);
 }
 
-TEST_F(RecordingDiff, AnExtraRecordAtTheEndAndIgnoredFields) {
-    size_t last = b_text_.rfind("{\n \"");
-    std::string b = write_temp(b_text_ + b_text_.substr(last), ".rec");
-    DiffOutcome d = diff(a_, b);
-    ASSERT_EQ(d.differences.size(), 1u);
-    EXPECT_EQ(d.differences[0].kind, Difference::OnlyInB);
-    EXPECT_EQ(d.differences[0].number_b, 7u);
-    EXPECT_EQ(d.differences[0].number_a, 7u);
+TEST_F(RecordingDiff, IgnoredFieldsAndAnUnreadableRecord) {
     DiffOptions ignore;
     ignore.ignore = {"attr_a1"};
     EXPECT_EQ(diff(a_, b_with("\"attr_a1\": 6", "\"attr_a1\": 60", 2), ignore).summary.exit_code(), 0);
-}
-
-TEST_F(RecordingDiff, AnUnreadableRecordIsReportedWithFileAndLine) {
     std::string b = b_with("\"attr_a1\": 6", "\"attr_a1\": 6 6");
     DiffOutcome d = diff(a_, b);
     EXPECT_EQ(d.summary.exit_code(), 2);
     ASSERT_EQ(d.problems.size(), 1u);
     EXPECT_EQ(d.problems[0].file, b);
     EXPECT_GT(d.problems[0].line, 0u);
-    EXPECT_EQ(diff(a_, "/nonexistent.rec").summary.exit_code(), 2);
 }
 
 TEST(RecordingReplay, ReplaysEverythingElseAndReportsEachBadRecordWithItsLine) {
@@ -387,14 +349,13 @@ TEST(RecordingReplay, UnpairedReceivesAndUnreproducibleWalksAreReported) {
     EXPECT_NE(problems[2].message.find("\"no_such_key\" is no attribute of test_if"), std::string::npos) << problems[2].message;
 }
 
-TEST(RecordingRoundTrip, Examples) {
+// The examples; injected errors, retries, NPU results and failures; and every operation that names
+// its object by handle, re-issued ones too, which replays by the handle's name.
+TEST(RecordingRoundTrip, ExamplesInjectedErrorsAndHandlesOnEveryOperation) {
     for (const char *example : {"hello.yaml", "sdk_side.yaml", "catalogue_tour.yaml"}) {
         SCOPED_TRACE(example);
         round_trip(std::string(PC_SOURCE_DIR) + "/examples/" + example);
     }
-}
-
-TEST(RecordingRoundTrip, InjectedErrorsRetriesNpuResultsAndFailures) {
     round_trip(write_temp(R"(
 config: { mode: client, npus: 4 }
 steps:
@@ -407,61 +368,62 @@ steps:
   - send: { test_if: [ { op: replay } ] }
   - send: { test_if: [ { op: update, key_a: 1, attr_a3: 4, retry_mode: 1 }, { op: delete, key_a: 1 }, { op: delete, key_a: 1, rc: ENOENT } ] }
 )", ".yaml"));
+    std::string a = round_trip(write_temp(R"(
+config: { mode: server }
+steps:
+  - send: { test_if: [ { op: create, key_a: 1, attr_a1: 5, hdl: one }, { op: create, key_a: 2, hdl: two } ] }
+  - send: { test_if: [ { op: update, hdl: one, key_a: 1, attr_a1: 6 }, { op: get, hdl: one, key_a: 1 } ] }
+  - inject: { op: "test_if update", status: ENOMEM, times: 2 }
+  - send: { test_if: [ { op: update, hdl: two, key_a: 2, attr_a1: 7 } ] }
+  - send: { test_if: [ { op: get_first, hdl: one }, { op: delete, hdl: one, key_a: 1 }, { op: delete, hdl: two, key_a: 2 } ] }
+  - send: { test_if: [ { op: create, key_a: 3, hdl: three }, { op: delete, hdl: three, key_a: 3 } ] }
+)", ".yaml"));
+    std::string text = read_file(a);
+    for (const char *op : {"update", "delete", "get"}) // the recording does carry handles on these
+        EXPECT_TRUE(std::regex_search(text, std::regex(std::string("\"hdl\": \"handle 0x[0-9a-f]+\",\n(.*\n){0,6}.*\"op\": \"") + op + "\"")))
+            << op;
 }
 
 // A tour of the whole catalogue: every active type created with every settable attribute,
-// members and active reference pairs, read back, updated, walked and deleted.
-std::string tour(int mode, int object_set) {
-    using namespace pc::engine;
+// members and active reference pairs, read back, updated, walked and deleted, by key or by handle.
+std::string tour(int mode, int object_set, bool by_handle) {
     PROCESS ctx{};
     ctx.object_set = object_set;
-    auto value = [](uint16_t value_type) { return pc::test::sample(*pc::support::kValueForms[value_type]); };
-    std::string previous = "4660"; // the handle name of the object created before, once there is one
-    auto fields = [&](const TypeDesc &t, bool element, bool keys_only) {
-        std::string s;
-        for (const AttrDesc &a : element ? t.elements() : t.top()) {
-            if (a.kind == Kind::ReadOnly || (keys_only && a.kind != Kind::Key)) continue;
-            bool count = t.count_key && std::string(a.name) == t.count_key; // sizes the object: as many as the members
-            s += std::string(", ") + a.name + ": " + (count ? "2" : a.kind == Kind::DirectRefhdl ? previous : value(a.value_type));
-        }
-        for (const RoleDesc &r : element ? t.element_roles() : t.top_roles())
-            if (!keys_only && active(r.gate, &ctx)) s += std::string(", ") + r.hdl_key + ": " + previous + ", " + r.key_key + ": " + value(r.key_value_type);
-        return s;
-    };
     std::string text = "config: { mode: " + std::string(mode ? "client" : "server") + ", object_set: " + std::to_string(object_set) + " }\nsteps:\n";
-    for (size_t i = 0; i < kTypeCount; ++i) {
-        const TypeDesc &t = *kTypes[i];
-        if (!active(t.gate, &ctx)) continue;
-        std::string members;
-        if (!t.elements().empty()) {
-            std::string element = "{" + fields(t, true, false).substr(std::min<size_t>(2, fields(t, true, false).size())) + "}";
-            members = ", members: [" + element + (t.sized() ? ", " + element : "") + "]";
-        }
-        std::string all = fields(t, false, false) + members, key = fields(t, false, true);
-        std::string name = std::string("h_") + t.name;
+    std::string previous = "4660"; // the handle name of the object created before, once there is one
+    for (size_t i = 0; i < pc::engine::kTypeCount; ++i) {
+        const pc::engine::TypeDesc &t = *pc::engine::kTypes[i];
+        if (!pc::engine::active(t.gate, &ctx)) continue;
+        std::string name = std::string("h_") + t.name, own = by_handle ? ", hdl: " + name : "";
         text += "  - send:\n      " + std::string(t.name) + ":\n";
-        text += "        - { op: create" + all + ", hdl: " + name + " }\n";
-        text += "        - { op: get" + all + " }\n";
-        text += "        - { op: update" + all + " }\n";
-        text += "        - { op: walk_by_key" + key + ", depth: 1 }\n";
-        text += "        - { op: delete" + key + " }\n";
+        for (const auto &[op, keys_only, extra] : {std::tuple<const char *, bool, std::string>{"create", false, ", hdl: " + name},
+                                                   {"get", false, ""}, {"update", false, own}, {"walk_by_key", true, ", depth: 1"},
+                                                   {"delete", true, own}})
+            text += "        - " + pc::test::catalogue_record(t, &ctx, op, keys_only, extra, previous) + "\n";
         previous = name;
     }
     return text;
 }
 
-TEST(RecordingRoundTrip, TourOfEveryTypeInBothObjectSetsAndBothModes) {
-    std::set<std::string> created;
-    for (int mode : {0, 1})
-        for (int object_set : {0, 1}) {
-            SCOPED_TRACE("mode " + std::to_string(mode) + ", object set " + std::to_string(object_set));
-            Reader reader;
-            std::string error;
-            ASSERT_TRUE(reader.open(round_trip(write_temp(tour(mode, object_set), ".yaml")), error));
-            for (Record r; reader.next(r);)
-                if (r.entries[0].find("op")->value == "\"create\"") created.insert(r.type);
+TEST(RecordingRoundTrip, TourOfEveryTypeInBothObjectSetsAndBothModesByKeyAndByHandle) {
+    struct Row {
+        int mode, object_set;
+        bool by_handle;
+    } rows[] = {{0, 0, false}, {0, 1, false}, {1, 0, false}, {1, 1, false}, {0, 0, true}, {0, 1, true}};
+    std::set<std::string> created, deleted_by_handle;
+    for (const Row &row : rows) {
+        SCOPED_TRACE("mode " + std::to_string(row.mode) + ", object set " + std::to_string(row.object_set) + (row.by_handle ? ", by handle" : ""));
+        Reader reader;
+        std::string error;
+        ASSERT_TRUE(reader.open(round_trip(write_temp(tour(row.mode, row.object_set, row.by_handle), ".yaml")), error));
+        for (Record r; reader.next(r);) {
+            const std::string &op = r.entries[0].find("op")->value;
+            if (op == "\"create\"") created.insert(r.type);
+            if (row.by_handle && op == "\"delete\"" && r.entries[0].find("hdl")) deleted_by_handle.insert(r.type);
         }
+    }
     EXPECT_EQ(created.size(), 315u);
+    EXPECT_EQ(deleted_by_handle.size(), 315u);
 }
 
 // A recording written by hand, one test_if record per entry: {op, key_a, extra fields}.
@@ -563,48 +525,6 @@ TEST(RecordingDiffAlignment, AFileThatCannotBeReadIsNamedAndTheOtherStillCounted
     ASSERT_FALSE(directory.problems.empty());
     EXPECT_NE(directory.problems[0].message.find("it is a directory"), std::string::npos) << directory.problems[0].message;
     EXPECT_EQ(directory.summary.records_b, 3u);
-}
-
-// Every operation that names its object by handle replays by the handle's name, re-issued ones too.
-TEST(RecordingRoundTrip, HandlesOnEveryOperation) {
-    std::string a = round_trip(write_temp(R"(
-config: { mode: server }
-steps:
-  - send: { test_if: [ { op: create, key_a: 1, attr_a1: 5, hdl: one }, { op: create, key_a: 2, hdl: two } ] }
-  - send: { test_if: [ { op: update, hdl: one, key_a: 1, attr_a1: 6 }, { op: get, hdl: one, key_a: 1 } ] }
-  - inject: { op: "test_if update", status: ENOMEM, times: 2 }
-  - send: { test_if: [ { op: update, hdl: two, key_a: 2, attr_a1: 7 } ] }
-  - send: { test_if: [ { op: get_first, hdl: one }, { op: delete, hdl: one, key_a: 1 }, { op: delete, hdl: two, key_a: 2 } ] }
-  - send: { test_if: [ { op: create, key_a: 3, hdl: three }, { op: delete, hdl: three, key_a: 3 } ] }
-)", ".yaml"));
-    std::string text = read_file(a);
-    for (const char *op : {"update", "delete", "get"}) // the recording does carry handles on these
-        EXPECT_TRUE(std::regex_search(text, std::regex(std::string("\"hdl\": \"handle 0x[0-9a-f]+\",\n(.*\n){0,6}.*\"op\": \"") + op + "\"")))
-            << op;
-}
-
-// The whole catalogue once more, each object updated and deleted by its handle.
-TEST(RecordingRoundTrip, TourOfEveryTypeUpdatedAndDeletedByHandle) {
-    std::set<std::string> deleted;
-    for (int object_set : {0, 1}) {
-        SCOPED_TRACE("object set " + std::to_string(object_set));
-        std::string by_handle;
-        std::istringstream lines(tour(0, object_set));
-        std::string handle;
-        for (std::string line; std::getline(lines, line);) {
-            std::smatch m;
-            if (std::regex_search(line, m, std::regex(R"(hdl: (h_\w+) \})"))) handle = m[1];
-            if (line.find("{ op: update") != std::string::npos || line.find("{ op: delete") != std::string::npos)
-                line.insert(line.rfind(" }"), ", hdl: " + handle);
-            by_handle += line + "\n";
-        }
-        Reader reader;
-        std::string error;
-        ASSERT_TRUE(reader.open(round_trip(write_temp(by_handle, ".yaml")), error));
-        for (Record r; reader.next(r);)
-            if (r.entries[0].find("op")->value == "\"delete\"" && r.entries[0].find("hdl")) deleted.insert(r.type);
-    }
-    EXPECT_EQ(deleted.size(), 315u);
 }
 
 } // namespace

@@ -2,6 +2,8 @@
 // converter might get right by chance.
 #pragma once
 
+#include "common.hpp"
+#include "descriptors.hpp"
 #include "value_forms.hpp"
 
 #include <algorithm>
@@ -42,6 +44,39 @@ inline std::string sample(const pc::support::ValueForm &f) {
     }
     }
     return "null";
+}
+
+inline std::string sample_of(uint16_t value_type) { return sample(*pc::support::kValueForms[value_type]); }
+
+// The fields of a record of any type, with sample values: its keys, and unless keys_only its
+// settable attributes and the reference pairs active in ctx. Direct handles and the handles of the
+// pairs name `handle`; the count of a sized type says two, as many as the members written.
+inline std::string catalogue_fields(const pc::engine::TypeDesc &t, const PROCESS *ctx, bool element, bool keys_only,
+                                    const std::string &handle) {
+    using pc::engine::Kind;
+    std::string s;
+    for (const pc::engine::AttrDesc &a : element ? t.elements() : t.top()) {
+        if (a.kind == Kind::ReadOnly || (keys_only && a.kind != Kind::Key)) continue;
+        bool count = t.count_key && std::string(a.name) == t.count_key;
+        s += std::string(", ") + a.name + ": " + (count ? "2" : a.kind == Kind::DirectRefhdl ? handle : sample_of(a.value_type));
+    }
+    for (const pc::engine::RoleDesc &r : element ? t.element_roles() : t.top_roles())
+        if (!keys_only && pc::engine::active(r.gate, ctx))
+            s += std::string(", ") + r.hdl_key + ": " + handle + ", " + r.key_key + ": " + sample_of(r.key_value_type);
+    return s;
+}
+
+// One record of any type as a YAML flow mapping: `op`, the fields above, the members unless
+// keys_only (two of a sized type), then `extra`.
+inline std::string catalogue_record(const pc::engine::TypeDesc &t, const PROCESS *ctx, const std::string &op, bool keys_only,
+                                    const std::string &extra = "", const std::string &handle = "4660") {
+    std::string s = "{ op: " + op + catalogue_fields(t, ctx, false, keys_only, handle);
+    if (!keys_only && !t.elements().empty()) {
+        std::string fields = catalogue_fields(t, ctx, true, false, handle);
+        std::string element = "{" + fields.substr(std::min<size_t>(2, fields.size())) + "}";
+        s += ", members: [" + element + (t.sized() ? ", " + element : "") + "]";
+    }
+    return s + extra + " }";
 }
 
 } // namespace pc::test

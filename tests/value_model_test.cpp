@@ -62,25 +62,6 @@ TEST(ValueModel, ReadersOfTheWrongTypeOrOutOfRangeGiveNothing) {
     EXPECT_EQ(json_value_get_type(nullptr), JSONError);
 }
 
-TEST(ValueModel, BadInputIsReportedWithFileLineAndColumn) {
-    Loaded unclosed("a: [1, 2\nb: 3\n");
-    EXPECT_EQ(unclosed.root, nullptr);
-    EXPECT_EQ(unclosed.error.text().rfind("t.yaml:", 0), 0u);
-    EXPECT_GT(unclosed.error.line, 0u);
-
-    Loaded duplicate("a: 1\nb: 2\na: 3\n");
-    EXPECT_EQ(duplicate.root, nullptr);
-    EXPECT_EQ(duplicate.error.text(), "t.yaml:3:1: duplicate key 'a'");
-
-    Loaded alias("a: *nowhere\n");
-    EXPECT_EQ(alias.root, nullptr);
-    EXPECT_NE(alias.error.message.find("unknown anchor 'nowhere'"), std::string::npos);
-
-    Loaded deep(std::string(300, '[') + std::string(300, ']'));
-    EXPECT_EQ(deep.root, nullptr);
-    EXPECT_NE(deep.error.message.find("nesting deeper"), std::string::npos);
-}
-
 TEST(ValueModel, AliasesAreSharedButTheirExpansionIsBounded) {
     Loaded ok("base: &b {x: 1, y: [1, 2]}\ncopy: *b\n");
     ASSERT_NE(ok.root, nullptr);
@@ -98,14 +79,9 @@ TEST(ValueModel, AliasesAreSharedButTheirExpansionIsBounded) {
     EXPECT_NE(blown.error.message.find("aliases expand to more than 100000 values"), std::string::npos);
 }
 
-// A literal that does not fit is refused at its place; the old reading turned 0x1ffffffffffffffff into 1.
-TEST(ValueModel, IntegersBeyond64BitsAndASecondDocumentAreRefused) {
-    for (const char *wide : {"0x1ffffffffffffffff", "18446744073709551616", "-9223372036854775809", "0o2000000000000000000000"}) {
-        Loaded d(std::string("a: ") + wide + "\n");
-        EXPECT_EQ(d.root, nullptr) << wide;
-        EXPECT_EQ(d.error.text(), std::string("t.yaml:1:4: the integer ") + wide +
-                                      " does not fit in 64 bits (-9223372036854775808 to 18446744073709551615)");
-    }
+// A literal that fits in 64 bits keeps its value; one that does not is refused where it stands (the
+// messages are checked with the other forms' in json_forms_test).
+TEST(ValueModel, IntegersAtThe64BitEdgeAndASecondDocument) {
     Loaded edge("a: 0xffffffffffffffff\nb: \"0x1ffffffffffffffff\"\n");
     uint64_t u = 0;
     ASSERT_TRUE(pc_json_get_uint64(edge.at("a"), &u));

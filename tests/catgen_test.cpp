@@ -47,7 +47,7 @@ TEST(Catgen, AConsistentCatalogueGivesItsTotals) {
 
 TEST(Catgen, InconsistenciesAreRefusedWithTheirLine) {
     struct Case {
-        std::string objects, message;
+        std::string objects, message, value_types = kValueTypes;
     } cases[] = {
         {"types:\n" + type("port", "    speed: bogus_t\n"), "objects.yaml:7:12: type 'port', attribute 'speed': unknown value type 'bogus_t'"},
         {"types:\n" + type("port") + type("route", "  roles:\n    out_obj: [port]\n"),
@@ -56,26 +56,17 @@ TEST(Catgen, InconsistenciesAreRefusedWithTheirLine) {
         {"types:\n" + type("port", "    lag_refhdl: refhdl\n"), "attribute 'lag_refhdl': a reference by handle is named <type>_refhdl after an existing type"},
         {"types:\n- name: port\n  attrs:\n    npu_bmap: uint64_t\n", "type 'port': npu_bmap must be a read-only uint64_t attribute"},
         {"types:\n" + type("port", "  sized: num_paths\n"), "type 'port' is sized but has no element attributes"},
+        {"types:\n- name: [port\n", "objects.yaml:"},
+        {"types:\n" + type("port"), "value_types.yaml:5:10: value type 'spare' is defined but never used",
+         std::string(kValueTypes) + "  spare: { form: uint, width: 2 }\n"},
+        {"types:\n" + type("port", "    where: place_t\n"), "field 'seat' of 'place_t': unknown value type 'nothing_t'",
+         std::string(kValueTypes) + "  place_t:\n    record: { row: uint, seat: nothing_t }\n"},
     };
     for (const Case &c : cases) {
-        Outcome o = generate(c.objects);
+        Outcome o = generate(c.objects, c.value_types);
         EXPECT_EQ(o.status, 1) << c.objects;
         EXPECT_NE(o.output.find(c.message), std::string::npos) << o.output;
     }
-}
-
-TEST(Catgen, UnusedAndUndefinedValueTypesAreRefused) {
-    Outcome unused = generate("types:\n" + type("port"), std::string(kValueTypes) + "  spare: { form: uint, width: 2 }\n");
-    EXPECT_EQ(unused.status, 1);
-    EXPECT_NE(unused.output.find("value_types.yaml:5:10: value type 'spare' is defined but never used"), std::string::npos)
-        << unused.output;
-    Outcome record = generate("types:\n" + type("port", "    where: place_t\n"),
-                              std::string(kValueTypes) + "  place_t:\n    record: { row: uint, seat: nothing_t }\n");
-    EXPECT_EQ(record.status, 1);
-    EXPECT_NE(record.output.find("field 'seat' of 'place_t': unknown value type 'nothing_t'"), std::string::npos) << record.output;
-    Outcome syntax = generate("types:\n- name: [port\n");
-    EXPECT_EQ(syntax.status, 1);
-    EXPECT_NE(syntax.output.find("objects.yaml:"), std::string::npos) << syntax.output;
 }
 
 // A small vocabulary; each case below replaces one of its lines.

@@ -154,31 +154,8 @@ TEST(Coverage, ElementRowsAreKeptApartFromTopLevelRowsOfTheSameName) {
     std::vector<std::string> problems;
     ASSERT_TRUE(back.merge_file(path, problems));
     EXPECT_TRUE(problems.empty());
-    EXPECT_TRUE(pair_covered(back, "nhgroup", "next_obj_lspnh", true));
-    EXPECT_FALSE(pair_covered(back, "nhgroup", "next_obj_lspnh", false));
     EXPECT_EQ(back.to_json(), r.to_json());
     std::remove(path.c_str());
-}
-
-TEST(CoverageReport, ReadingBackMergesPartsAsMergingInMemoryDoes) {
-    Report a = run_text("steps:\n  - send: { test_if: [ { op: create, key_a: 1, attr_a1: 2 }, { op: get, key_a: 2, rc: ENOENT } ] }\n");
-    Report b = run_text("steps:\n  - send: { test_if: [ { op: create, key_a: 1, attr_a2: 2 } ] }\n"
-                        "  - send: { ipacl: [ { op: create } ] }\n");
-    std::string pa = temp_path(".json"), pb = temp_path(".json");
-    std::ofstream(pa) << a.to_json();
-    std::ofstream(pb) << b.to_json();
-    Report read;
-    std::vector<std::string> problems;
-    EXPECT_TRUE(read.merge_file(pa, problems));
-    EXPECT_TRUE(read.merge_file(pb, problems));
-    a.merge(b);
-    EXPECT_EQ(read.to_json(), a.to_json());
-    EXPECT_EQ(read.files(), 2u);
-    EXPECT_EQ(of(read, "test_if")->ops[pc::coverage::kCreate], 2u);
-    EXPECT_TRUE(attribute_covered(read, "test_if", "attr_a1") && attribute_covered(read, "test_if", "attr_a2"));
-    EXPECT_TRUE(problems.empty());
-    std::remove(pa.c_str());
-    std::remove(pb.c_str());
 }
 
 TEST(CoverageReport, NamesThisCatalogueLacksAreReportedAtTheirLineAndTheRestIsKept) {

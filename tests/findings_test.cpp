@@ -29,17 +29,6 @@ struct Case {
     bool counted_first;    // counted before its line is written
 };
 
-// An object of `type` as the SDK side would receive it, handed to the receive of another type.
-void receive_as(Harness &h, const char *type, const char *step) {
-    const pc::engine::TypeDesc &t = h.type(type);
-    ofa_client_obj_base_t obj = t.ops->ctor(1);
-    pc::engine::set_attributes(t, h.record("{op: create, key_a: 1}"), h.ctx(), obj);
-    static_cast<dpa_inst_hdr_t *>(obj->data)->op = DPA_OP_CREATE;
-    h.ctx()->received_obj = reinterpret_cast<ofa_client_obj_base_t>(obj->data);
-    json_receive_object_sdk(h.json(step), h.ctx());
-    t.ops->dtor(obj);
-}
-
 const Case kCases[] = {
     {"attribute value",
      [](Harness &h) {
@@ -84,8 +73,9 @@ const Case kCases[] = {
          h.send("test_if", "[ {op: create, key_a: 1, npu_result: [0, 6]} ]");
      },
      Kind::mismatch, Text::npu_result, "test_if", "create", "npu_result", 1, "6", "5", "npu_result: received 5 expected 6\n", false},
-    {"received type", [](Harness &h) { receive_as(h, "test_if", "{test_nh: [ {op: create} ]}"); }, Kind::mismatch,
-     Text::received_type, "test_nh", "", "type", -1, "test_nh", "0", "Expected test_nh received 0\n", true},
+    {"received type", // an object of test_if handed to the receive of test_nh
+     [](Harness &h) { pc::test::Received(h, "test_if", "{op: create, key_a: 1}", DPA_OP_CREATE).receive("{test_nh: [ {op: create} ]}"); },
+     Kind::mismatch, Text::received_type, "test_nh", "", "type", -1, "test_nh", "0", "Expected test_nh received 0\n", true},
     {"value error", [](Harness &h) { h.send("test_if", "[ {op: create, key_a: 1, attr_a1: xyz} ]"); }, Kind::value_error,
      Text::attribute_detail, "test_if", "create", "attr_a1", -1, "", "", "attr_a1: expected a number, got the string \"xyz\"\n", true},
     {"batch status",

@@ -98,6 +98,25 @@ public:
     std::string recorder;
 };
 
+// An object as the SDK side receives it: an instance of `type`, filled from a record.
+struct Received {
+    Harness &h;
+    const pc::engine::TypeDesc &type;
+    ofa_client_obj_base_t obj;
+    Received(Harness &harness, const char *name, const std::string &record, uint8_t op)
+        : h(harness), type(h.type(name)), obj(type.ops->ctor(2)) {
+        pc::engine::set_attributes(type, h.record(record), h.ctx(), obj);
+        instance().op = op;
+        h.ctx()->received_obj = reinterpret_cast<ofa_client_obj_base_t>(&instance());
+    }
+    ~Received() { type.ops->dtor(obj); }
+    dpa_inst_hdr_t &instance() { return *static_cast<dpa_inst_hdr_t *>(obj->data); }
+    int receive(const std::string &step) {
+        h.ctx()->received_obj = reinterpret_cast<ofa_client_obj_base_t>(&instance());
+        return json_receive_object_sdk(h.json(step), h.ctx());
+    }
+};
+
 // Recorder output with the two time-stamp values replaced, so that it can be compared.
 inline std::string mask_timestamps(const std::string &text) {
     static const std::regex sec("\"tv_sec\": [0-9]+"), nsec("\"tv_nsec\": [0-9]+");

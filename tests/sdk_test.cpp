@@ -4,32 +4,12 @@
 namespace {
 
 using pc::test::Harness;
+using pc::test::Received;
 
-// An object as the SDK side receives it: an instance of `type`, filled from a record.
-struct Received {
-    Harness &h;
-    const pc::engine::TypeDesc &type;
-    ofa_client_obj_base_t obj;
-    Received(Harness &harness, const char *name, const std::string &record, uint8_t op)
-        : h(harness), type(h.type(name)), obj(type.ops->ctor(2)) {
-        pc::engine::set_attributes(type, h.record(record), h.ctx(), obj);
-        instance().op = op;
-        h.ctx()->received_obj = reinterpret_cast<ofa_client_obj_base_t>(&instance());
-    }
-    ~Received() { type.ops->dtor(obj); }
-    dpa_inst_hdr_t &instance() { return *static_cast<dpa_inst_hdr_t *>(obj->data); }
-    int receive(const std::string &step) {
-        h.ctx()->received_obj = reinterpret_cast<ofa_client_obj_base_t>(&instance());
-        return json_receive_object_sdk(h.json(step), h.ctx());
-    }
-};
-
-TEST(Receive, AnObjectOfAnotherTypeIsCountedAndLeftAlone) {
+TEST(Receive, AnObjectOfAnotherTypeIsLeftAlone) {
     Harness h;
     Received r(h, "test_if", "{op: create, key_a: 1}", DPA_OP_CREATE);
     EXPECT_EQ(r.receive("{test_nh: [ {op: create, rc: 5} ]}"), -1);
-    EXPECT_TRUE(h.logged("Expected test_nh received 0\n"));
-    EXPECT_EQ(h.mismatches(), 1u);
     EXPECT_EQ(h.ctx()->received_obj, reinterpret_cast<ofa_client_obj_base_t>(&r.instance()));
 }
 

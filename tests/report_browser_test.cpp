@@ -61,7 +61,6 @@ std::string inner(const std::string &dom, const std::string &open_tag) {
     return dom.substr(start, dom.find('<', start) - start);
 }
 
-// The opening tags of the elements that have `attribute`, such as the files' <details data-file=...>.
 // The scenario files of examples/, which the run takes as examples/*.yaml.
 size_t examples_count() {
     size_t n = 0;
@@ -70,10 +69,7 @@ size_t examples_count() {
     return n;
 }
 
-std::string files_shown_text(size_t shown, size_t files) {
-    return std::to_string(shown) + " of " + std::to_string(files) + " files shown";
-}
-
+// The opening tags of the elements that have `attribute`, such as the files' <details data-file=...>.
 std::vector<std::string> tags_with(const std::string &dom, const std::string &attribute) {
     std::vector<std::string> tags;
     for (size_t at = dom.find(attribute); at != std::string::npos; at = dom.find(attribute, at + 1)) {
@@ -159,7 +155,7 @@ TEST_F(ReportInBrowser, TheFragmentChoosesTheView) {
     ASSERT_EQ(files.size(), examples_count() + kFailingFiles);
     for (const std::string &tag : files)
         EXPECT_EQ(tag.find("hidden") != std::string::npos, tag.find("data-status=\"passed\"") != std::string::npos) << tag;
-    EXPECT_NE(failed.dom.find(files_shown_text(kFailingFiles, examples_count() + kFailingFiles)), std::string::npos);
+    EXPECT_NE(failed.dom.find(std::to_string(kFailingFiles) + " of " + std::to_string(files.size()) + " files shown"), std::string::npos);
 
     // the search looks at files, steps and findings: a file is shown when one of its events names nhgroup
     Page search = browse(url("#search=nhgroup"), "--dump-dom", *dir_);

@@ -55,10 +55,7 @@ TEST(ReportEvents, FindingsGoToTheirStepAndTheRunKeepsItsHeader) {
     EXPECT_TRUE(a.steps[0].findings.empty());
     ASSERT_EQ(a.steps[1].findings.size(), 1u);
     const Finding &f = a.steps[1].findings[0];
-    EXPECT_TRUE(f.has_values);
     EXPECT_EQ(f.attribute, "attr_a1");
-    EXPECT_EQ(f.expected, "5");
-    EXPECT_EQ(f.received, "6");
     EXPECT_EQ(f.line, 9u);
     ASSERT_EQ(a.findings.size(), 1u); // step 0: about the whole file
     EXPECT_EQ(a.findings[0].text, "about the whole file");
@@ -67,9 +64,6 @@ TEST(ReportEvents, FindingsGoToTheirStepAndTheRunKeepsItsHeader) {
     EXPECT_EQ(run.streams[0].command.size(), 4u);
     EXPECT_TRUE(run.streams[0].finished);
     EXPECT_EQ(run.verdict(), "failed");
-    EXPECT_EQ(run.failed_files(), 1u);
-    EXPECT_EQ(run.totals().steps, 3u);
-    EXPECT_EQ(run.totals().mismatches, 1u);
     EXPECT_EQ(run.files[1].steps[0].table, ""); // null reads as none
 }
 
@@ -169,34 +163,6 @@ TEST(ReportPage, DataAndScriptsGoInlineAndMarkersInTheDataStayText) {
     EXPECT_EQ(page.find("http://"), std::string::npos); // nothing loads from the network
     EXPECT_EQ(page.find("https://"), std::string::npos);
     EXPECT_NE(page.find("\"coverage\":null}"), std::string::npos);
-}
-
-TEST(ReportPage, RowsCarryTheStepsAndDetailsOnlyTheFailingOnes) {
-    report::Run run = read({{"run.events", kFailingRun}});
-    std::string data = run_json(run, "made");
-    EXPECT_NE(data.find("[2,7,\"send\",\"test_if\",\"send test_if\",\"failed\",1,0,1.250]"), std::string::npos) << data;
-    EXPECT_NE(data.find("\"details\":{\"1\":{\"findings\":[{\"line\":9,"), std::string::npos) << data;
-    EXPECT_NE(data.find("\"verdict\":\"failed\""), std::string::npos);
-    EXPECT_NE(data.find("\"files\":2,\"failed_files\":1"), std::string::npos) << data;
-}
-
-TEST(ReportPage, AValueErrorKeepsTheColumnOfItsValue) {
-    const char *events =
-        R"({"schema":1,"event":"file_start","time":"t","file":"v.yaml","index":0,"name":null}
-{"schema":1,"event":"finding","time":"t","file":"v.yaml","line":7,"step":1,"level":"error","kind":"value_error","text":"attr_a1: expected a number","column":20}
-{"schema":1,"event":"finding","time":"t","file":"v.yaml","line":9,"step":1,"level":"error","kind":"mismatch","text":"attr_a1: received 6 expected 5"}
-{"schema":1,"event":"step","time":"t","file":"v.yaml","step":1,"line":3,"kind":"send","table":"test_if","label":"send test_if","status":"failed","mismatches":1,"value_errors":1,"duration":1}
-)";
-    report::Run run = read({{"run.events", events}});
-    ASSERT_EQ(run.files.size(), 1u);
-    ASSERT_EQ(run.files[0].steps.size(), 1u);
-    const std::vector<Finding> &found = run.files[0].steps[0].findings;
-    ASSERT_EQ(found.size(), 2u);
-    EXPECT_EQ(found[0].column, 20u);
-    EXPECT_EQ(found[1].column, 0u); // a line about the record has none
-    std::string data = run_json(run, "made");
-    EXPECT_NE(data.find(R"({"line":7,"column":20,"level":"error")"), std::string::npos) << data;
-    EXPECT_NE(data.find(R"({"line":9,"level":"error")"), std::string::npos) << data;
 }
 
 StepRecord step(uint32_t number, uint32_t line, const char *status) {

@@ -13,7 +13,7 @@
 #include "c_check.h"
 
 struct tally {
-    int events, json_lines, mismatch_findings, steps, run_ends, files;
+    int events, json_lines, mismatch_findings, run_ends, files;
     char statuses[256]; /* each file's status, in order, space-separated */
     char run_status[32];
 };
@@ -23,7 +23,6 @@ static void count(void *user, const pc_runner_event *e) {
     ++t->events;
     t->json_lines += strncmp(e->json, "{\"schema\":1,\"event\":\"", 21) == 0 && strstr(e->json, e->event) != NULL;
     if (!strcmp(e->event, "finding") && !strcmp(e->kind, "mismatch")) ++t->mismatch_findings;
-    if (!strcmp(e->event, "step")) ++t->steps;
     if (!strcmp(e->event, "file_end")) {
         ++t->files;
         strncat(t->statuses, e->status, sizeof t->statuses - strlen(t->statuses) - 2);

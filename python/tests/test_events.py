@@ -103,15 +103,11 @@ def test_members_and_kinds_added_later_are_passed_over():
     ('{"schema": 1, "event": "step"', "event line 1: not JSON"),
     ('[1, 2]', "event line 1: not an event object"),
     (line("step", file="a.yaml", step=1), "event line 1: no member 'line'"),
+    (RUN_START + "\n\ngarbage", "event line 3: not JSON"),  # a blank line is skipped, and counted
 ])
 def test_a_line_that_cannot_be_read_names_its_number_and_what_is_wrong(text, message):
     with pytest.raises(EventError, match=message.replace("(", r"\(")):
-        read(text)
-
-
-def test_blank_lines_are_skipped_and_numbering_counts_every_line():
-    with pytest.raises(EventError, match="event line 3: not JSON"):
-        read(RUN_START, "", "garbage")
+        read(*text.split("\n"))
 
 
 @pytest.mark.parametrize("exit_status, how", [(1, "exit status 1"), (-6, "signal 6 (SIGABRT)")])

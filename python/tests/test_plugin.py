@@ -1,5 +1,4 @@
 """The pytest plugin as a user meets it: collection, reports and pytest's own options."""
-import json
 import os
 import shutil
 import xml.etree.ElementTree as ElementTree
@@ -102,15 +101,6 @@ def test_junitxml_holds_one_case_per_file_with_the_failure_text(pytester, scenar
     assert properties["planecheck_recorder"] == str(record_dir / "test_failing.yaml_mismatch.rec")
 
 
-def test_a_recorder_per_file_holds_what_that_file_ran(pytester, scenarios):
-    scenarios(clean="test_1.yaml", inject="test_2.yaml")
-    run_pytest(pytester, "--planecheck-recorder", "records").assert_outcomes(passed=2)
-    records = sorted(path.name for path in (pytester.path / "records").iterdir())
-    assert len(records) == 2
-    first = (pytester.path / "records" / records[0]).read_text()
-    assert "ipvrf" in first and "ipvrf" not in (pytester.path / "records" / records[1]).read_text()
-
-
 @pytest.mark.parametrize("how", [["--planecheck-strict"], ["-o", "planecheck_args=--strict"]])
 def test_strict_refuses_a_file_that_the_check_fails(pytester, scenarios, how):
     scenarios(unknown_keys="test_unchecked.yaml")
@@ -118,14 +108,6 @@ def test_strict_refuses_a_file_that_the_check_fails(pytester, scenarios, how):
     result = run_pytest(pytester, *how)
     result.assert_outcomes(failed=1)
     result.stdout.fnmatch_lines(["test_unchecked.yaml:*"])
-
-
-def test_coverage_is_merged_over_the_session(pytester, scenarios):
-    scenarios(clean="test_1.yaml", inject="test_2.yaml")
-    run_pytest(pytester, "--planecheck-coverage", "coverage.json").assert_outcomes(passed=2)
-    report = json.loads((pytester.path / "coverage.json").read_text())
-    assert report["planecheck_coverage"] == 1 and report["files"] == 2
-    assert {"ipvrf", "test_if"} <= set(report["types"])
 
 
 def test_a_missing_command_fails_the_items_with_its_reason(pytester, scenarios, monkeypatch):

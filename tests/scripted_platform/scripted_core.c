@@ -4,6 +4,7 @@
 #include "scripted_platform.h"
 
 #include <inttypes.h>
+#include <stdarg.h>
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
@@ -19,23 +20,23 @@ void scripted_record_calls(scripted_recorder r, void *user) {
     recorder_user = user;
 }
 
-static void put(sc_text *call, const char *text) {
-    size_t n = strlen(text), room = sizeof call->text - 1 - call->length;
-    if (n > room) n = room;
-    memcpy(call->text + call->length, text, n);
-    call->length += n;
-    call->text[call->length] = '\0';
+/* Appends to the call's text; what does not fit is cut off. */
+__attribute__((format(printf, 2, 3))) static void add(sc_text *call, const char *format, ...) {
+    size_t room = sizeof call->text - call->length;
+    va_list args;
+    va_start(args, format);
+    int n = vsnprintf(call->text + call->length, room, format, args);
+    va_end(args);
+    if (n > 0) call->length += (size_t)n < room ? (size_t)n : room - 1;
 }
 
 static void separate(sc_text *call) {
-    if (call->text[call->length - 1] != '(') put(call, ", ");
+    if (call->text[call->length - 1] != '(') add(call, ", ");
 }
 
 void sc_begin(sc_text *call, const char *name) {
     call->length = 0;
-    call->text[0] = '\0';
-    put(call, name);
-    put(call, "(");
+    add(call, "%s(", name);
 }
 
 /* ---- objects ----------------------------------------------------------------------------- */
@@ -60,9 +61,9 @@ struct sc_object {
 
 static struct sc_object *object_of(sc_obj obj) { return (struct sc_object *)obj; }
 
-static void object_text(char *out, size_t size, sc_obj obj) {
-    if (obj) snprintf(out, size, "obj%u", object_of(obj)->name);
-    else snprintf(out, size, "null");
+static void object_text(sc_text *call, sc_obj obj) {
+    if (obj) add(call, "obj%u", object_of(obj)->name);
+    else add(call, "null");
 }
 
 sc_obj sc_construct(uint16_t type, const char *type_name, uint32_t elements) {
@@ -89,11 +90,13 @@ void sc_destroy(sc_obj obj) {
 
 dpa_inst_hdr_t *sc_header(sc_obj obj) { return &object_of(obj)->header; }
 
-static struct sc_value *find(sc_obj obj, uint16_t slot, uint32_t index) {
-    for (struct sc_value *v = object_of(obj)->values; v; v = v->next)
+static struct sc_value *find_in(struct sc_value *v, uint16_t slot, uint32_t index) {
+    for (; v; v = v->next)
         if (v->slot == slot && v->index == index) return v;
     return NULL;
 }
+
+static struct sc_value *find(sc_obj obj, uint16_t slot, uint32_t index) { return find_in(object_of(obj)->values, slot, index); }
 
 void sc_set(sc_obj obj, uint16_t slot, uint32_t index, const void *value, size_t width) {
     struct sc_value *v = find(obj, slot, index);
@@ -120,34 +123,26 @@ uint8_t sc_is_set(sc_obj obj, uint16_t slot, uint32_t index) { return find(obj, 
 
 /* ---- recording arguments and results ----------------------------------------------------- */
 
-void sc_arg_obj(sc_text *call, sc_obj obj) {
-    char text[32];
-    object_text(text, sizeof text, obj);
-    separate(call);
-    put(call, text);
-}
-
-static void int_text(char *out, size_t size, int is_signed, uint64_t bits) {
-    if (is_signed) snprintf(out, size, "%" PRId64, (int64_t)bits);
-    else snprintf(out, size, "%" PRIu64, bits);
-}
-
-void sc_arg_int(sc_text *call, int is_signed, uint64_t bits) {
-    char text[32];
-    int_text(text, sizeof text, is_signed, bits);
-    separate(call);
-    put(call, text);
+static void int_text(sc_text *call, int is_signed, uint64_t bits) {
+    if (is_signed) add(call, "%" PRId64, (int64_t)bits);
+    else add(call, "%" PRIu64, bits);
 }
 
 static void bytes_text(sc_text *call, const void *data, size_t size) {
     const unsigned char *p = data;
-    char two[4];
-    put(call, "{");
-    for (size_t i = 0; i < size; ++i) {
-        snprintf(two, sizeof two, i ? " %02x" : "%02x", p[i]);
-        put(call, two);
-    }
-    put(call, "}");
+    add(call, "{");
+    for (size_t i = 0; i < size; ++i) add(call, i ? " %02x" : "%02x", p[i]);
+    add(call, "}");
+}
+
+void sc_arg_obj(sc_text *call, sc_obj obj) {
+    separate(call);
+    object_text(call, obj);
+}
+
+void sc_arg_int(sc_text *call, int is_signed, uint64_t bits) {
+    separate(call);
+    int_text(call, is_signed, bits);
 }
 
 void sc_arg_bytes(sc_text *call, const void *data, size_t size) {
@@ -156,14 +151,9 @@ void sc_arg_bytes(sc_text *call, const void *data, size_t size) {
 }
 
 void sc_arg_record(sc_text *call, int is_text, const void *data, size_t size) {
-    if (!is_text) {
-        sc_arg_bytes(call, data, size);
-        return;
-    }
     separate(call);
-    put(call, "\"");
-    put(call, (const char *)data); /* texts hold a terminated string */
-    put(call, "\"");
+    if (is_text) add(call, "\"%s\"", (const char *)data); /* texts hold a terminated string */
+    else bytes_text(call, data, size);
 }
 
 static void record(sc_text *call) {
@@ -171,30 +161,29 @@ static void record(sc_text *call) {
 }
 
 void sc_end(sc_text *call) {
-    put(call, ")");
+    add(call, ")");
     record(call);
 }
 
 void sc_end_with(sc_text *call, const char *result) {
-    put(call, ") = ");
-    put(call, result);
+    add(call, ") = %s", result);
     record(call);
 }
 
 void sc_end_int(sc_text *call, int is_signed, uint64_t bits) {
-    char text[32];
-    int_text(text, sizeof text, is_signed, bits);
-    sc_end_with(call, text);
+    add(call, ") = ");
+    int_text(call, is_signed, bits);
+    record(call);
 }
 
 void sc_end_obj(sc_text *call, sc_obj obj) {
-    char text[32];
-    object_text(text, sizeof text, obj);
-    sc_end_with(call, text);
+    add(call, ") = ");
+    object_text(call, obj);
+    record(call);
 }
 
 void sc_end_bytes(sc_text *call, const void *data, size_t size) {
-    put(call, ") = ");
+    add(call, ") = ");
     bytes_text(call, data, size);
     record(call);
 }
@@ -264,9 +253,7 @@ static void free_values(struct sc_value *v) {
 static struct kept **find_kept(sc_obj obj) {
     struct sc_value *key = find(obj, SC_KEY_SLOT, 0);
     for (struct kept **k = &kept_objects; *k; k = &(*k)->next) {
-        struct sc_value *other = NULL;
-        for (struct sc_value *v = (*k)->values; v; v = v->next)
-            if (v->slot == SC_KEY_SLOT) other = v;
+        struct sc_value *other = find_in((*k)->values, SC_KEY_SLOT, 0);
         if ((*k)->type == sc_header(obj)->type && key && other && key->width == other->width &&
             memcmp(key->bytes, other->bytes, key->width) == 0)
             return k;
@@ -316,7 +303,7 @@ struct ofa_batch_list_s {
 };
 
 static struct entry *entry_of(sc_obj obj, ofa_batch_list_t list) {
-    for (uint32_t i = 0; i < list->count; ++i)
+    for (uint32_t i = 0; list && i < list->count; ++i)
         if (list->entries[i].obj == obj) return &list->entries[i];
     return NULL;
 }
@@ -394,7 +381,7 @@ uint8_t ofa_client_base_get_table_op(ofa_client_obj_base_t entry) {
 int32_t ofa_client_base_get_rc(ofa_client_obj_base_t entry) {
     SC_RECORD_CALL("ofa_client_base_get_rc");
     sc_arg_obj(&c_, entry);
-    struct entry *e = live_list ? entry_of(entry, live_list) : NULL;
+    struct entry *e = entry_of(entry, live_list);
     int32_t rc = e ? e->rc : 0;
     sc_end_int(&c_, 1, (uint64_t)rc);
     return rc;
@@ -403,7 +390,7 @@ int32_t ofa_client_base_get_rc(ofa_client_obj_base_t entry) {
 uint8_t ofa_client_base_get_did_not_run(ofa_client_obj_base_t entry) {
     SC_RECORD_CALL("ofa_client_base_get_did_not_run");
     sc_arg_obj(&c_, entry);
-    struct entry *e = live_list ? entry_of(entry, live_list) : NULL;
+    struct entry *e = entry_of(entry, live_list);
     uint8_t did_not_run = e ? e->did_not_run : 1;
     sc_end_int(&c_, 0, did_not_run);
     return did_not_run;
@@ -411,29 +398,16 @@ uint8_t ofa_client_base_get_did_not_run(ofa_client_obj_base_t entry) {
 
 /* ---- system ------------------------------------------------------------------------------ */
 
-void dpa_error_inject_start(const char *text) {
-    SC_RECORD_CALL("dpa_error_inject_start");
-    sc_arg_record(&c_, 1, text, 0);
-    sc_end(&c_);
-}
+#define SC_INJECTION(NAME) \
+    void NAME(const char *text) { SC_RECORD_CALL(#NAME); sc_arg_record(&c_, 1, text, 0); sc_end(&c_); }
+SC_INJECTION(dpa_error_inject_start)
+SC_INJECTION(dpa_error_inject_end)
 
-void dpa_error_inject_end(const char *text) {
-    SC_RECORD_CALL("dpa_error_inject_end");
-    sc_arg_record(&c_, 1, text, 0);
-    sc_end(&c_);
-}
-
-uint32_t syspro_config_get_max_num_npus(void) {
-    SC_RECORD_CALL("syspro_config_get_max_num_npus");
-    sc_end_int(&c_, 0, 4);
-    return 4;
-}
-
-uint32_t platform_get_router_type(void) {
-    SC_RECORD_CALL("platform_get_router_type");
-    sc_end_int(&c_, 0, 16);
-    return 16;
-}
+/* the machine the scripted platform stands for: 4 NPUs, router type 16 */
+#define SC_CONSTANT(NAME, VALUE) \
+    uint32_t NAME(void) { SC_RECORD_CALL(#NAME); sc_end_int(&c_, 0, VALUE); return VALUE; }
+SC_CONSTANT(syspro_config_get_max_num_npus, 4)
+SC_CONSTANT(platform_get_router_type, 16)
 
 void scripted_reset(void) {
     answer_count = 0;

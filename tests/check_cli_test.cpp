@@ -1,5 +1,4 @@
-// planecheck check and run --strict as users run them, the step lines of steps that ran nothing,
-// and the reports of files that the library ends.
+// planecheck check and run --strict as users run them, and the step lines of steps that ran nothing.
 #include "files.hpp"
 #include "process.hpp"
 
@@ -14,16 +13,12 @@
 namespace {
 
 using Result = pc::test::Outcome;
-
-Result run(const std::string &args, bool with_stderr = true) {
-    return pc::test::run_command(std::string(PC_PLANECHECK) + " " + args + (with_stderr ? " 2>&1" : " 2>/dev/null"));
-}
+using pc::test::text::has;
+constexpr auto run = pc::test::planecheck;
 
 std::string scenario(const char *name) { return std::string(PC_SCENARIOS) + "/" + name; }
 
 using pc::test::read_file;
-
-bool has(const std::string &text, const std::string &part) { return text.find(part) != std::string::npos; }
 
 TEST(Check, EveryTrapGetsOneFindingAtItsLineAndACleanFileNone) {
     std::map<int, int> traps; // line -> findings there
@@ -94,36 +89,6 @@ TEST(Run, AnUpdateOrDeleteReadingAHandleNoRecordStoredIsAValueError) {
     EXPECT_FALSE(has(r.output, "'seen'")) << r.output; // a get may name a new handle
     EXPECT_FALSE(has(r.output, "'if1'")) << r.output;  // stored by the create of step 1
     EXPECT_TRUE(has(r.output, "step 4 send test_if: 0 mismatches, 1 value error")) << r.output;
-}
-
-TEST(Run, AFileTheLibraryEndsIsReportedWithItsStepAndLastError) {
-    std::string junit = testing::TempDir() + "ended.xml";
-    Result r = run("run --junit " + junit + " " + scenario("unknown_table.yaml") + " " + scenario("crud_client.yaml"));
-    EXPECT_EQ(r.status, 1) << r.output;
-    EXPECT_TRUE(has(r.output, "unknown_table.yaml:4: step 2 send test_iff: the library ended the run with exit status 1 "
-                              "(1 step ran before it): unknown table test_iff\n")) << r.output;
-    EXPECT_TRUE(has(r.output, "planecheck: FAILED: 2 files, 5 steps, 0 mismatches, 0 value errors, 1 file ended early (" +
-                                  scenario("unknown_table.yaml") + ":4: unknown table test_iff)")) << r.output;
-    std::string xml = read_file(junit);
-    EXPECT_TRUE(has(xml, "unknown_table.yaml:4: unknown table test_iff")) << xml;
-    EXPECT_TRUE(has(xml, "the run ended early with exit status 1 in step 2 (send test_iff) at line 4, after 1 step ran")) << xml;
-    EXPECT_TRUE(has(xml, "<system-out>2 steps, 0 mismatches, 0 value errors, ended early at ")) << xml;
-    EXPECT_TRUE(has(xml, "tests=\"2\" failures=\"1\"")) << xml;
-}
-
-TEST(Run, ABatchAssertionNamesTheStepInEveryReport) {
-    Result plain = run("run " + scenario("empty_batch.yaml"));
-    EXPECT_NE(plain.status, 0);
-    EXPECT_TRUE(has(plain.output, "empty_batch.yaml:4: step 2 send test_if: ok\n")) << plain.output; // earlier lines are kept
-    EXPECT_TRUE(has(plain.output, "empty_batch.yaml:5: step 3 send batch_crud: the library ended the run by an assertion "
-                                  "(2 steps ran before it)\n")) << plain.output;
-    Result tap = run("run --tap " + scenario("empty_batch.yaml"), false);
-    EXPECT_EQ(tap.status, 1) << tap.output;
-    EXPECT_TRUE(has(tap.output, "not ok 1 - " + scenario("empty_batch.yaml") + " (3 steps, ")) << tap.output;
-    EXPECT_TRUE(has(tap.output, "# " + scenario("empty_batch.yaml") +
-                                    ": the run ended early with signal 6 (Aborted) in step 3 (send batch_crud) at line 5, after 2 steps ran\n"))
-        << tap.output;
-    EXPECT_TRUE(has(tap.output, "\n# planecheck: ofa_json_client_common:")) << tap.output; // the assertion text itself
 }
 
 } // namespace

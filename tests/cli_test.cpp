@@ -65,14 +65,6 @@ TEST(Cli, ExpectStepsAccountForDeliberateMismatches) {
     EXPECT_TRUE(has(wrong, "expect: FAILED (1 mismatch and 0 value errors since the last expect)")) << wrong.output;
 }
 
-TEST(Cli, AnUnknownTableEndsTheRunWithStatusOne) {
-    Result r = run("run " + scenario("unknown_table.yaml"));
-    EXPECT_EQ(r.status, 1);
-    EXPECT_TRUE(has(r, "unknown_table.yaml:4: unknown table test_iff\n")) << r.output;
-    // the library ended the process: the summary says so, the steps after it are not counted
-    EXPECT_TRUE(has(r, "planecheck: FAILED: 1 file, 2 steps, 0 mismatches, 0 value errors, 1 file ended early (")) << r.output;
-}
-
 TEST(Cli, InvalidScenariosExitWithTwoAndSayWhereTheProblemIs) {
     struct Case {
         const char *file, *message;
@@ -163,33 +155,6 @@ TEST(Cli, TheBuiltTablesHaveTheCataloguesTotals) {
                              "object-set gated types: 32\n", "key converters: 116\n", "value types: 332\n",
                              "attributes per type: 2 to 102 (scaleacl)\n"})
         EXPECT_NE(built.output.find(line), std::string::npos) << line;
-}
-
-TEST(Cli, FilesInTheirOwnProcessesReportALibraryExitAndRunOn) {
-    std::string rec = testing::TempDir() + "jobs.rec", junit = testing::TempDir() + "report.xml";
-    Result r = run("run -q -j 2 --recorder " + rec + " --junit " + junit + " " + scenario("mismatch.yaml") + " " +
-                   scenario("unknown_table.yaml") + " " + scenario("inject.yaml"));
-    EXPECT_EQ(r.status, 1) << r.output;
-    EXPECT_TRUE(has(r, "unknown_table.yaml: the run ended early with exit status 1")) << r.output;
-    EXPECT_TRUE(has(r, "planecheck: FAILED: 3 files, ")) << r.output;
-    // output and recorder parts come in the order of the files
-    EXPECT_LT(r.output.find("mismatch.yaml:6:"), r.output.find("unknown table test_iff")) << r.output;
-    std::string recorded = read_file(rec);
-    EXPECT_NE(recorded.find("\"op\": \"create\""), std::string::npos);
-    std::string xml = read_file(junit);
-    EXPECT_NE(xml.find("tests=\"3\" failures=\"2\""), std::string::npos) << xml;
-    EXPECT_NE(xml.find("mismatch.yaml:9: attr_a1: received 5 expected 6"), std::string::npos) << xml;
-    size_t passing = xml.find("<testcase classname=\"planecheck\" name=\"" + scenario("inject.yaml") + "\" time=\"");
-    ASSERT_NE(passing, std::string::npos) << xml;
-    EXPECT_EQ(xml.find(">\n      <system-out>", passing), xml.find(">", passing)) << xml; // a passing file has no failure element
-}
-
-TEST(Cli, TapStreamHasOnePointPerFile) {
-    Result r = run("run --tap " + scenario("expected_mismatch.yaml") + " " + scenario("wrong_expectation.yaml"), false);
-    EXPECT_EQ(r.status, 1);
-    EXPECT_EQ(r.output.rfind("TAP version 13\n1..2\nok 1 - ", 0), 0u) << r.output;
-    EXPECT_TRUE(has(r, "\nnot ok 2 - ")) << r.output;
-    EXPECT_TRUE(has(r, "\n# planecheck: FAILED: 2 files, ")) << r.output;
 }
 
 TEST(Cli, ShardsSplitTheFilesWithoutOverlap) {

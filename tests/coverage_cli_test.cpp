@@ -12,9 +12,9 @@
 
 namespace {
 
+using pc::test::text::has;
 using pc::test::Outcome;
-
-Outcome planecheck(const std::string &args) { return pc::test::run_command(std::string(PC_PLANECHECK) + " " + args + " 2>&1"); }
+using pc::test::planecheck;
 
 std::string examples() { return std::string(PC_SOURCE_DIR) + "/examples/*.yaml"; }
 
@@ -25,8 +25,6 @@ std::string temp_path() {
 }
 
 using pc::test::read_file;
-
-bool has(const Outcome &r, const std::string &text) { return r.output.find(text) != std::string::npos; }
 
 // The examples' coverage, written once by a serial run and once by a run in two processes.
 class CoverageOfExamples : public testing::Test {
@@ -105,19 +103,6 @@ TEST(CoverageCommand, UnreadableReportsAndUnknownTypesExitWithStatus2) {
     EXPECT_EQ(unwritable.status, 2);
     EXPECT_TRUE(has(unwritable, "cannot write the coverage report to /nonexistent/dir/c.json")) << unwritable.output;
     std::remove(garbled.c_str());
-}
-
-TEST(CoverageCommand, WhatRanBeforeTheLibraryEndedTheRunIsKept) {
-    std::string unknown_table = std::string(PC_SCENARIOS) + "/unknown_table.yaml"; // ends at its second step
-    for (const char *jobs : {"", "-j 2 "}) {
-        std::string report = temp_path();
-        Outcome r = planecheck(std::string("run -q ") + jobs + "--coverage " + report + " " + unknown_table);
-        EXPECT_EQ(r.status, 1) << r.output;
-        Outcome table = planecheck("coverage " + report);
-        EXPECT_TRUE(has(table, "\n  test_if                         1  1 of 28          0 of 3       create 1\n"))
-            << jobs << table.output;
-        std::remove(report.c_str());
-    }
 }
 
 } // namespace

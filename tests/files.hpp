@@ -14,4 +14,10 @@ inline std::string read_file(const std::string &path) {
     return s.str();
 }
 
+// Writes `text` to `path` and gives the path back.
+inline std::string write_file(const std::string &path, const std::string &text) {
+    std::ofstream(path, std::ios::binary) << text;
+    return path;
+}
+
 } // namespace pc::test

@@ -118,4 +118,25 @@ private:
     size_t searched_ = 0;
 };
 
+#ifdef PC_PLANECHECK
+// The planecheck command built here, with ARGS (shell words), standard error folded into the output.
+inline Outcome planecheck(const std::string &args) { return run_command(std::string(PC_PLANECHECK) + " " + args + " 2>&1"); }
+#endif
+
+// Searches of a text; a namespace of their own keeps them out of argument-dependent lookup, where
+// they would meet the tests' own helpers of the same names.
+namespace text {
+
+inline bool has(const std::string &text, const std::string &part) { return text.find(part) != std::string::npos; }
+inline bool has(const Outcome &r, const std::string &part) { return has(r.output, part); }
+
+// How many times `part` stands in `text`, none overlapping.
+inline size_t count(const std::string &text, const std::string &part) {
+    size_t n = 0;
+    for (size_t at = text.find(part); at != std::string::npos; at = text.find(part, at + part.size())) ++n;
+    return n;
+}
+
+} // namespace text
+
 } // namespace pc::test

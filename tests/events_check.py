@@ -214,9 +214,10 @@ class ParallelRunAgreesWithEveryReport(EventChecks):
         self.assertEqual(int(suite.get("failures")), self.events[-1]["failed_files"])
         for case in cases:
             end = self.files[case.get("name")][-1]
-            self.assertEqual(case.find("failure") is not None, end["status"] != "passed", case.get("name"))
-            for finding in (e for e in self.files[case.get("name")] if e["event"] == "finding" and case.find("failure")):
-                self.assertIn(finding["text"], case.find("failure").text)
+            failure = case.find("failure")
+            self.assertEqual(failure is not None, end["status"] != "passed", case.get("name"))
+            for finding in (e for e in self.files[case.get("name")] if e["event"] == "finding" and failure is not None):
+                self.assertIn(finding["text"], failure.text)
             self.assertAlmostEqual(float(case.get("time")), end["duration"] / 1000, delta=0.0015)
 
     def test_tap_agrees(self):

@@ -48,47 +48,27 @@ TEST(Check, EveryTrapGetsOneFindingAtItsLineAndACleanFileNone) {
     EXPECT_FALSE(has(clean.output, "clean.yaml:")) << clean.output;
 }
 
-TEST(Check, StrictRefusesWhatTheCheckFailsAndRunsTheRest) {
-    Result refused = run("run --strict " + scenario("traps.yaml"));
-    EXPECT_EQ(refused.status, 2) << refused.output;
-    EXPECT_TRUE(has(refused.output, "--strict refuses the file: the check found 24 problems")) << refused.output;
-    EXPECT_FALSE(has(refused.output, "step 1 send")) << refused.output; // nothing of it ran
-    Result clean = run("run --strict " + scenario("clean.yaml"));
-    EXPECT_EQ(clean.status, 0) << clean.output;
-    EXPECT_TRUE(has(clean.output, "planecheck: PASSED: 1 file, 10 steps, 0 mismatches, 0 value errors")) << clean.output;
-}
-
-TEST(Check, WarningsAloneDoNotFail) {
-    std::string file = testing::TempDir() + "warning.yaml";
-    std::ofstream(file) << "steps:\n  - send: { bfdoff: [ { op: create, local_disc: 1, local_state: 9 } ] }\n";
-    Result r = run("check " + file);
-    EXPECT_EQ(r.status, 0) << r.output;
-    EXPECT_TRUE(has(r.output, "planecheck: VALID: 1 file, 1 step, 1 warning")) << r.output;
-    EXPECT_EQ(run("run --strict " + file).status, 0);
-}
-
-TEST(Run, AStepOfAnInactiveTypeSaysNothingRanNeverOk) {
-    std::string examples = std::string(PC_SOURCE_DIR) + "/examples/*.yaml";
-    Result r = run("run " + examples + " " + scenario("inactive.yaml"));
-    EXPECT_TRUE(has(r.output, "inactive.yaml:4: step 2 send ipnh: inactive while object_set is 0: nothing ran\n")) << r.output;
-    EXPECT_TRUE(has(r.output, "inactive.yaml:5: step 3 dump ipvrf: inactive while object_set is 0: nothing ran\n")) << r.output;
-    EXPECT_FALSE(has(r.output, "send ipnh: ok")) << r.output;
-    EXPECT_TRUE(has(r.output, "steps (2 not run)")) << r.output;
-    Result quiet = run("run -q " + scenario("inactive.yaml"));
-    EXPECT_TRUE(has(quiet.output, "step 2 send ipnh: inactive while object_set is 0: nothing ran\n")) << quiet.output;
-    EXPECT_FALSE(has(quiet.output, "step 1 send test_if")) << quiet.output;
-    // under --strict the check already refuses a file with such a step
-    Result strict = run("run -q --strict " + scenario("inactive.yaml"));
-    EXPECT_EQ(strict.status, 2) << strict.output; // the check already refuses the file
-}
-
-TEST(Run, AnUpdateOrDeleteReadingAHandleNoRecordStoredIsAValueError) {
-    Result r = run("run " + scenario("inactive.yaml"));
-    EXPECT_EQ(r.status, 1) << r.output;
-    EXPECT_TRUE(has(r.output, "inactive.yaml:8:52: hdl: unknown handle name 'iff1'")) << r.output;
-    EXPECT_FALSE(has(r.output, "'seen'")) << r.output; // a get may name a new handle
-    EXPECT_FALSE(has(r.output, "'if1'")) << r.output;  // stored by the create of step 1
-    EXPECT_TRUE(has(r.output, "step 4 send test_if: 0 mismatches, 1 value error")) << r.output;
+// --strict, warnings, and the steps of an inactive type, which say that nothing ran and never "ok".
+TEST(Check, StrictRefusesWhatTheCheckFailsAndStepsThatRanNothingSaySo) {
+    std::string warning = pc::test::write_file(testing::TempDir() + "warning.yaml",
+                                               "steps:\n  - send: { bfdoff: [ { op: create, local_disc: 1, local_state: 9 } ] }\n");
+    std::string examples = std::string(PC_SOURCE_DIR) + "/examples/*.yaml", inactive = scenario("inactive.yaml");
+    pc::test::expect_says({
+        {"run --strict " + scenario("traps.yaml"), 2, {"--strict refuses the file: the check found 24 problems"}, {"step 1 send"}},
+        {"run --strict " + scenario("clean.yaml"), 0, {"planecheck: PASSED: 1 file, 10 steps, 0 mismatches, 0 value errors"}},
+        {"check " + warning, 0, {"planecheck: VALID: 1 file, 1 step, 1 warning"}}, // warnings alone do not fail
+        {"run --strict " + warning, 0, {}},
+        {"run " + examples + " " + inactive, 1,
+         {"inactive.yaml:4: step 2 send ipnh: inactive while object_set is 0: nothing ran\n",
+          "inactive.yaml:5: step 3 dump ipvrf: inactive while object_set is 0: nothing ran\n", "steps (2 not run)"},
+         {"send ipnh: ok"}},
+        {"run -q " + inactive, 1, {"step 2 send ipnh: inactive while object_set is 0: nothing ran\n"}, {"step 1 send test_if"}},
+        {"run -q --strict " + inactive, 2, {}}, // the check already refuses a file with such a step
+        // an update or delete reading a handle no record stored is a value error; a get may name a new
+        // handle, and 'if1' was stored by the create of step 1
+        {"run " + inactive, 1,
+         {"inactive.yaml:8:52: hdl: unknown handle name 'iff1'", "step 4 send test_if: 0 mismatches, 1 value error"}, {"'seen'", "'if1'"}},
+    });
 }
 
 } // namespace

@@ -30,11 +30,7 @@ std::string scenario(const char *name) { return std::string(PC_SCENARIOS) + "/" 
 TEST(Cli, EachCommandSaysWhatItFoundWhereAndExitsAsScriptsExpect) {
     const std::string s = std::string(PC_SCENARIOS) + "/", examples = std::string(PC_SOURCE_DIR) + "/examples/";
     const std::string three = s + "mismatch.yaml " + s + "inject.yaml " + s + "crud_client.yaml";
-    struct Row {
-        std::string args;
-        int status;
-        std::vector<std::string> says;
-    } rows[] = {
+    pc::test::expect_says({
         {"run " + s + "crud_client.yaml", 0, {"planecheck: PASSED: 1 file, "}},
         {"run " + s + "crud_server.yaml", 0, {"planecheck: PASSED: 1 file, "}},
         {"run " + examples + "hello.yaml", 0, {}},
@@ -73,13 +69,7 @@ TEST(Cli, EachCommandSaysWhatItFoundWhereAndExitsAsScriptsExpect) {
         {"frobnicate", 2, {}},
         {"run", 2, {}},
         {"--version", 0, {}},
-    };
-    for (const Row &row : rows) {
-        SCOPED_TRACE(row.args);
-        Result r = run(row.args);
-        EXPECT_EQ(r.status, row.status) << r.output;
-        for (const std::string &text : row.says) EXPECT_TRUE(has(r, text)) << text << "\n" << r.output;
-    }
+    });
 }
 
 TEST(Cli, TheSdkSideChecksFillsAndAnswers) {

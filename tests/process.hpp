@@ -6,6 +6,7 @@
 #include <csignal>
 #include <cstdio>
 #include <fcntl.h>
+#include <gtest/gtest.h>
 #include <poll.h>
 #include <string>
 #include <sys/wait.h>
@@ -138,5 +139,24 @@ inline size_t count(const std::string &text, const std::string &part) {
 }
 
 } // namespace text
+
+#ifdef PC_PLANECHECK
+// A planecheck command line: its exit status, what it must say and what it must not.
+struct Says {
+    std::string args;
+    int status;
+    std::vector<std::string> said, not_said = {};
+};
+
+inline void expect_says(const std::vector<Says> &rows) {
+    for (const Says &row : rows) {
+        SCOPED_TRACE(row.args);
+        Outcome r = planecheck(row.args);
+        EXPECT_EQ(r.status, row.status) << r.output;
+        for (const std::string &part : row.said) EXPECT_TRUE(text::has(r, part)) << part << "\n" << r.output;
+        for (const std::string &part : row.not_said) EXPECT_FALSE(text::has(r, part)) << part << "\n" << r.output;
+    }
+}
+#endif
 
 } // namespace pc::test

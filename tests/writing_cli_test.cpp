@@ -23,24 +23,7 @@ std::string scenario_file(const std::string &name, const std::string &text) {
     return pc::test::write_file(testing::TempDir() + name, text);
 }
 
-// A command, run on a scenario written for it when `file` is named: its exit status, what it must
-// say and what it must not.
-struct Says {
-    std::string args, file, text;
-    int status;
-    std::vector<std::string> said, not_said = {};
-};
-
-void expect_says(const std::vector<Says> &rows) {
-    for (const Says &row : rows) {
-        std::string args = row.args + (row.file.empty() ? "" : " " + scenario_file(row.file, row.text));
-        SCOPED_TRACE(args);
-        Result r = planecheck(args);
-        EXPECT_EQ(r.status, row.status) << r.output;
-        for (const std::string &text : row.said) EXPECT_TRUE(has(r, text)) << text << "\n" << r.output;
-        for (const std::string &text : row.not_said) EXPECT_FALSE(has(r, text)) << text << "\n" << r.output;
-    }
-}
+using pc::test::expect_says;
 
 const char *kKeys = R"(steps:
   - send: { test_if: [ { op: create, key_a: 1, atr_a1: 5 } ] }
@@ -60,42 +43,42 @@ TEST(Suggestions, EveryUnknownNameEndsWithTheNameMeant) {
     const std::string table = "steps:\n  - send: { test_iff: [ { op: create, key_a: 1 } ] }\n";
     expect_says({
         // the library's own line, as it is, then the suggestion
-        {"run", "table.yaml", table, 1, {"table.yaml:2: unknown table test_iff\n", "table.yaml:2: unknown table test_iff; did you mean test_if?\n"}},
-        {"check", "table.yaml", table, 1, {"unknown table test_iff: run ends the process here (exit status 1); did you mean test_if?\n"}},
+        {"run " + scenario_file("table.yaml", table), 1, {"table.yaml:2: unknown table test_iff\n", "table.yaml:2: unknown table test_iff; did you mean test_if?\n"}},
+        {"check " + scenario_file("table.yaml", table), 1, {"unknown table test_iff: run ends the process here (exit status 1); did you mean test_if?\n"}},
         // test_if has too many names for one line: the message says where they are listed; a member
         // attribute lists the members the type has
-        {"run", "keys.yaml", kKeys, 0,
+        {"run " + scenario_file("keys.yaml", kKeys), 0,
          {"keys.yaml:2:56: test_if has no 'atr_a1'; the key is ignored, so nothing checks it; planecheck catalogue --describe test_if lists its ",
           " names; did you mean attr_a1?\n",
           "keys.yaml:3:79: nhgroup has no 'is_protectd' in its members; the key is ignored, so nothing checks it; nhgroup's members have: ",
           "is_protected", "; did you mean is_protected?\n"}},
-        {"run", "values.yaml", kValues, 2,
+        {"run " + scenario_file("values.yaml", kValues), 2,
          {"intf_type: unknown value 'physcal' of dpa_l3intf_intf_type_en (one of: none, physical, subif, bundle, bvi, tunnel, loopback, "
           "pwhe); did you mean physical?\n",
           "values.yaml:4:30: op: 'creat' is no operation of test_if (", "the record runs nothing; did you mean create?\n",
           "step 3 expect: ok (0 mismatches and 2 value errors since the last expect)",
           "'test_iff creat' is not <object type> <operation>, such as \"test_if create\"; did you mean test_if create?"}},
-        {"run", "status.yaml", "steps:\n  - inject: { op: \"test_if create\", status: ENOMEMS }\n", 2,
+        {"run " + scenario_file("status.yaml", "steps:\n  - inject: { op: \"test_if create\", status: ENOMEMS }\n"), 2,
          {"unknown status 'ENOMEMS' (a number or a name such as ENOMEM); did you mean ENOMEM?"}},
-        {"run", "config.yaml", "config: { verbos: true }\nsteps:\n  - expect: { mismatches: 0 }\n", 2,
+        {"run " + scenario_file("config.yaml", "config: { verbos: true }\nsteps:\n  - expect: { mismatches: 0 }\n"), 2,
          {"config.yaml:1:19: unknown config key 'verbos' (", "; did you mean verbose?"}},
-        {"catalogue --describe nhg", "", "", 2, {"planecheck: there is no object type 'nhg', nor a value type", "; did you mean nhgroup?\n"}},
+        {"catalogue --describe nhg", 2, {"planecheck: there is no object type 'nhg', nor a value type", "; did you mean nhgroup?\n"}},
     });
 }
 
 TEST(Catalogue, DescribeShowsEnumValuesAndRecordFieldsAndTakesAValueType) {
     expect_says({
-        {"catalogue --describe l3intf", "", "", 0,
+        {"catalogue --describe l3intf", 0,
          {"  value types:\n", "dpa_l3intf_intf_type_en: enum (a value name or its number), 4 bytes; values: none 0, physical 1, subif 2,",
           "ofa_intf_t: record, "}},
-        {"catalogue --describe ofa_intf_t", "", "", 0,
+        {"catalogue --describe ofa_intf_t", 0,
          {"ofa_intf_t (value type)\n", "\n      ifhandle", "\n      ifindex", "\n      vrf_id", "\n      mtu", "ushort", "2 bytes"}},
-        {"catalogue --describe ofa_intf_t --json", "", "", 0,
+        {"catalogue --describe ofa_intf_t --json", 0,
          {"{\"value_type\": {\"name\": \"ofa_intf_t\", \"form\": \"record\"", "{\"name\": \"mtu\", \"type\": \"ushort\", \"width\": 2}"}},
-        {"catalogue --describe l3intf --json", "", "", 0,
+        {"catalogue --describe l3intf --json", 0,
          {"{\"name\": \"intf_type\", \"value_type\": \"dpa_l3intf_intf_type_en\", \"kind\": \"value\"}",
           "\"values\": [{\"name\": \"none\", \"value\": 0}, {\"name\": \"physical\", \"value\": 1}"}},
-        {"catalogue --json", "", "", 2, {}}, // --json describes something
+        {"catalogue --json", 2, {}}, // --json describes something
     });
 }
 
@@ -115,16 +98,16 @@ TEST(Statuses, AMisspelledStatusNameIsOneValueErrorThatListsTheNames) {
 TEST(RunAndCheck, AgreeOnOpsInactiveStepsAndInjectionsNothingTakes) {
     const std::string inactive = "steps:\n  - send: { ipnh: [ { op: create, intf: 1, no_such_key: 1 } ] }\n";
     expect_says({
-        {"run", "inactive_key.yaml", inactive, 0, {}, {"no_such_key"}},
-        {"check", "inactive_key.yaml", inactive, 1, {"ipnh is inactive while object_set is 0"}, {"no_such_key"}},
+        {"run " + scenario_file("inactive_key.yaml", inactive), 0, {}, {"no_such_key"}},
+        {"check " + scenario_file("inactive_key.yaml", inactive), 1, {"ipnh is inactive while object_set is 0"}, {"no_such_key"}},
         // the create of step 2 takes the first injection
-        {"check", "late.yaml", R"(steps:
+        {"check " + scenario_file("late.yaml", R"(steps:
   - inject: { op: "test_if create", status: ENOMEM, times: 2 }
   - send: { test_if: [ { op: create, key_a: 1 } ] }
   - inject: { op: "test_if create", status: ENOMEM }
   - npu_result: { op: "test_if get", results: [0, 5] }
   - send: { test_if: [ { op: delete, key_a: 1 } ] }
-)", 1,
+)"), 1,
          {"late.yaml:4:19: inject: no operation after this step is 'test_if create', so the injection is never used\n",
           "late.yaml:5:23: npu_result: no operation after this step is 'test_if get', so the result is never used\n"},
          {"late.yaml:2:"}},
@@ -199,16 +182,16 @@ TEST(RunAndCheck, ListTheOpsATypeHasAndSuggestOnlyThose) {
 TEST(Messages, QuietExpectHandlesAndArgumentErrorsSayWhatTheyMean) {
     const std::string sdk_side = std::string(PC_SOURCE_DIR) + "/examples/sdk_side.yaml";
     expect_says({
-        {"run -q " + sdk_side, "", "", 0, {}, {"received:"}}, // passing steps print nothing under -q
-        {"run " + sdk_side, "", "", 0, {"received:"}},
-        {"run", "expect.yaml", "steps:\n  - send: { test_if: [ { op: delete, key_a: 9 } ] }\n  - expect: { mismatches: 2 }\n", 1,
+        {"run -q " + sdk_side, 0, {}, {"received:"}}, // passing steps print nothing under -q
+        {"run " + sdk_side, 0, {"received:"}},
+        {"run " + scenario_file("expect.yaml", "steps:\n  - send: { test_if: [ { op: delete, key_a: 9 } ] }\n  - expect: { mismatches: 2 }\n"), 1,
          {"step 2 expect: FAILED (1 mismatch and 0 value errors since the last expect); expected 2 mismatches and 0 value errors\n"}},
-        {"run", "handles.yaml", R"(steps:
+        {"run " + scenario_file("handles.yaml", R"(steps:
   - send: { test_if: [ { op: create, key_a: 1, hdl: if1 }, { op: create, key_a: 2, hdl: if2 } ] }
   - send: { test_nh: [ { op: create, nh_id: 1, test_if_refhdl: if1 } ] }
   - send: { test_nh: [ { op: get, nh_id: 1, test_if_refhdl: if2 } ] }
-)", 1, {"test_if_refhdl: received \"0x1001\" (if1) expected \"0x1002\" (if2)\n"}},
-        {"run /nonexistent/nosuch.yaml", "", "", 2, {"planecheck: cannot read /nonexistent/nosuch.yaml: no such file"}},
+)"), 1, {"test_if_refhdl: received \"0x1001\" (if1) expected \"0x1002\" (if2)\n"}},
+        {"run /nonexistent/nosuch.yaml", 2, {"planecheck: cannot read /nonexistent/nosuch.yaml: no such file"}},
     });
     Result bad_option = planecheck("run --no-such-option x.yaml");
     EXPECT_EQ(bad_option.status, 2) << bad_option.output;
@@ -242,12 +225,12 @@ TEST(References, EnforcedTheyRefuseABusyDeleteAndADanglingHandleByHandleKeyAndMe
     std::string ignored = kReferences;
     ignored.replace(ignored.find(", references: enforce"), std::string(", references: enforce").size(), "");
     expect_says({
-        {"run", "enforce.yaml", kReferences, 0,
+        {"run " + scenario_file("enforce.yaml", kReferences), 0,
          {"PASSED: 1 file, 8 steps, 0 mismatches, 0 value errors",
           "enforce.yaml:5: simplane: l3intf delete: l3intf 0x1001 is still referred to by ipnh 0x1002 (l3intf_refhdl); refused with EBUSY\n",
           "enforce.yaml:6: simplane: ipnh create: l3intf_refhdl (0x7777) names no live l3intf; refused with ENOENT\n"}},
         // the second element's reference holds the lspnh; the first element has none
-        {"run", "key_refs.yaml", R"(config: { references: enforce }
+        {"run " + scenario_file("key_refs.yaml", R"(config: { references: enforce }
 steps:
   - send: { test_nh: [ { op: create, nh_id: 1, testencapmgr_refkey: { encap_id: 5 }, rc: ENOENT } ] }
   - send: { testencapmgr: [ { op: create, encap_id: 5 } ] }
@@ -259,15 +242,15 @@ steps:
   - send: { nhgroup: [ { op: create, nhgroup_id: 8, members: [ { next_obj_lspnh_refkey: { lsp_id: 4 } } ], rc: ENOENT } ] }
   - send: { nhgroup: [ { op: delete, nhgroup_id: 7 } ] }
   - send: { lspnh: [ { op: delete, lsp_id: 3 } ] }
-)", 0,
+)"), 0,
          {"key_refs.yaml:3: simplane: test_nh create: testencapmgr_refkey (its key) names no live testencapmgr",
           "key_refs.yaml:6: simplane: testencapmgr delete: testencapmgr 0x1001 is still referred to by test_nh 0x1002 (testencapmgr_refkey)",
           "key_refs.yaml:9: simplane: lspnh delete: lspnh 0x1003 is still referred to by nhgroup 0x1004 (next_obj_lspnh_refhdl)",
           "key_refs.yaml:10: simplane: nhgroup create: next_obj_lspnh_refkey (its key) names no live lspnh"}},
         // ignored by default, as before: the delete and the create succeed
-        {"run", "ignore.yaml", ignored, 1, {"ignore.yaml:5: step 3 send l3intf: 1 mismatch", "ignore.yaml:6: step 4 send ipnh: 1 mismatch"},
+        {"run " + scenario_file("ignore.yaml", ignored), 1, {"ignore.yaml:5: step 3 send l3intf: 1 mismatch", "ignore.yaml:6: step 4 send ipnh: 1 mismatch"},
          {"refused with"}},
-        {"run " + std::string(PC_SOURCE_DIR) + "/examples/references.yaml", "", "", 0, {"refused with EBUSY", "refused with ENOENT"}},
+        {"run " + std::string(PC_SOURCE_DIR) + "/examples/references.yaml", 0, {"refused with EBUSY", "refused with ENOENT"}},
     });
 }
 

@@ -65,13 +65,13 @@ TEST_F(ReportCommand, RunHtmlWritesThePageAndLeavesNoEventsBehind) {
 }
 
 TEST_F(ReportCommand, PagesThatCannotBeWrittenAndEventsOnStandardOutputAreRefused) {
-    Outcome unwritable = planecheck(std::string("run -q --html ") + at("no/such/dir/report.html") + " " + PC_SCENARIOS + "/clean.yaml");
-    EXPECT_EQ(unwritable.status, 2);
-    EXPECT_NE(unwritable.output.find("cannot write the HTML report to " + at("no/such/dir/report.html")), std::string::npos) << unwritable.output;
-    EXPECT_EQ(unwritable.output.find("step 1"), std::string::npos) << unwritable.output; // refused before any file ran
-    Outcome piped = planecheck(std::string("run -q --events - --html ") + at("report.html") + " " + PC_SCENARIOS + "/clean.yaml");
-    EXPECT_EQ(piped.status, 2);
-    EXPECT_NE(piped.output.find("--html reads the run's events back; give --events a file, not -"), std::string::npos) << piped.output;
+    const std::string clean = std::string(" ") + PC_SCENARIOS + "/clean.yaml";
+    pc::test::expect_says({
+        // refused before any file ran
+        {"run -q --html " + at("no/such/dir/report.html") + clean, 2, {"cannot write the HTML report to " + at("no/such/dir/report.html")},
+         {"step 1"}},
+        {"run -q --events - --html " + at("report.html") + clean, 2, {"--html reads the run's events back; give --events a file, not -"}},
+    });
 }
 
 } // namespace

@@ -198,16 +198,6 @@ TEST(Messages, QuietExpectHandlesAndArgumentErrorsSayWhatTheyMean) {
     EXPECT_EQ(bad_option.output.rfind("planecheck: ", 0), 0u) << bad_option.output;
 }
 
-TEST(Messages, CoverageMergesTheReportsItCanRead) {
-    std::string report = testing::TempDir() + "readable_coverage.json";
-    ASSERT_EQ(planecheck("run -q --coverage " + report + " " + std::string(PC_SOURCE_DIR) + "/examples/hello.yaml").status, 0);
-    Result r = planecheck("coverage " + report + " /nonexistent/missing.json");
-    EXPECT_EQ(r.status, 2) << r.output; // a report was missing
-    EXPECT_TRUE(has(r, "missing.json")) << r.output;
-    EXPECT_TRUE(has(r, "planecheck coverage: 1 report, 1 scenario file")) << r.output;
-    EXPECT_TRUE(has(r, "\n  test_if ")) << r.output;
-}
-
 // l3intf and ipnh are active while object_set is nonzero.
 const char *kReferences = R"(config: { object_set: 1, references: enforce }
 steps:

@@ -1,5 +1,4 @@
-// planecheck check and run --strict as users run them, the step lines of steps that ran nothing,
-// and the reports of files that the library ends.
+// planecheck check and run --strict as users run them, and the step lines of steps that ran nothing.
 #include "files.hpp"
 #include "process.hpp"
 
@@ -14,16 +13,12 @@
 namespace {
 
 using Result = pc::test::Outcome;
-
-Result run(const std::string &args, bool with_stderr = true) {
-    return pc::test::run_command(std::string(PC_PLANECHECK) + " " + args + (with_stderr ? " 2>&1" : " 2>/dev/null"));
-}
+using pc::test::text::has;
+constexpr auto run = pc::test::planecheck;
 
 std::string scenario(const char *name) { return std::string(PC_SCENARIOS) + "/" + name; }
 
 using pc::test::read_file;
-
-bool has(const std::string &text, const std::string &part) { return text.find(part) != std::string::npos; }
 
 TEST(Check, EveryTrapGetsOneFindingAtItsLineAndACleanFileNone) {
     std::map<int, int> traps; // line -> findings there
@@ -53,77 +48,27 @@ TEST(Check, EveryTrapGetsOneFindingAtItsLineAndACleanFileNone) {
     EXPECT_FALSE(has(clean.output, "clean.yaml:")) << clean.output;
 }
 
-TEST(Check, StrictRefusesWhatTheCheckFailsAndRunsTheRest) {
-    Result refused = run("run --strict " + scenario("traps.yaml"));
-    EXPECT_EQ(refused.status, 2) << refused.output;
-    EXPECT_TRUE(has(refused.output, "--strict refuses the file: the check found 24 problems")) << refused.output;
-    EXPECT_FALSE(has(refused.output, "step 1 send")) << refused.output; // nothing of it ran
-    Result clean = run("run --strict " + scenario("clean.yaml"));
-    EXPECT_EQ(clean.status, 0) << clean.output;
-    EXPECT_TRUE(has(clean.output, "planecheck: PASSED: 1 file, 10 steps, 0 mismatches, 0 value errors")) << clean.output;
-}
-
-TEST(Check, WarningsAloneDoNotFail) {
-    std::string file = testing::TempDir() + "warning.yaml";
-    std::ofstream(file) << "steps:\n  - send: { bfdoff: [ { op: create, local_disc: 1, local_state: 9 } ] }\n";
-    Result r = run("check " + file);
-    EXPECT_EQ(r.status, 0) << r.output;
-    EXPECT_TRUE(has(r.output, "planecheck: VALID: 1 file, 1 step, 1 warning")) << r.output;
-    EXPECT_EQ(run("run --strict " + file).status, 0);
-}
-
-TEST(Run, AStepOfAnInactiveTypeSaysNothingRanNeverOk) {
-    std::string examples = std::string(PC_SOURCE_DIR) + "/examples/*.yaml";
-    Result r = run("run " + examples + " " + scenario("inactive.yaml"));
-    EXPECT_TRUE(has(r.output, "inactive.yaml:4: step 2 send ipnh: inactive while object_set is 0: nothing ran\n")) << r.output;
-    EXPECT_TRUE(has(r.output, "inactive.yaml:5: step 3 dump ipvrf: inactive while object_set is 0: nothing ran\n")) << r.output;
-    EXPECT_FALSE(has(r.output, "send ipnh: ok")) << r.output;
-    EXPECT_TRUE(has(r.output, "steps (2 not run)")) << r.output;
-    Result quiet = run("run -q " + scenario("inactive.yaml"));
-    EXPECT_TRUE(has(quiet.output, "step 2 send ipnh: inactive while object_set is 0: nothing ran\n")) << quiet.output;
-    EXPECT_FALSE(has(quiet.output, "step 1 send test_if")) << quiet.output;
-    // under --strict the check already refuses a file with such a step
-    Result strict = run("run -q --strict " + scenario("inactive.yaml"));
-    EXPECT_EQ(strict.status, 2) << strict.output; // the check already refuses the file
-}
-
-TEST(Run, AnUpdateOrDeleteReadingAHandleNoRecordStoredIsAValueError) {
-    Result r = run("run " + scenario("inactive.yaml"));
-    EXPECT_EQ(r.status, 1) << r.output;
-    EXPECT_TRUE(has(r.output, "inactive.yaml:8:52: hdl: unknown handle name 'iff1'")) << r.output;
-    EXPECT_FALSE(has(r.output, "'seen'")) << r.output; // a get may name a new handle
-    EXPECT_FALSE(has(r.output, "'if1'")) << r.output;  // stored by the create of step 1
-    EXPECT_TRUE(has(r.output, "step 4 send test_if: 0 mismatches, 1 value error")) << r.output;
-}
-
-TEST(Run, AFileTheLibraryEndsIsReportedWithItsStepAndLastError) {
-    std::string junit = testing::TempDir() + "ended.xml";
-    Result r = run("run --junit " + junit + " " + scenario("unknown_table.yaml") + " " + scenario("crud_client.yaml"));
-    EXPECT_EQ(r.status, 1) << r.output;
-    EXPECT_TRUE(has(r.output, "unknown_table.yaml:4: step 2 send test_iff: the library ended the run with exit status 1 "
-                              "(1 step ran before it): unknown table test_iff\n")) << r.output;
-    EXPECT_TRUE(has(r.output, "planecheck: FAILED: 2 files, 5 steps, 0 mismatches, 0 value errors, 1 file ended early (" +
-                                  scenario("unknown_table.yaml") + ":4: unknown table test_iff)")) << r.output;
-    std::string xml = read_file(junit);
-    EXPECT_TRUE(has(xml, "unknown_table.yaml:4: unknown table test_iff")) << xml;
-    EXPECT_TRUE(has(xml, "the run ended early with exit status 1 in step 2 (send test_iff) at line 4, after 1 step ran")) << xml;
-    EXPECT_TRUE(has(xml, "<system-out>2 steps, 0 mismatches, 0 value errors, ended early at ")) << xml;
-    EXPECT_TRUE(has(xml, "tests=\"2\" failures=\"1\"")) << xml;
-}
-
-TEST(Run, ABatchAssertionNamesTheStepInEveryReport) {
-    Result plain = run("run " + scenario("empty_batch.yaml"));
-    EXPECT_NE(plain.status, 0);
-    EXPECT_TRUE(has(plain.output, "empty_batch.yaml:4: step 2 send test_if: ok\n")) << plain.output; // earlier lines are kept
-    EXPECT_TRUE(has(plain.output, "empty_batch.yaml:5: step 3 send batch_crud: the library ended the run by an assertion "
-                                  "(2 steps ran before it)\n")) << plain.output;
-    Result tap = run("run --tap " + scenario("empty_batch.yaml"), false);
-    EXPECT_EQ(tap.status, 1) << tap.output;
-    EXPECT_TRUE(has(tap.output, "not ok 1 - " + scenario("empty_batch.yaml") + " (3 steps, ")) << tap.output;
-    EXPECT_TRUE(has(tap.output, "# " + scenario("empty_batch.yaml") +
-                                    ": the run ended early with signal 6 (Aborted) in step 3 (send batch_crud) at line 5, after 2 steps ran\n"))
-        << tap.output;
-    EXPECT_TRUE(has(tap.output, "\n# planecheck: ofa_json_client_common:")) << tap.output; // the assertion text itself
+// --strict, warnings, and the steps of an inactive type, which say that nothing ran and never "ok".
+TEST(Check, StrictRefusesWhatTheCheckFailsAndStepsThatRanNothingSaySo) {
+    std::string warning = pc::test::write_file(testing::TempDir() + "warning.yaml",
+                                               "steps:\n  - send: { bfdoff: [ { op: create, local_disc: 1, local_state: 9 } ] }\n");
+    std::string examples = std::string(PC_SOURCE_DIR) + "/examples/*.yaml", inactive = scenario("inactive.yaml");
+    pc::test::expect_says({
+        {"run --strict " + scenario("traps.yaml"), 2, {"--strict refuses the file: the check found 24 problems"}, {"step 1 send"}},
+        {"run --strict " + scenario("clean.yaml"), 0, {"planecheck: PASSED: 1 file, 10 steps, 0 mismatches, 0 value errors"}},
+        {"check " + warning, 0, {"planecheck: VALID: 1 file, 1 step, 1 warning"}}, // warnings alone do not fail
+        {"run --strict " + warning, 0, {}},
+        {"run " + examples + " " + inactive, 1,
+         {"inactive.yaml:4: step 2 send ipnh: inactive while object_set is 0: nothing ran\n",
+          "inactive.yaml:5: step 3 dump ipvrf: inactive while object_set is 0: nothing ran\n", "steps (2 not run)"},
+         {"send ipnh: ok"}},
+        {"run -q " + inactive, 1, {"step 2 send ipnh: inactive while object_set is 0: nothing ran\n"}, {"step 1 send test_if"}},
+        {"run -q --strict " + inactive, 2, {}}, // the check already refuses a file with such a step
+        // an update or delete reading a handle no record stored is a value error; a get may name a new
+        // handle, and 'if1' was stored by the create of step 1
+        {"run " + inactive, 1,
+         {"inactive.yaml:8:52: hdl: unknown handle name 'iff1'", "step 4 send test_if: 0 mismatches, 1 value error"}, {"'seen'", "'if1'"}},
+    });
 }
 
 } // namespace

@@ -36,6 +36,21 @@ def scratch(name):
     return os.path.join(SCRATCH, name)
 
 
+def write(path, text):
+    with open(path, "w") as f:
+        f.write(text)
+    return path
+
+
+def text_of(path):
+    """The file's text, "" while it does not exist."""
+    try:
+        with open(path) as f:
+            return f.read()
+    except FileNotFoundError:
+        return ""
+
+
 def run(*args):
     return subprocess.run([PLANECHECK, *args], capture_output=True, text=True, timeout=300)
 
@@ -88,7 +103,7 @@ class EventChecks(unittest.TestCase):
         for k, v in totals.items():
             self.assertEqual(events[-1][k], v, k)
         self.assertEqual(events[-1]["files"], len(files))
-        self.assertEqual(events[-1]["failed_files"], sum(f[-1]["status"] != "passed" for f in files.values()))
+        self.assertEqual(events[-1]["failed_files"], sum(f[-1]["status"] not in ("passed", "not_run") for f in files.values()))
         return files
 
     def check_file(self, name, file_events):
@@ -120,6 +135,13 @@ class EventChecks(unittest.TestCase):
             self.assertIn("error", end)
         return end
 
+    def whole_records(self, recorded):
+        """The number of records in a recorder, each checked to be whole: a record cut short leaves an opening unclosed."""
+        records = ("\n" + recorded).count("\n{\n")
+        self.assertEqual(recorded.count("\n},\n"), records)
+        self.assertTrue(recorded.endswith("},\n"), recorded[-200:])
+        return records
+
 
 class SerialRun(EventChecks):
     def test_passing_failing_and_invalid_files_give_valid_events_that_add_up(self):
@@ -147,48 +169,6 @@ class SerialRun(EventChecks):
         self.assertEqual((status["op"], status["attribute"], status["expected_status"], status["received_status"]),
                          ("create", "rc", 0, 17))
 
-    def test_the_library_s_exit_ends_the_file_and_the_run_in_the_events(self):
-        out = run("run", "--events", "-", ENDED_BY_EXIT)
-        events = events_of(out.stdout)
-        self.assertEqual(out.returncode, 1)
-        files = self.check_run(events, 1)
-        end = files[ENDED_BY_EXIT][-1]
-        self.assertEqual(end["status"], "ended")
-        self.assertEqual(end["ended"]["how"], "exit status 1")
-        self.assertIn("unknown table test_iff", end["ended"]["last_error"])
-        self.assertEqual(end["ended"]["at"], f"{ENDED_BY_EXIT}:4")
-
-    def test_an_assertion_ends_the_file_and_the_run_in_the_events(self):
-        path = scratch("assert.events")
-        out = run("run", "--events", path, ENDED_BY_ASSERTION)
-        with open(path) as f:
-            events = events_of(f.read())
-        self.assertEqual(out.returncode, -6)
-        files = self.check_run(events, 134)
-        self.assertEqual(files[ENDED_BY_ASSERTION][-1]["ended"]["how"], "signal 6 (Aborted)")
-
-    def test_a_stop_signal_ends_the_running_file_and_the_run_in_the_events(self):
-        long_file, path = scratch("long.yaml"), scratch("long.events")
-        with open(long_file, "w") as f:
-            f.write("steps:\n" + "  - send: { test_if: [ { op: create, key_a: 1 }, { op: delete, key_a: 1 } ] }\n" * 200000)
-        if os.path.exists(path):
-            os.unlink(path)
-        process = subprocess.Popen([PLANECHECK, "run", "--events", path, long_file], stdout=subprocess.DEVNULL,
-                                   stderr=subprocess.DEVNULL)
-        deadline = time.monotonic() + 60
-        while time.monotonic() < deadline and (not os.path.exists(path) or os.path.getsize(path) < 4000):
-            time.sleep(0.05)
-        process.send_signal(signal.SIGTERM)
-        self.assertEqual(process.wait(timeout=60), -signal.SIGTERM)
-        with open(path) as f:
-            events = events_of(f.read())
-        files = self.check_run(events, 128 + signal.SIGTERM)
-        end = files[long_file][-1]
-        self.assertEqual(end["ended"]["step"], 0)  # without a recorder, a stop comes between two steps
-        self.assertEqual(end["status"], "ended")
-        self.assertEqual(end["ended"]["how"], "signal 15 (Terminated)")
-        self.assertGreater(end["steps"], 0)
-
     def test_check_writes_events_of_its_findings(self):
         out = run("check", "--events", "-", os.path.join(SCENARIOS, "traps.yaml"), EXAMPLES[0])
         events = events_of(out.stdout)
@@ -211,8 +191,7 @@ class ParallelRunAgreesWithEveryReport(EventChecks):
     def setUpClass(cls):
         cls.junit, cls.rec, cls.ev = scratch("j.xml"), scratch("j.rec"), scratch("j.events")
         cls.out = run("run", "-j", "2", "--tap", "--junit", cls.junit, "--recorder", cls.rec, "--events", cls.ev, *SUITE)
-        with open(cls.ev) as f:
-            cls.events = events_of(f.read())
+        cls.events = events_of(text_of(cls.ev))
         cls.files = by_file(cls.events)
 
     def test_events_are_valid_and_add_up_with_ended_files_among_them(self):
@@ -235,10 +214,14 @@ class ParallelRunAgreesWithEveryReport(EventChecks):
         self.assertEqual(int(suite.get("failures")), self.events[-1]["failed_files"])
         for case in cases:
             end = self.files[case.get("name")][-1]
-            self.assertEqual(case.find("failure") is not None, end["status"] != "passed", case.get("name"))
+            failure = case.find("failure")
+            self.assertEqual(failure is not None, end["status"] != "passed", case.get("name"))
+            for finding in (e for e in self.files[case.get("name")] if e["event"] == "finding" and failure is not None):
+                self.assertIn(finding["text"], failure.text)
             self.assertAlmostEqual(float(case.get("time")), end["duration"] / 1000, delta=0.0015)
 
     def test_tap_agrees(self):
+        self.assertTrue(self.out.stdout.startswith(f"TAP version 13\n1..{len(SUITE)}\n"), self.out.stdout[:100])
         points = re.findall(r"^(ok|not ok) (\d+) - (\S+) \((\d+) steps?", self.out.stdout, re.M)
         self.assertEqual(len(points), len(SUITE))
         for verdict, _, name, steps in points:
@@ -253,6 +236,7 @@ class ParallelRunAgreesWithEveryReport(EventChecks):
         self.assertIn(f"{end['mismatches']} mismatch", summary)
         self.assertIn(f"{end['value_errors']} value error", summary)
         self.assertIn(end["verdict"].upper(), summary)
+        self.assertIn(f"2 files ended early ({ENDED_BY_EXIT}:4: unknown table test_iff; {ENDED_BY_ASSERTION}:5: ", summary)
 
     def test_record_ranges_hold_the_steps_records_as_a_serial_run_writes_them(self):
         with open(self.rec, "rb") as f:
@@ -292,31 +276,45 @@ def records_so_far(pid):
 def long_second_step(path):
     """Step 1 logs a mismatch (the last error before the end); step 2 runs long enough for a signal to land in it."""
     creates = ", ".join(f"{{ op: create, key_a: {i} }}" for i in range(1, 200001))
-    with open(path, "w") as f:
-        f.write("steps:\n  - send: { test_if: [ { op: delete, key_a: 424242 } ] }\n"
-                f"  - send: {{ test_if: [ {creates} ] }}\n  - send: {{ test_if: [ {{ op: get, key_a: 1 }} ] }}\n")
+    return write(path, "steps:\n  - send: { test_if: [ { op: delete, key_a: 424242 } ] }\n"
+                 f"  - send: {{ test_if: [ {creates} ] }}\n  - send: {{ test_if: [ {{ op: get, key_a: 1 }} ] }}\n")
 
 
-class EndingsAgreeSeriallyAndInWorkers(EventChecks):
-    """However a file's run ends, the events count its ended step once, the totals add up, and the
-    ending reads the same whether the file ran in the command's process or in a worker."""
+def plural(n, word):
+    return f"{n} {word}{'' if n == 1 else 's'}"
+
+
+class EndingsInEveryOutput(EventChecks):
+    """However a file's run ends, every output of the run tells it as the model does: in the command's process, where
+    the files after it are then not run, and in a worker, replaced to run them. The events count the ended step once and
+    add up, the step lines before the end are kept, the recorder holds whole records, what ran is in the coverage, and
+    the ending reads the same in both."""
 
     @classmethod
     def setUpClass(cls):
-        cls.outside = scratch("outside.yaml")
-        long_second_step(cls.outside)
+        cls.outside = long_second_step(scratch("outside.yaml"))
+        # a name JUnit must escape
+        cls.after = write(scratch("after & <after>.yaml"), "steps:\n  - send: { nhgroup: [ { op: create, nhgroup_id: 7 } ] }\n")
+        cls.rows = [  # scenario, signal sent in step 2, how it ended, run_end's exit status, the ended step's line
+            (ENDED_BY_EXIT, None, "exit status 1", 1,
+             "the library ended the run with exit status 1 (1 step ran before it): unknown table test_iff"),
+            (ENDED_BY_ASSERTION, None, "signal 6 (Aborted)", 134, "the library ended the run by an assertion (2 steps ran before it)"),
+            (cls.outside, signal.SIGTERM, "signal 15 (Terminated)", 143, None),
+        ]
 
     def run_ending(self, scenario, jobs, signal_number=None):
-        events, rec = scratch("ending.events"), scratch("ending.rec")
-        if os.path.exists(events):
-            os.unlink(events)
-        args = [PLANECHECK, "run", *(["-j", str(jobs)] if jobs else []), "--recorder", rec, "--events", events, scenario]
-        process = subprocess.Popen(args, stdout=subprocess.PIPE, stderr=subprocess.STDOUT, text=True)
+        paths = {k: scratch(f"ending.{k}") for k in ("events", "rec", "xml", "coverage")}
+        for path in paths.values():
+            if os.path.exists(path):
+                os.unlink(path)
+        reports = ["-j", str(jobs), "--tap", "--junit", paths["xml"]] if jobs else []
+        args = [PLANECHECK, "run", *reports, "--recorder", paths["rec"], "--coverage", paths["coverage"], "--events", paths["events"],
+                scenario, self.after]
+        process = subprocess.Popen(args, stdout=subprocess.PIPE, stderr=subprocess.PIPE, text=True)
         if signal_number:
             self.signal_in_step_2(process, jobs, signal_number)
-        output = process.communicate(timeout=300)[0]
-        with open(events) as f:
-            return events_of(f.read()), output
+        stdout, stderr = process.communicate(timeout=300)
+        return process.returncode, stdout, stderr, events_of(text_of(paths["events"])), paths
 
     def signal_in_step_2(self, process, jobs, signal_number):
         """The signal goes to the process that runs the file (the worker under -j) once step 1's event is out."""
@@ -331,50 +329,93 @@ class EndingsAgreeSeriallyAndInWorkers(EventChecks):
 
     @staticmethod
     def events_so_far(runner, jobs):
-        if jobs:
-            return records_so_far(runner)
-        try:
-            with open(scratch("ending.events")) as f:
-                return f.read()
-        except FileNotFoundError:
-            return ""
+        return records_so_far(runner) if jobs else text_of(scratch("ending.events"))
 
-    def ending_of(self, events, output, scenario, jobs):
-        files = self.check_run(events, events[-1]["exit_status"])
-        file_events = files[scenario]
-        end = file_events[-1]
-        steps = [e for e in file_events if e["event"] == "step"]
-        self.assertEqual(end["status"], "ended")
-        self.assertEqual(end["steps"], len(steps))
-        self.assertEqual(steps[-1]["status"], "ended")
-        self.assertEqual(end["ended"]["step"], steps[-1]["step"])
-        self.assertEqual(end["ended"]["at"], f"{scenario}:{steps[-1]['line']}")
-        self.assertNotRegex(end["ended"].get("last_error", ""), r"step \d+ .*: ok$")
+    def ending_of(self, scenario, jobs, signal_number, how, exit_status, step_line):
+        returncode, stdout, stderr, events, paths = self.run_ending(scenario, jobs, signal_number)
+        files = self.check_run(events, 1 if jobs else exit_status)
+        self.assertEqual(list(files), [scenario, self.after])
+        end = files[scenario][-1]
+        steps = [e for e in files[scenario] if e["event"] == "step"]
+        ended = end["ended"]
+        self.assertEqual((end["status"], ended["how"], steps[-1]["status"]), ("ended", how, "ended"))
+        self.assertEqual(ended["step"], steps[-1]["step"])
+        self.assertEqual(ended["at"], f"{scenario}:{steps[-1]['line']}")
+        self.assertNotRegex(ended.get("last_error", ""), r"step \d+ .*: ok$")
         self.assertGreater(end["duration"], 0)
-        # serially the summary is told as the process ends, under -j when the run does: alike
-        summary = [l for l in output.splitlines() if l.startswith("planecheck: FAILED")]
-        self.assertRegex(summary[-1], rf", {events[-1]['steps']} steps?, ")
-        return {"how": end["ended"]["how"], "at": end["ended"]["at"], "last_error": end["ended"].get("last_error"),
+        self.assertEqual(files[self.after][-1]["status"], "passed" if jobs else "not_run")
+        self.assertGreater(self.whole_records(text_of(paths["rec"])), 0)
+        if not signal_number:  # the library's own endings keep the coverage of what ran before them
+            covered = run("coverage", paths["coverage"]).stdout
+            self.assertIn("\n  test_if ", covered)
+            self.assertEqual("\n  nhgroup " in covered, bool(jobs))
+        ending = (f"{scenario}: the run ended early with {how} in step {ended['step']} ({steps[-1]['label']}) at line "
+                  f"{steps[-1]['line']}, after {plural(ended['step'] - 1, 'step')} ran")
+        if jobs:
+            self.check_reports_of_a_worker_s_end(returncode, stdout, stderr, paths["xml"], ending, ended)
+            summary = stdout
+        else:
+            self.assertEqual(returncode, exit_status if exit_status < 128 else 128 - exit_status)
+            self.assertEqual(stdout.count(": ok\n"), sum(s["status"] == "passed" for s in steps))  # none lost at the end
+            if step_line:
+                self.assertIn(f"{ended['at']}: step {ended['step']} {steps[-1]['label']}: {step_line}\n", stdout)
+            summary = stdout + stderr
+        summary = [l for l in summary.splitlines() if "planecheck: FAILED" in l][-1]
+        self.assertIn(f", {plural(events[-1]['steps'], 'step')}, ", summary)
+        last_error = re.sub(f"^{re.escape(scenario)}:[0-9]+: ", "", ended["last_error"])  # the summary names the ended step's line
+        self.assertIn(f", 1 file ended early ({ended['at']}: {last_error})", summary)
+        return {"how": ended["how"], "at": ended["at"], "last_error": ended.get("last_error"),
                 "steps": [(s["step"], s["status"], s["label"]) for s in steps]}
 
-    def test_each_ending_reads_the_same_in_both(self):
-        cases = [("library exit", ENDED_BY_EXIT, None), ("assertion", ENDED_BY_ASSERTION, None),
-                 ("signal from outside", self.outside, signal.SIGTERM)]
-        for name, scenario, signal_number in cases:
-            with self.subTest(name):
-                endings = {}
-                for jobs in (None, 2):
-                    events, output = self.run_ending(scenario, jobs, signal_number)
-                    endings[jobs] = self.ending_of(events, output, scenario, jobs)
-                self.assertEqual(endings[None], endings[2])
-                self.assertTrue(endings[None]["last_error"])
+    def check_reports_of_a_worker_s_end(self, returncode, stdout, stderr, junit, ending, ended):
+        self.assertEqual(returncode, 1)
+        self.assertNotIn(": ok\n", stderr)  # --tap leaves standard output to TAP and prints only the steps that did not pass
+        self.assertIn(f"\n# {ending}\n", stdout)
+        self.assertIn(f"\n# {ended['last_error']}\n", stdout)
+        suites = ET.parse(junit).getroot()
+        self.assertEqual(suites.get("failures"), "1")  # files, not steps
+        (case, after) = suites.iter("testcase")
+        self.assertIn(f"{ending}\n", case.find("failure").text)
+        self.assertIn(ended["last_error"], case.find("failure").text)
+        self.assertIn(f", ended early at {ended['at']}", case.find("system-out").text)
+        self.assertEqual(after.get("name"), self.after)
+
+    def test_each_ending_reads_the_same_in_the_process_and_in_a_worker(self):
+        for scenario, signal_number, how, exit_status, step_line in self.rows:
+            with self.subTest(how):
+                endings = [self.ending_of(scenario, jobs, signal_number, how, exit_status, step_line) for jobs in (None, 2)]
+                self.assertEqual(endings[0], endings[1])
+                self.assertTrue(endings[0]["last_error"])
 
     def test_a_worker_killed_outright_ends_where_a_stopped_run_ends(self):
-        stopped = self.ending_of(*self.run_ending(self.outside, None, signal.SIGTERM), self.outside, None)
-        killed = self.ending_of(*self.run_ending(self.outside, 2, signal.SIGKILL), self.outside, 2)
-        self.assertEqual(killed["how"], "signal 9 (Killed)")
+        stopped = self.ending_of(self.outside, None, signal.SIGTERM, "signal 15 (Terminated)", 143, None)
+        killed = self.ending_of(self.outside, 2, signal.SIGKILL, "signal 9 (Killed)", 1, None)
         self.assertEqual({**killed, "how": stopped["how"]}, stopped)
 
+
+class AStopSignal(EventChecks):
+    def test_to_the_parent_ends_its_workers_files_after_whole_records_and_the_run_by_the_signal(self):
+        """A small file is done while a long one runs; the stop ends the long one at its next safe point."""
+        small, long_file, rec, path = (scratch(n) for n in ("small.yaml", "long.yaml", "long.rec", "long.events"))
+        create = "  - send: {{ test_if: [ {{ op: create, key_a: {} }} ] }}\n".format
+        write(small, "steps:\n" + create(999999))
+        write(long_file, "steps:\n" + "".join(create(i) for i in range(1, 300001)))
+        if os.path.exists(path):
+            os.unlink(path)
+        process = subprocess.Popen([PLANECHECK, "run", "-j", "2", "--recorder", rec, "--events", path, small, long_file],
+                                   stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
+        deadline = time.monotonic() + 60
+        while time.monotonic() < deadline and f'"file":"{small}","status"' not in text_of(path):
+            time.sleep(0.05)
+        time.sleep(0.1)
+        process.send_signal(signal.SIGTERM)
+        self.assertEqual(process.wait(timeout=60), -signal.SIGTERM)
+        end = self.check_file(long_file, by_file(events_of(text_of(path)))[long_file])
+        self.assertEqual((end["status"], end["ended"]["how"]), ("ended", "signal 15 (Terminated)"))
+        self.assertGreater(end["steps"], 0)
+        recorded = text_of(rec)
+        self.assertTrue(1 < self.whole_records(recorded) < 300001)
+        self.assertEqual(recorded.find('"key_a": 999999,'), recorded.find('"key_a"'))  # the small file's record first
 
 if __name__ == "__main__":
     unittest.main(verbosity=2)

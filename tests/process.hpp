@@ -6,6 +6,7 @@
 #include <csignal>
 #include <cstdio>
 #include <fcntl.h>
+#include <gtest/gtest.h>
 #include <poll.h>
 #include <string>
 #include <sys/wait.h>
@@ -117,5 +118,45 @@ private:
     std::string output_text_;
     size_t searched_ = 0;
 };
+
+#ifdef PC_PLANECHECK
+// The planecheck command built here, with ARGS (shell words), standard error folded into the output.
+inline Outcome planecheck(const std::string &args) { return run_command(std::string(PC_PLANECHECK) + " " + args + " 2>&1"); }
+#endif
+
+// Searches of a text; a namespace of their own keeps them out of argument-dependent lookup, where
+// they would meet the tests' own helpers of the same names.
+namespace text {
+
+inline bool has(const std::string &text, const std::string &part) { return text.find(part) != std::string::npos; }
+inline bool has(const Outcome &r, const std::string &part) { return has(r.output, part); }
+
+// How many times `part` stands in `text`, none overlapping.
+inline size_t count(const std::string &text, const std::string &part) {
+    size_t n = 0;
+    for (size_t at = text.find(part); at != std::string::npos; at = text.find(part, at + part.size())) ++n;
+    return n;
+}
+
+} // namespace text
+
+#ifdef PC_PLANECHECK
+// A planecheck command line: its exit status, what it must say and what it must not.
+struct Says {
+    std::string args;
+    int status;
+    std::vector<std::string> said, not_said = {};
+};
+
+inline void expect_says(const std::vector<Says> &rows) {
+    for (const Says &row : rows) {
+        SCOPED_TRACE(row.args);
+        Outcome r = planecheck(row.args);
+        EXPECT_EQ(r.status, row.status) << r.output;
+        for (const std::string &part : row.said) EXPECT_TRUE(text::has(r, part)) << part << "\n" << r.output;
+        for (const std::string &part : row.not_said) EXPECT_FALSE(text::has(r, part)) << part << "\n" << r.output;
+    }
+}
+#endif
 
 } // namespace pc::test

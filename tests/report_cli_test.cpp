@@ -12,9 +12,9 @@
 namespace {
 
 namespace fs = std::filesystem;
+using pc::test::text::has;
 using pc::test::Outcome;
-
-Outcome planecheck(const std::string &args) { return pc::test::run_command(std::string(PC_PLANECHECK) + " " + args + " 2>&1"); }
+using pc::test::planecheck;
 
 class ReportCommand : public testing::Test {
 protected:
@@ -40,44 +40,38 @@ TEST_F(ReportCommand, UnusableEventLinesAreNamedAndThePageIsStillWritten) {
     EXPECT_NE(page.find("clean.yaml"), std::string::npos);
 }
 
+// The page is written, and the temporary events file removed, when the run ends and when the library
+// ends the process; the run's own status stands.
 TEST_F(ReportCommand, RunHtmlWritesThePageAndLeavesNoEventsBehind) {
-    std::string tmp = at("tmp");
-    fs::create_directories(tmp);
-    Outcome r = pc::test::run_command("TMPDIR=" + tmp + " " + PC_PLANECHECK + " run -q --html " + at("report.html") + " " +
-                                      PC_SCENARIOS + "/clean.yaml " + PC_SCENARIOS + "/mismatch.yaml 2>&1");
-    EXPECT_EQ(r.status, 1) << r.output; // the run's own status
-    std::string page = pc::test::read_file(at("report.html"));
-    EXPECT_NE(page.find("\"verdict\":\"failed\""), std::string::npos);
-    EXPECT_NE(page.find("mismatch.yaml"), std::string::npos);
-    EXPECT_TRUE(fs::is_empty(tmp)); // the temporary events file is gone
-}
-
-TEST_F(ReportCommand, RunHtmlWritesThePageWhenTheLibraryEndsTheProcess) {
+    const std::string s = std::string(PC_SCENARIOS) + "/";
     struct Ending {
-        const char *file, *how;
+        std::string files, page_has;
         int status;
     };
-    for (const Ending &e : {Ending{"unknown_table.yaml", "\"ended_how\":\"exit", 1}, Ending{"empty_batch.yaml", "\"ended_how\":\"signal 6", 134}}) {
-        std::string tmp = at(std::string("tmp-") + e.file), page_path = at(std::string(e.file) + ".html");
+    const Ending endings[] = {{s + "clean.yaml " + s + "mismatch.yaml", "mismatch.yaml", 1},
+                              {s + "unknown_table.yaml", "\"ended_how\":\"exit", 1},
+                              {s + "empty_batch.yaml", "\"ended_how\":\"signal 6", 134}};
+    int i = 0;
+    for (const Ending &e : endings) {
+        std::string tmp = at("tmp" + std::to_string(++i)), page_path = at(std::to_string(i) + ".html");
         fs::create_directories(tmp);
-        Outcome r = pc::test::run_command("TMPDIR=" + tmp + " " + PC_PLANECHECK + " run -q --html " + page_path + " " + PC_SCENARIOS +
-                                          "/" + e.file + " 2>&1");
-        EXPECT_EQ(r.status, e.status) << r.output; // the library's own ending stands
+        Outcome r = pc::test::run_command("TMPDIR=" + tmp + " " + PC_PLANECHECK + " run -q --html " + page_path + " " + e.files + " 2>&1");
+        EXPECT_EQ(r.status, e.status) << r.output;
         std::string page = pc::test::read_file(page_path);
-        EXPECT_NE(page.find("\"verdict\":\"failed\""), std::string::npos) << e.file;
-        EXPECT_NE(page.find(e.how), std::string::npos) << e.file;
-        EXPECT_TRUE(fs::is_empty(tmp)) << e.file;
+        EXPECT_TRUE(has(page, "\"verdict\":\"failed\"")) << e.files;
+        EXPECT_TRUE(has(page, e.page_has)) << e.files;
+        EXPECT_TRUE(fs::is_empty(tmp)) << e.files;
     }
 }
 
 TEST_F(ReportCommand, PagesThatCannotBeWrittenAndEventsOnStandardOutputAreRefused) {
-    Outcome unwritable = planecheck(std::string("run -q --html ") + at("no/such/dir/report.html") + " " + PC_SCENARIOS + "/clean.yaml");
-    EXPECT_EQ(unwritable.status, 2);
-    EXPECT_NE(unwritable.output.find("cannot write the HTML report to " + at("no/such/dir/report.html")), std::string::npos) << unwritable.output;
-    EXPECT_EQ(unwritable.output.find("step 1"), std::string::npos) << unwritable.output; // refused before any file ran
-    Outcome piped = planecheck(std::string("run -q --events - --html ") + at("report.html") + " " + PC_SCENARIOS + "/clean.yaml");
-    EXPECT_EQ(piped.status, 2);
-    EXPECT_NE(piped.output.find("--html reads the run's events back; give --events a file, not -"), std::string::npos) << piped.output;
+    const std::string clean = std::string(" ") + PC_SCENARIOS + "/clean.yaml";
+    pc::test::expect_says({
+        // refused before any file ran
+        {"run -q --html " + at("no/such/dir/report.html") + clean, 2, {"cannot write the HTML report to " + at("no/such/dir/report.html")},
+         {"step 1"}},
+        {"run -q --events - --html " + at("report.html") + clean, 2, {"--html reads the run's events back; give --events a file, not -"}},
+    });
 }
 
 } // namespace

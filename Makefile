@@ -4,7 +4,7 @@ PRESET ?= $(if $(CI),ci,default)
 JOBS ?= $(shell nproc)
 DEPS := cmake ninja-build g++ pkg-config libyaml-dev libfmt-dev libcli11-dev \
         libgtest-dev libgmock-dev libbenchmark-dev libsimdjson-dev libmimalloc-dev help2man dpkg-dev file \
-        python3-jsonschema python3-yaml python3 python3-pytest python3-pytest-xdist
+        python3-jsonschema python3-yaml python3 python3-pytest python3-pytest-xdist valgrind
 # node and npm install the YAML language server of the editor test; a node that brings its own npm will do.
 NODE_DEPS := $(if $(shell command -v npm),,nodejs npm)
 

@@ -217,7 +217,7 @@ void on_stop_signal(int signal) {
 // out here is safe; abort() then ends the process as it would have.
 void on_abort(int) {
     flush_all();
-    pc::coverage::write_before_abort(); // abort runs no exit hooks, where the report is written otherwise
+    pc::coverage::write_before_hard_end(); // abort runs no exit hooks, where the report is written otherwise
     write_abort_line();
     report_end(ending_how(true, SIGABRT), 128 + SIGABRT);
 }
@@ -275,6 +275,7 @@ void stop_if_requested() {
     if (!signal) return;
     flush_all();
     report_end(ending_how(true, signal), 128 + signal);
+    pc::coverage::write_before_hard_end(); // the signal raised again runs no exit hooks either
     std::signal(signal, SIG_DFL);
     std::raise(signal);
     std::_Exit(128 + signal); // only if the signal is blocked

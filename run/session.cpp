@@ -201,12 +201,10 @@ private:
         running_ = this;
         ending::set_end_report(end_of_process);
         std::string recorder_problem;
-        if (listed || !o_.recorder_dir.empty()) {
+        if (listed || !o_.recorder_dir.empty() || o_.jobs) {
             if (!listed) listed.emplace(FileSource::of_list(o_.files));
-            for (FileResult &r : run_in_processes(*listed, o_.file, o_.jobs, parts_fd_, recorder_problem, o_.recorder_dir))
-                model_.add(std::move(r));
-        } else if (o_.jobs) {
-            for (FileResult &r : run_in_processes(o_.files, o_.file, o_.jobs, parts_fd_, recorder_problem)) model_.add(std::move(r));
+            auto done = [this](FileResult r) { model_.add(std::move(r)); };
+            run_in_processes(*listed, o_.file, o_.jobs, parts_fd_, recorder_problem, done, o_.recorder_dir);
         } else {
             for (next_ = 0; next_ < o_.files.size(); ++next_) {
                 model_.add(run_one(o_.files[next_], o_.file));
@@ -342,15 +340,16 @@ private:
         return made != 0 ? 2 : status;
     }
 
-    // The library ends the process while a file of this run runs in it: the file is reported as
-    // ended, the files after it as not run, and every output of the run is written.
+    // The process ends in the middle of the run: the library ends it while a file runs in it, or a
+    // stop signal does (under -j, once the workers have told their files). The file running here
+    // is reported as ended, the files not started as not run, and every output of the run is written.
     static void end_of_process(const std::string &how, int status) {
         Session *s = running_;
         if (!s) return;
         running_ = nullptr;
         std::optional<FileResult> ended = end_running_file(how);
-        if (!s->o_.jobs && ended) { // workers: the parent is not ending by the library, and reports when they are done
-            s->report_the_rest(std::move(*ended));
+        if (ended || s->o_.jobs) {
+            s->report_the_rest(std::move(ended), how);
             if (!s->o_.junit.empty()) write_junit(s->o_.junit, s->model_.files(), s->seconds());
             s->tell_summary();
         }
@@ -358,11 +357,12 @@ private:
         if (!s->events_for_html_.empty()) unlink(s->events_for_html_.c_str());
     }
 
-    // The file the library ended in this process, and every file after it as not run.
-    void report_the_rest(FileResult ended) {
-        std::string why = fmt::format("not run: the run ended in {}", ended.ended_at);
-        model_.add(std::move(ended));
-        for (size_t i = next_ + 1; i < o_.files.size(); ++i) {
+    // The file ended in this process, if any, and every file the run had not started as not run.
+    void report_the_rest(std::optional<FileResult> ended, const std::string &how) {
+        if (ended) model_.add(std::move(*ended));
+        const FileResult *last = model_.files().empty() ? nullptr : &model_.files().back();
+        std::string why = last && last->ended ? fmt::format("not run: the run ended in {}", last->ended_at) : "not run: the run ended with " + how;
+        for (size_t i = model_.files().size(); i < o_.files.size(); ++i) {
             FileResult skipped;
             skipped.path = o_.files[i];
             skipped.not_started = why;

@@ -256,13 +256,13 @@ FileResult finish(const std::string &file, const FileSlot &s) {
 class Pool {
 public:
     Pool(FileSource &source, const Options &options, unsigned jobs, int recorder_fd, std::string &recorder_problem,
-         const std::string &recorder_dir)
+         const std::string &recorder_dir, const FileDone &done)
         : source_(source), options_(options), jobs_(std::max(jobs, 1u)), recorder_fd_(recorder_fd), recorder_problem_(recorder_problem),
-          recorder_dir_(recorder_dir) {}
+          recorder_dir_(recorder_dir), done_(done) {}
     Pool(const Pool &) = delete;
     Pool &operator=(const Pool &) = delete;
 
-    std::vector<FileResult> run() {
+    void run() {
         while (printed_ < next_ || ((next_ < files_.size() || !source_.ended()) && !ending::stop_signal())) {
             hand_out();
             if (ending::stop_signal() && !forwarded_) stop_busy_workers();
@@ -271,7 +271,6 @@ public:
         }
         close_workers();
         ending::stop_if_requested();
-        return std::move(results_);
     }
 
 private:
@@ -304,7 +303,6 @@ private:
         if (!has_room() || source_.next(path, false) != FileSource::Next::path) return false;
         files_.push_back(std::move(path));
         slots_.emplace_back();
-        results_.emplace_back();
         return true;
     }
 
@@ -438,17 +436,22 @@ private:
         workers_.clear();
     }
 
+    // The file's result goes to the run as soon as its records are told: a stop after it counts it.
     void complete(size_t i) {
         FileSlot &slot = slots_[i];
-        results_[i] = finish(files_[i], slot);
-        if (!slot.parts) return tell(results_[i], nullptr);
-        write_own_recorder(results_[i], *slot.parts);
-        tell(results_[i], slot.parts.get());
+        FileResult r = finish(files_[i], slot);
+        if (!slot.parts) {
+            tell(r, nullptr);
+            return done_(std::move(r));
+        }
+        write_own_recorder(r, *slot.parts);
+        tell(r, slot.parts.get());
         join_recorder_part(*slot.parts);
         merge_coverage_part(*slot.parts);
         if (slot.parts->empty_again()) spare_.push_back(std::move(slot.parts));
         slot = FileSlot{};
         slot.done = true;
+        done_(std::move(r));
     }
 
     // Tells the observer a file's records as its worker made them, placed in the joined recorder
@@ -508,7 +511,7 @@ private:
     std::string &recorder_problem_;
     const std::string recorder_dir_;
     std::vector<FileSlot> slots_;
-    std::vector<FileResult> results_;
+    const FileDone &done_;
     std::vector<Worker> workers_;
     std::vector<std::unique_ptr<Parts>> spare_;
     size_t next_ = 0, printed_ = 0;
@@ -517,9 +520,9 @@ private:
 };
 } // namespace
 
-std::vector<FileResult> run_in_processes(FileSource &files, const Options &options, unsigned jobs, int recorder_fd,
-                                         std::string &recorder_problem, const std::string &recorder_dir) {
-    return Pool(files, options, jobs, recorder_fd, recorder_problem, recorder_dir).run();
+void run_in_processes(FileSource &files, const Options &options, unsigned jobs, int recorder_fd, std::string &recorder_problem,
+                      const FileDone &done, const std::string &recorder_dir) {
+    Pool(files, options, jobs, recorder_fd, recorder_problem, recorder_dir, done).run();
 }
 
 std::string recorder_file_name(const std::string &path) {
@@ -527,12 +530,6 @@ std::string recorder_file_name(const std::string &path) {
     for (char &c : name)
         if (!std::isalnum(static_cast<unsigned char>(c)) && c != '.' && c != '-' && c != '_') c = '_';
     return name + ".rec";
-}
-
-std::vector<FileResult> run_in_processes(const std::vector<std::string> &files, const Options &options, unsigned jobs,
-                                         int recorder_fd, std::string &recorder_problem) {
-    FileSource listed = FileSource::of_list(files);
-    return run_in_processes(listed, options, jobs, recorder_fd, recorder_problem);
 }
 
 } // namespace pc::runner

@@ -6,23 +6,23 @@
 #include "file_run.hpp"
 #include "file_source.hpp"
 
+#include <functional>
 #include <string>
 #include <vector>
 
 namespace pc::runner {
 
-// Results in the order of `files`; each file's output is printed, in that order, as it completes.
-// A file that cannot be handed to a worker, or whose results cannot be read back, fails with the reason.
-// With a recorder descriptor, each file records into its own part, appended to it in file order at
-// the end; `recorder_problem` tells why that failed, when it did.
-std::vector<FileResult> run_in_processes(const std::vector<std::string> &files, const Options &options,
-                                         unsigned jobs, int recorder_fd, std::string &recorder_problem);
-// The same with files taken from `files` as they come: a worker gets each path as soon as one is
-// free, so the files given so far run while later paths are still being written.
+// Files taken from `files` as they come: a worker gets each path as soon as one is free, so the
+// files given so far run while later paths are still being written. Each file's output is
+// printed, and its result handed to `done`, in the order of the files as each completes. A file
+// that cannot be handed to a worker, or whose results cannot be read back, fails with the reason.
+// With a recorder descriptor, each file records into its own part, appended to it in file order;
+// `recorder_problem` tells why that failed, when it did.
 // With `recorder_dir`, each file's recorder goes to a file of its own there instead, named by
 // recorder_file_name and written before the file's last event is told.
-std::vector<FileResult> run_in_processes(FileSource &files, const Options &options, unsigned jobs, int recorder_fd,
-                                         std::string &recorder_problem, const std::string &recorder_dir = {});
+using FileDone = std::function<void(FileResult)>;
+void run_in_processes(FileSource &files, const Options &options, unsigned jobs, int recorder_fd, std::string &recorder_problem,
+                      const FileDone &done, const std::string &recorder_dir = {});
 
 // A file's recorder in a recorder folder: its path with each character other than a letter, a
 // digit, '.', '-' or '_' made '_', and ".rec" added (tests/a b.yaml: tests_a_b.yaml.rec).

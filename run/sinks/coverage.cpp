@@ -353,7 +353,7 @@ struct ExitTarget {
 ExitTarget exit_target;
 } // namespace
 
-void write_before_abort() {
+void write_before_hard_end() {
     if (exit_target.report) write_file(*exit_target.report, exit_target.path);
     exit_target = {};
 }

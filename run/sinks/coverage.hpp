@@ -77,8 +77,9 @@ bool write_file(const Report &report, const std::string &path);
 // Where the report is written if the library ends the process in the middle of a file (an
 // unknown table ends a run with exit status 1), so what ran until then is kept. Null: nowhere.
 void write_at_exit(const Report *report, const std::string &path);
-// Writes that report now, once: for an end that runs no exit hooks (an assertion's abort).
-void write_before_abort();
+// Writes that report now, once: for an end that runs no exit hooks (an assertion's abort, a stop
+// signal raised again).
+void write_before_hard_end();
 
 // "ENOENT", "DONT_CARE", or the number in hex for statuses without a name.
 std::string status_text(int32_t status);

@@ -16,6 +16,8 @@
 struct pc_document {
     pc::Arena arena;
     JSON_Value *root = nullptr;
+    // A JSON Lines reader keeps its header line in an arena of its own: it lives as long as the values.
+    std::unique_ptr<pc::load::DocumentReader> reader;
 };
 
 struct pc_scenario {
@@ -76,10 +78,12 @@ JSON_Value *load_json_lines(pc::load::DocumentReader &reader, pc::Arena &arena, 
 
 // The form by the file's name, as the scenario reader picks it: ".json" is JSON, ".jsonl" JSON
 // Lines, anything else YAML.
-JSON_Value *load_by_name(const std::string &path, pc::Arena &arena, pc::yaml::LoadError &error) {
+JSON_Value *load_by_name(const std::string &path, pc_document &document, pc::yaml::LoadError &error) {
     std::string_view name = path;
+    pc::Arena &arena = document.arena;
     if (!name.ends_with(".json") && !name.ends_with(".jsonl")) return pc::yaml::load_file(path, arena, error);
-    std::unique_ptr<pc::load::DocumentReader> reader = pc::load::open_document(path, error);
+    std::unique_ptr<pc::load::DocumentReader> &reader = document.reader;
+    reader = pc::load::open_document(path, error);
     bool empty = false;
     if (!reader || !reader->begin_document(empty, error)) return nullptr;
     if (empty) return pc::json::make_null(arena, {1, 1});
@@ -95,7 +99,7 @@ pc_document *pc_load_file(const char *path, pc_load_error *error) {
     auto *document = new (std::nothrow) pc_document;
     if (!document) return nullptr;
     pc::yaml::LoadError e;
-    return keep_root(document, load_by_name(path ? path : "", document->arena, e), error, e);
+    return keep_root(document, load_by_name(path ? path : "", *document, e), error, e);
 }
 
 pc_document *pc_load_string(const char *text, const char *name, pc_load_error *error) {

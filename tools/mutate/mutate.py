@@ -237,7 +237,7 @@ def try_mutant(args, journal, mutant):
     try:
         write_text(path, text[:begin] + mutant.new + text[end:])
         built, error = build(args)
-        hinted = args.hints.get(mutant.id)
+        hinted = load_hints(args.hints_file).get(mutant.id)  # read again: the earlier run may still be adding to it
         if not built:
             result.update(result="caught", by="build", detail=error)
         elif hinted and not (hint := test(args, only=hinted))[0]:
@@ -303,7 +303,7 @@ def main():
     args.build = os.path.abspath(args.build or os.path.join(args.tree, "build"))
 
     mutants = parse_table(args.table)
-    args.hints = load_hints(args.hints_file)
+    load_hints(args.hints_file)  # a hints file that cannot be read stops the run here
     if args.only:
         wanted = args.only.split(",")
         unknown = sorted(set(wanted) - {m.id for m in mutants})

@@ -232,7 +232,7 @@ private:
         std::string line = summary(model_.totals(), o_.file.check_only);
         if (o_.tap) {
             print_tap(model_.files(), o_.tap_out);
-            fmt::print(o_.tap_out, "# {}\n", line);
+            fmt::print(o_.tap_out, "# {}\n", tap_text(line, false));
         }
         if (!o_.tap || o_.tap_out != stdout) fmt::print(o_.summary, "{}\n", line);
         std::fflush(nullptr);

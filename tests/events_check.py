@@ -422,5 +422,24 @@ class AStopSignal(EventChecks):
                 self.assertTrue(1 < self.whole_records(recorded) < 300001)
                 self.assertEqual(recorded.find('"key_a": 999999,'), recorded.find('"key_a"'))  # the small file's record first
 
+class HostileText(EventChecks):
+    def test_names_and_findings_cannot_break_the_tap_stream(self):
+        """A "#" in a file name is no TODO, and a line break in a name or a finding starts no test point."""
+        with open(FAILING[0]) as f:
+            failing = f.read()
+        hashed = write(scratch("a # TODO b.yaml"), failing)
+        broken = write(scratch("line\nok 7 - break.yaml"), "steps:\n  - send: { test_if: [ { op: create, key_a: 1 } ] }\n")
+        injected = write(scratch("injected.yaml"), 'steps:\n  - send: { "x\\nnot ok 9 - injected\\nBail out!": [ {} ] }\n')
+        out = run("run", "-j", "2", "--tap", hashed, broken, injected)
+        self.assertEqual(out.returncode, 1, out.stderr)
+        parser = ('local $/; my $p = TAP::Parser->new({tap => <STDIN>}); 1 while $p->next; '
+                  'printf "%d %d %d %d %d\\n", $p->tests_run, scalar($p->passed), scalar($p->failed), scalar($p->todo), '
+                  'scalar($p->parse_errors); print "$_\\n" for $p->parse_errors;')
+        read = subprocess.run(["perl", "-MTAP::Parser", "-e", parser], input=out.stdout, capture_output=True, text=True)
+        self.assertEqual(read.stdout.splitlines()[0], "3 1 2 0 0", read.stdout + out.stdout)
+        self.assertIn("a \\# TODO b.yaml", out.stdout)
+        self.assertIn(":2: unknown table x\\nnot ok 9 - injected\\nBail out!\n", out.stdout)
+
+
 if __name__ == "__main__":
     unittest.main(verbosity=2)

@@ -3,6 +3,7 @@
 #include <fmt/format.h>
 
 #include <fstream>
+#include <string_view>
 
 namespace pc::runner {
 namespace {
@@ -42,6 +43,19 @@ std::string failure_message(const FileResult &r) {
 }
 
 } // namespace
+
+std::string tap_text(std::string_view s, bool description) {
+    std::string out;
+    out.reserve(s.size());
+    for (char c : s) {
+        if (description && (c == '#' || c == '\\')) out += '\\', out += c;
+        else if (c == '\n') out += "\\n";
+        else if (c == '\r') out += "\\r";
+        else if (static_cast<unsigned char>(c) < 0x20 || c == 0x7f) out += fmt::format("\\x{:02x}", static_cast<unsigned char>(c));
+        else out += c;
+    }
+    return out;
+}
 
 std::string without_location(const std::string &path, const std::string &line) {
     if (line.rfind(path + ":", 0) != 0) return line;
@@ -123,12 +137,12 @@ void print_tap(const std::vector<FileResult> &results, FILE *out) {
     for (size_t i = 0; i < results.size(); ++i) {
         const FileResult &r = results[i];
         if (!r.not_started.empty()) {
-            fmt::print(out, "ok {} - {} # SKIP {}\n", i + 1, r.path, r.not_started);
+            fmt::print(out, "ok {} - {} # SKIP {}\n", i + 1, tap_text(r.path, true), tap_text(r.not_started, false));
             continue;
         }
-        fmt::print(out, "{} {} - {} ({})\n", r.passed() ? "ok" : "not ok", i + 1, r.path, counts(r));
+        fmt::print(out, "{} {} - {} ({})\n", r.passed() ? "ok" : "not ok", i + 1, tap_text(r.path, true), counts(r));
         if (!r.passed())
-            for (const auto &f : r.findings) fmt::print(out, "# {}\n", f);
+            for (const auto &f : r.findings) fmt::print(out, "# {}\n", tap_text(f, false));
     }
 }
 

@@ -5,6 +5,7 @@
 
 #include <cstdio>
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace pc::runner {
@@ -19,6 +20,11 @@ struct Totals {
 
 // "1 mismatch", "2 mismatches"
 std::string plural(uint64_t n, const char *word);
+
+// Text for a TAP line, which is read a line at a time and reads a "#" in a test point's
+// description as the start of a directive (TODO, SKIP): line breaks and control characters become
+// visible escapes (\n, \x1b), and in a description a "#" or backslash is escaped with a backslash.
+std::string tap_text(std::string_view text, bool description);
 
 // "FILE:4: unknown table x" -> "unknown table x", for a line about the file at `path`
 std::string without_location(const std::string &path, const std::string &line);

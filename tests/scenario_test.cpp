@@ -92,7 +92,8 @@ TEST(Scenario, AnExpectJudgesTheStepsSinceTheLastOneAndAnInactiveStepRunsNothing
                                         "  - expect: { mismatches: 1 }\n",
                                         &steps);
     EXPECT_FALSE(r.invalid) << r.error;
-    EXPECT_EQ(r.failed_steps, 1u);
+    EXPECT_EQ(r.failed_steps, 2u); // the mismatch's step, though an expect: accounted for it, and the failed expect
+    EXPECT_EQ(r.failures, 1u);     // the failed expect: fails the file
     EXPECT_FALSE(r.passed());
     using pc::runner::StepStatus;
     EXPECT_EQ(steps.seen, (std::vector<StepStatus>{StepStatus::failed, StepStatus::passed, StepStatus::not_run, StepStatus::failed}));

@@ -91,6 +91,12 @@ TEST_F(Folders, AFolderWithoutScenariosIsAnErrorAndFilesBesideFoldersKeepTheirPl
     Result mixed = planecheck("run -j 2 " + first + " " + dir_ + "/suite " + first);
     EXPECT_EQ(mixed.status, 0) << mixed.output;
     EXPECT_EQ(files_run(mixed, dir_), (std::vector<std::string>{"first.yaml", "suite/s.yaml", "first.yaml"})) << mixed.output;
+
+    fs::create_symlink(dir_ + "/gone.yaml", dir_ + "/suite/dangling.yaml"); // a suite file that cannot be read is no pass
+    Result dangling = planecheck("run " + dir_ + "/suite");
+    EXPECT_EQ(dangling.status, 2) << dangling.output;
+    EXPECT_TRUE(has(dangling, dir_ + "/suite/dangling.yaml: cannot open")) << dangling.output;
+    EXPECT_TRUE(has(dangling, "INVALID: 2 files")) << dangling.output;
 }
 
 using Refusals = Scratch;

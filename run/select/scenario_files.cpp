@@ -24,7 +24,10 @@ bool scenarios_under(const std::string &directory, std::vector<std::string> &fou
             it.disable_recursion_pending();
             continue;
         }
-        if (it->is_regular_file(ec) && is_scenario_name(it->path().filename().string())) found.push_back(it->path().string());
+        // Anything by a scenario's name but a folder is the suite's: a dangling link or a file that
+        // cannot be read fails when it runs, with its path, rather than being left out.
+        std::error_code kind;
+        if (!it->is_directory(kind) && is_scenario_name(it->path().filename().string())) found.push_back(it->path().string());
     }
     if (ec) {
         error = fmt::format("{}: cannot read the directory: {}", directory, ec.message());

@@ -11,6 +11,7 @@
 #include <chrono>
 #include <cstring>
 #include <ctime>
+#include <sys/stat.h>
 #include <unistd.h>
 
 namespace pc::report {
@@ -49,18 +50,45 @@ std::string read_coverage(const std::vector<std::string> &files, bool &complete)
     return read ? coverage_json(merged) : "";
 }
 
+// The file named earlier that `file` is (the same file by another name too), or "".
+std::string given_before(const std::string &file, std::vector<std::pair<std::string, struct stat>> &seen) {
+    struct stat s {};
+    if (file == "-" || stat(file.c_str(), &s) != 0) return "";
+    for (const auto &[name, earlier] : seen)
+        if (earlier.st_dev == s.st_dev && earlier.st_ino == s.st_ino) return name;
+    seen.emplace_back(file, s);
+    return "";
+}
+
+// A stream without its run's start or end draws a run that is not all there: say which.
+void name_incomplete_streams(const Run &run) {
+    for (const Stream &s : run.streams) {
+        if (s.version.empty() && s.started.empty()) fmt::print(stderr, "planecheck: the events file {} holds no run (no run_start event)\n", s.source);
+        else if (!s.finished) fmt::print(stderr, "planecheck: the events file {} is cut short (no run_end event)\n", s.source);
+    }
+}
+
+int status_of(const std::string &verdict) { return verdict == "passed" ? 0 : verdict == "failed" ? 1 : 2; }
+
 } // namespace
 
 int report_command(const ReportRequest &request) {
     Run run;
     EventReader reader(run);
     bool complete = true;
+    std::vector<std::pair<std::string, struct stat>> seen;
     for (const auto &file : request.events) {
+        if (std::string earlier = given_before(file, seen); !earlier.empty()) {
+            fmt::print(stderr, "planecheck: the events file {} is {} given again; each stream is read once\n", file, earlier);
+            complete = false;
+            continue;
+        }
         if (reader.read_file(file)) continue;
         fmt::print(stderr, "planecheck: cannot read the events file {}: {}\n", file, std::strerror(errno));
         complete = false;
     }
     for (const auto &p : run.problems) fmt::print(stderr, "{}\n", p);
+    name_incomplete_streams(run);
     complete &= run.problems.empty();
     read_excerpts(run);
     std::string coverage = read_coverage(coverage_files(request, run), complete);
@@ -68,7 +96,7 @@ int report_command(const ReportRequest &request) {
         fmt::print(stderr, "planecheck: cannot write the report to {}: {}\n", request.html, std::strerror(errno));
         return 2;
     }
-    return complete ? 0 : 2;
+    return complete ? status_of(run.verdict()) : 2;
 }
 
 } // namespace pc::report

@@ -13,9 +13,9 @@ struct ReportRequest {
     std::vector<std::string> coverage; // coverage reports; empty: those the runs wrote, if any
 };
 
-// Reads, writes the page, prints problems as "FILE:LINE: message"; returns the exit status:
-// 0 written, 2 when an events or coverage file could not be read (the page still shows the rest)
-// or the page could not be written.
+// Reads, writes the page, prints problems as "FILE:LINE: message"; returns the exit status the
+// page shows (0 passed, 1 failed, 2 invalid), or 2 when an events or coverage file could not be
+// read or was given twice (the page still shows the rest) or the page could not be written.
 int report_command(const ReportRequest &request);
 
 } // namespace pc::report

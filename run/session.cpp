@@ -332,12 +332,12 @@ private:
     }
 
     // The HTML report of the events written, as a last output of the run. The run's status stands
-    // unless the page cannot be made in full.
+    // unless the page cannot be made in full (2; the page's own verdict is the run's).
     int write_html_report(int status) {
         if (html_.empty()) return status;
         std::string page = std::exchange(html_, "");
         int made = o_.write_html ? o_.write_html(o_.events, page) : 2;
-        return made != 0 ? 2 : status;
+        return made == 2 ? 2 : status;
     }
 
     // The process ends in the middle of the run: the library ends it while a file runs in it, or a

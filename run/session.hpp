@@ -32,7 +32,8 @@ struct RunRequest {
     bool handlers = true;             // exit, abort and stop-signal handlers in this process
     RunObserver *observer = nullptr;  // told every record, beside the run's own outputs
     FILE *summary = stdout;           // where the summary line goes (TAP and --events - move it)
-    // Makes the HTML page of an events file; the report room provides it (0: written).
+    // Makes the HTML page of an events file; the report provides it (2: not made in full, else the
+    // status of the verdict it shows).
     std::function<int(const std::string &events, const std::string &page)> write_html;
 };
 

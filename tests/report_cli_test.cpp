@@ -40,6 +40,28 @@ TEST_F(ReportCommand, UnusableEventLinesAreNamedAndThePageIsStillWritten) {
     EXPECT_NE(page.find("clean.yaml"), std::string::npos);
 }
 
+// A stream is merged once, and one without its start or end is named; the page's verdict is the status.
+TEST_F(ReportCommand, StreamsGivenTwiceEmptyOrCutAreNamedAndTheStatusIsThePages) {
+    std::string failing = at("failing.events"), empty = at("empty.events"), cut = at("cut.events");
+    ASSERT_EQ(planecheck("run -q --events " + failing + " " + PC_SCENARIOS + "/mismatch.yaml").status, 1);
+    Outcome once = planecheck("report " + failing + " --html " + at("once.html"));
+    EXPECT_EQ(once.status, 1) << once.output; // as the page: failed
+    fs::create_symlink(failing, at("again.events"));
+    Outcome twice = planecheck("report " + failing + " " + at("again.events") + " --html " + at("twice.html"));
+    EXPECT_EQ(twice.status, 2) << twice.output;
+    EXPECT_TRUE(has(twice, "the events file " + at("again.events") + " is " + failing + " given again")) << twice.output;
+    const std::string drawn = "mismatch.yaml\",\"name\":\"mismatch\",\"status\"";
+    EXPECT_EQ(pc::test::text::count(pc::test::read_file(at("twice.html")), drawn), pc::test::text::count(pc::test::read_file(at("once.html")), drawn));
+    EXPECT_EQ(pc::test::text::count(pc::test::read_file(at("once.html")), drawn), 1u);
+    std::ofstream(empty).flush();
+    std::string text = pc::test::read_file(failing);
+    std::ofstream(cut) << text.substr(0, text.find("{\"schema\":1,\"event\":\"run_end\""));
+    Outcome partial = planecheck("report " + empty + " " + cut + " --html " + at("partial.html"));
+    EXPECT_EQ(partial.status, 1) << partial.output;
+    EXPECT_TRUE(has(partial, "the events file " + empty + " holds no run (no run_start event)")) << partial.output;
+    EXPECT_TRUE(has(partial, "the events file " + cut + " is cut short (no run_end event)")) << partial.output;
+}
+
 // The page is written, and the temporary events file removed, when the run ends and when the library
 // ends the process; the run's own status stands.
 TEST_F(ReportCommand, RunHtmlWritesThePageAndLeavesNoEventsBehind) {

@@ -7,7 +7,7 @@ the build or a test fails, "survived" when everything passes, and "not applicabl
 snippet is no longer in the tree (code moved on). The file is always restored, also on Ctrl-C or
 SIGTERM, and a journal in the build directory restores it after a harder stop on the next start.
 
-    nice -n 19 tools/mutate/mutate.py --tree . --out tools/mutate/baseline.json
+    nice -n 19 tools/mutate/mutate.py --tree . --out tools/mutate/before.json
     tools/mutate/mutate.py --list
     tools/mutate/mutate.py --only engine.op-code-range,sink.junit-system-out --tests 'Cli|Events'
     tools/mutate/mutate.py --hints tools/mutate/before.json --out tools/mutate/after.json

@@ -198,7 +198,9 @@ struct Converter {
     }
 
     // A status written as text is a number or a status name. The send path converts "rc" twice,
-    // before and after the operation, deliberately; the same misspelling is reported once.
+    // before and after the operation, deliberately; the same misspelling is reported once. "The
+    // same" is the same value with no value error counted since: a later file (or a fresh
+    // session) may hold a value at the same address and position, and is told again.
     bool status_text_readable(const JSON_Value *v, const std::string &name) {
         const char *s = json_value_get_string(v);
         int32_t status;
@@ -210,18 +212,21 @@ struct Converter {
             const PROCESS *context;
             const JSON_Value *value;
             uint32_t line, column;
+            uint64_t value_errors; // counted after it was told
             bool operator==(const Refused &) const = default;
         };
+        auto value_errors = [&] { return context && context->session ? context->session->value_errors() : ~uint64_t(0); };
         static thread_local Refused last{};
-        Refused now{context, v, pc_json_line(v), pc_json_column(v)};
+        Refused now{context, v, pc_json_line(v), pc_json_column(v), value_errors()};
         ok = false;
         if (now == last) return false;
-        last = now;
         std::vector<std::string_view> names = status_name_list();
         std::string list;
         for (std::string_view n : names) list += (list.empty() ? "" : ", ") + std::string(n);
         report_value_error(context, v, name, "'" + std::string(s) + "' is neither a number nor a status name (" + list +
                                            "); it reads as 0 (EOK)" + did_you_mean(s, names));
+        last = now;
+        last.value_errors = value_errors();
         return false;
     }
 

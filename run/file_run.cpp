@@ -26,6 +26,7 @@
 #include <optional>
 #include <sched.h>
 #include <set>
+#include <span>
 #include <sys/stat.h>
 #include <string_view>
 
@@ -36,8 +37,8 @@ double ms_since(std::chrono::steady_clock::time_point start) {
     return std::chrono::duration<double, std::milli>(std::chrono::steady_clock::now() - start).count();
 }
 
-template <size_t N> bool listed(const char *const (&names)[N], std::string_view name) {
-    return std::find(std::begin(names), std::end(names), name) != std::end(names);
+bool listed(std::span<const char *const> names, std::string_view name) {
+    return std::find(names.begin(), names.end(), name) != names.end();
 }
 
 class FileRun {
@@ -642,8 +643,9 @@ private:
         if (times && (!pc_json_get_int64(times, &n) || n < 1 || n > 1000000))
             return fail_at(times, "times: is a whole number from 1 to 1000000");
         bool inject = kind == v::kStepInject;
+        std::span<const char *const> fields = inject ? std::span(v::kInjectFields) : std::span(v::kNpuResultFields);
         for (size_t i = 0; i < json_object_get_count(o); ++i)
-            if (inject ? !listed(v::kInjectFields, json_object_get_name(o, i)) : !listed(v::kNpuResultFields, json_object_get_name(o, i)))
+            if (!listed(fields, json_object_get_name(o, i)))
                 return fail_at(json_object_get_value_at(o, i), fmt::format("{}: has no '{}'", kind, json_object_get_name(o, i)));
         if (inject) {
             const JSON_Value *status = json_object_get_value(o, v::kStepFieldStatus);

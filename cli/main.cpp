@@ -74,6 +74,8 @@ int main(int argc, char **argv) {
     run->add_flag("--tap", run_options.tap, "print a TAP stream on standard output: one test point per scenario file");
     run->add_flag("--strict", run_options.file.strict,
                   "refuse (exit 2) a file that planecheck check fails, and fail a step that ran nothing (an inactive type)");
+    run->add_flag("--allow-skipped", run_options.allow_skipped,
+                  "exit 0 when every file was skipped (no step in it ran anything); without it such a run exits 1");
     run->add_option("--events", run_options.events,
                     "write the run's events to FILE as JSON Lines, one per line as it happens (- for standard output; "
                     "the step lines and the summary then go to standard error)");

@@ -104,6 +104,7 @@ struct EventDispatch {
         f.ended_how = e.end.ended_how;
         f.ended_at = e.end.ended_at;
         f.last_error = e.end.last_error;
+        f.reason = !e.end.skipped.empty() ? e.end.skipped : e.end.not_started;
         r.keep_unclaimed(e.file);
     }
 

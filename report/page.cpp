@@ -98,6 +98,7 @@ void add_file(Out &out, const FileRecord &f) {
     fmt::format_to(std::back_inserter(out), "\"finished\":{},\"duration\":{:.3f},", f.finished, f.duration);
     add_text(out, "error", f.error);
     add_text(out, "ended_how", f.ended_how);
+    add_text(out, "reason", f.reason);
     add_text(out, "ended_at", f.ended_at);
     add_text(out, "last_error", f.last_error);
     out += "\"findings\":";
@@ -144,8 +145,8 @@ std::string run_json(const Run &run, const std::string &made_at) {
     add_text(out, "verdict", run.verdict());
     add_text(out, "made", made_at);
     add_counts(out, run.totals());
-    fmt::format_to(std::back_inserter(out), "\"files\":{},\"failed_files\":{},\"duration\":{:.3f},\"problems\":", run.files.size(),
-                   run.failed_files(), run.duration());
+    fmt::format_to(std::back_inserter(out), "\"files\":{},\"failed_files\":{},\"skipped_files\":{},\"duration\":{:.3f},\"problems\":",
+                   run.files.size(), run.failed_files(), run.skipped_files(), run.duration());
     add_texts(out, run.problems);
     out += ",\"streams\":[";
     for (size_t i = 0; i < run.streams.size(); ++i) {

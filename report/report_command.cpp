@@ -68,7 +68,12 @@ void name_incomplete_streams(const Run &run) {
     }
 }
 
-int status_of(const std::string &verdict) { return verdict == "passed" ? 0 : verdict == "failed" ? 1 : 2; }
+// A run that skipped every file fails, as the run itself did, unless it was allowed to.
+int status_of(const Run &run) {
+    std::string verdict = run.verdict();
+    if (verdict == "skipped") return run.allowed_to_skip() ? 0 : 1;
+    return verdict == "passed" ? 0 : verdict == "failed" ? 1 : 2;
+}
 
 } // namespace
 
@@ -96,7 +101,7 @@ int report_command(const ReportRequest &request) {
         fmt::print(stderr, "planecheck: cannot write the report to {}: {}\n", request.html, std::strerror(errno));
         return 2;
     }
-    return complete ? status_of(run.verdict()) : 2;
+    return complete ? status_of(run) : 2;
 }
 
 } // namespace pc::report

@@ -23,7 +23,17 @@ std::string Run::verdict() const {
         invalid |= f.status == "invalid";
         failed |= f.failing();
     }
-    return invalid ? "invalid" : failed ? "failed" : "passed";
+    if (invalid) return "invalid";
+    if (failed) return "failed";
+    return !files.empty() && skipped_files() == files.size() ? "skipped" : "passed";
+}
+
+bool Run::allowed_to_skip() const {
+    return std::all_of(streams.begin(), streams.end(), [](const Stream &s) { return s.finished && s.exit_status == 0; });
+}
+
+uint64_t Run::skipped_files() const {
+    return uint64_t(std::count_if(files.begin(), files.end(), [](const FileRecord &f) { return f.status == "skipped"; }));
 }
 
 // Added up from the files, so that shards merge and a stream cut short still counts what it

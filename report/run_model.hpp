@@ -45,10 +45,11 @@ struct FileRecord {
     double duration = 0;
     std::string error;                          // an invalid file's FILE:LINE:COL: message
     std::string ended_how, ended_at, last_error; // a file the library ended
+    std::string reason;                         // why it was skipped, or not run
     std::vector<StepRecord> steps;
     std::vector<Finding> findings; // about the whole file, or of a step whose event never came
     Excerpt excerpt;               // around the error of an invalid file or the end of an ended one
-    bool failing() const { return status != "passed"; }
+    bool failing() const { return status != "passed" && status != "skipped"; }
 };
 
 // One event stream: the run (or shard) that wrote it.
@@ -68,9 +69,12 @@ struct Run {
     std::vector<FileRecord> files;
     std::vector<std::string> problems; // "FILE:LINE: message" for each line that could not be used
 
-    // Over all streams: the worst verdict ("invalid" over "failed" over "passed"); a stream cut
-    // short counts as failed.
+    // Over all streams: the worst verdict ("invalid" over "failed" over "skipped", when every
+    // file was, over "passed"); a stream cut short counts as failed.
     std::string verdict() const;
+    // Every stream ended and exited 0: its run was allowed to skip every file.
+    bool allowed_to_skip() const;
+    uint64_t skipped_files() const;
     Counts totals() const;
     uint64_t failed_files() const;
     double duration() const; // the longest stream's: shards run side by side

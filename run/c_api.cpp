@@ -48,13 +48,13 @@ public:
         pc_runner_event e{};
         e.file = f.path.c_str(), e.mismatches = f.mismatches, e.value_errors = f.value_errors, e.steps = f.steps;
         e.status = file_status(f);
-        e.text = f.invalid ? f.error.c_str() : !f.not_started.empty() ? f.not_started.c_str() : nullptr;
+        e.text = f.invalid ? f.error.c_str() : !f.not_started.empty() ? f.not_started.c_str() : f.was_skipped() ? f.skipped.c_str() : nullptr;
         emit("file_end", file_end_event(f, rfc3339_now()), e);
     }
     void run_end(const Totals &t, int status) override {
         pc_runner_event e{};
         e.mismatches = t.mismatches, e.value_errors = t.value_errors, e.steps = t.steps;
-        e.status = status == 0 ? "passed" : status == 1 ? "failed" : "invalid";
+        e.status = run_verdict(t);
         emit("run_end", run_end_event(t, 0, status, rfc3339_now()), e);
     }
 
@@ -131,6 +131,7 @@ int pc_runner_run(pc_runner *runner) {
     request.shard = o.shard ? o.shard : "";
     request.ci_environment = o.ci_environment;
     request.handlers = o.handlers;
+    request.allow_skipped = o.allow_skipped;
     request.observer = &runner->callback;
     auto output = [&](const char *name) {
         auto it = runner->outputs.find(name);

@@ -192,8 +192,9 @@ std::optional<StepRecord> account_ending(FileResult &file, const Trail &t, const
     file.duration_ms = ms_since(t.file_started);
     add_ending_findings(file, t);
     if (!t.step) return std::nullopt;
-    count_step(file, StepStatus::ended);
-    return ended_step(t, records_end);
+    StepRecord step = ended_step(t, records_end);
+    count_step(file, step);
+    return step;
 }
 
 } // namespace pc::runner

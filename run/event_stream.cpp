@@ -110,6 +110,7 @@ void file_end_of(const object &e, Event &event) {
     f.invalid = event.status == "invalid";
     f.error = text_of(e, "error");
     if (event.status == "not_run") f.not_started = text_of(e, "reason");
+    if (event.status == "skipped") f.skipped = text_of(e, "reason");
     object ended;
     if (e["ended"].get(ended) != simdjson::SUCCESS) return;
     f.ended = true;
@@ -135,6 +136,7 @@ void run_end_of(const object &e, RunEnded &r) {
     Totals &t = r.totals;
     t.files = count_of(e, "files");
     t.failed_files = count_of(e, "failed_files");
+    t.files_skipped = count_of(e, "skipped_files");
     t.steps = count_of(e, "steps");
     t.not_run = count_of(e, "not_run");
     t.mismatches = count_of(e, "mismatches");
@@ -207,7 +209,11 @@ void take_totals(const Event &e, FileResult &r) {
     std::vector<Finding> findings = std::move(r.finding_records);
     std::vector<std::string> lines = std::move(r.findings);
     std::string name = r.name;
+    size_t acting = r.acting_steps;
+    std::vector<std::string> idle = std::move(r.idle_steps);
     r = e.end;
+    r.acting_steps = acting;
+    r.idle_steps = std::move(idle);
     r.path = e.file;
     r.name = name;
     r.step_records = std::move(steps);
@@ -230,7 +236,7 @@ void read_file_events(std::string_view text, EventDecoder &decoder, FileEvents &
         if (e.kind != EventKind::other && e.file != r.path) into.problem = fmt::format("an event of {} among those of {}", e.file, r.path);
         else if (e.kind == EventKind::file_start) r.name = e.name;
         else if (e.kind == EventKind::finding) r.finding_records.push_back(e.finding), r.add_finding(finding_line(r.path, e.finding));
-        else if (e.kind == EventKind::step) r.step_records.push_back(e.step), count_step(r, e.step.status);
+        else if (e.kind == EventKind::step) r.step_records.push_back(e.step), count_step(r, e.step);
         else if (e.kind == EventKind::file_end) take_totals(e, r), into.complete = true;
     }
 }

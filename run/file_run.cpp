@@ -126,9 +126,9 @@ private:
         record_ = {};
         step_m_ = mismatches();
         step_v_ = value_errors();
-        if (!observer()) return;
         record_.number = step.number;
         record_.line = step.line;
+        if (!observer()) return;
         record_.kind = "unknown";
         record_start_ = std::chrono::steady_clock::now();
         if (pc::recorder::enabled()) record_.records_start = int64_t(pc::recorder::position());
@@ -149,7 +149,7 @@ private:
         else if (record_.status == StepStatus::passed && record_.mismatches + record_.value_errors + step_problems_ > 0)
             record_.status = StepStatus::failed;
         step_problems_ = 0;
-        count_step(result_, record_.status);
+        count_step(result_, record_);
         if (!observer()) return;
         record_.duration_ms = ms_since(record_start_);
         if (record_.records_start >= 0) record_.records_end = int64_t(pc::recorder::position());
@@ -403,6 +403,7 @@ private:
         if (sdk && k != v::kStepSend) return fail_at(sdk, "sdk: answers a send: in the same step, not a " + k + ":");
         if (std::string p = refuse_unserved(kind, body, sdk); !p.empty()) return p;
         if (observer()) name_step(k, body); // without one, a big file's steps cost nothing more
+        else record_.kind = k;              // but a file is skipped by its steps' kinds
         if (k == v::kStepSend) return send(step, body, sdk);
         if (k == v::kStepDump) return dump(step, body);
         if (k == v::kStepInject || k == v::kStepNpuResult) return arm(step, k, body);
@@ -478,6 +479,7 @@ private:
         std::string line = fmt::format("{}:{}: step {} {} {}: {}: nothing ran", result_.path, step.line, step.number,
                                        label_.substr(0, label_.find(' ')), type, inactive_text(context_.process.object_set));
         record_.status = StepStatus::not_run;
+        note_idle(without_location(result_.path, line));
         if (options_.strict) {
             ++result_.failures;
             result_.add_finding(line + " (--strict)");
@@ -622,6 +624,8 @@ private:
         if (result == -1) {
             label += " (not run: another router type)";
             ++result_.not_run;
+            record_.status = StepStatus::not_run;
+            note_idle(fmt::format("step {} {}", step.number, label));
         }
         if (result != -1 && options_.coverage) note_records(o, coverage::kDump);
         report(step, label, mismatches() - before_m, value_errors() - before_v);
@@ -752,6 +756,17 @@ private:
         return "";
     }
 
+    // The first step that stood aside says why, should the whole file have tested nothing.
+    void note_idle(const std::string &why) {
+        if (record_.label.empty()) record_.label = label_; // named here too when no observer named the step
+        if (first_idle_.empty()) first_idle_ = why;
+    }
+
+    void note_skipped() {
+        if (options_.check_only || result_.acting_steps || !result_.passed()) return;
+        result_.skipped = first_idle_.empty() ? "no step sent or dumped anything" : first_idle_;
+    }
+
     void report(const Step &step, const std::string &label, uint64_t m, uint64_t v) {
         step_passed_ = m + v == 0;
         if (options_.quiet && m + v == 0) return;
@@ -768,6 +783,7 @@ private:
         result_.mismatches = mismatches();
         result_.value_errors = value_errors();
         result_.duration_ms = ms_since(started_);
+        note_skipped();
         clear_progress();
         std::fflush(options_.steps);
         finish_observing();
@@ -790,6 +806,7 @@ private:
     uint32_t current_line_ = 0;
     const JSON_Value *problem_at_ = nullptr;
     uint64_t accounted_m_ = 0, accounted_v_ = 0;
+    std::string first_idle_;    // the first step that ran nothing, as its line says it
     StepRecord record_;         // the step running now
     std::chrono::steady_clock::time_point started_ = std::chrono::steady_clock::now(), record_start_;
     uint64_t step_m_ = 0, step_v_ = 0;
@@ -884,6 +901,14 @@ std::optional<FileResult> end_running_file(const std::string &how) {
 const char *status_name(StepStatus status) {
     static const char *const names[] = {"passed", "failed", "not_run", "invalid", "ended"};
     return names[int(status)];
+}
+
+void count_step(FileResult &file, const StepRecord &step) {
+    file.failed_steps += step.status == StepStatus::failed || step.status == StepStatus::ended;
+    bool sends = step.kind == pc::vocabulary::kStepSend || step.kind == pc::vocabulary::kStepDump;
+    file.acting_steps += sends && step.status != StepStatus::not_run;
+    if (step.status == StepStatus::not_run && file.idle_steps.size() < FileResult::kMaxFindings)
+        file.idle_steps.push_back(fmt::format("step {} (line {}) {}", step.number, step.line, step.label));
 }
 
 const char *kind_name(FindingKind kind) {

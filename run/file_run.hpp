@@ -119,6 +119,9 @@ struct FileResult {
     uint64_t value_errors = 0;
     uint64_t expected = 0;   // mismatches and value errors that expect: steps accounted for
     size_t not_run = 0;      // steps that did nothing (an inactive type)
+    size_t acting_steps = 0; // send and dump steps that did something
+    std::string skipped;     // why nothing in the file was tested, when no step did anything
+    std::vector<std::string> idle_steps; // "step 3 (line 12) send l3intf" for each step that ran nothing
     uint64_t problems = 0;   // check findings that fail the check
     uint64_t warnings = 0;   // check findings that do not
     bool invalid = false;    // the file could not be read or is not a valid scenario
@@ -141,12 +144,13 @@ struct FileResult {
         else if (findings.size() == kMaxFindings) findings.push_back("... (more findings are left out)");
     }
     bool passed() const { return !invalid && !ended && not_started.empty() && failures == 0 && problems == 0 && mismatches + value_errors == expected; }
+    // Passed, yet tested nothing: it is told apart from a file that passed.
+    bool was_skipped() const { return passed() && !skipped.empty(); }
 };
 
-// A step that did not pass counts among its file's failed steps: an ended one too.
-inline void count_step(FileResult &file, StepStatus status) {
-    file.failed_steps += status == StepStatus::failed || status == StepStatus::ended;
-}
+// A step that did not pass counts among its file's failed steps: an ended one too. A send or dump
+// step that did not stand aside counts as acting: a file without one tested nothing.
+void count_step(FileResult &file, const StepRecord &step);
 
 FileResult run_file(const std::string &path, const Options &options);
 // At an end of the process while a file runs (`how`: "exit status 1"): the running step and the

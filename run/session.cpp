@@ -29,7 +29,10 @@ void RunModel::add(FileResult result) {
     files_.push_back(std::move(result));
 }
 
-int RunModel::exit_status() const { return totals_.invalid ? 2 : totals_.failed_files ? 1 : 0; }
+int RunModel::exit_status(bool allow_skipped) const {
+    if (totals_.invalid) return 2;
+    return totals_.failed_files || (nothing_tested(totals_) && !allow_skipped) ? 1 : 0;
+}
 
 std::string platform_name() {
     const Platform &platform = linked_platform();
@@ -83,6 +86,8 @@ bool take_shard(RunRequest &o) {
     }
     std::vector<std::string> kept;
     for (size_t k = i - 1; k < o.files.size(); k += n) kept.push_back(o.files[k]);
+    // more shards than files: this one passes with nothing to do, and says so
+    if (kept.empty()) fmt::print(stderr, "planecheck: shard {} has no files: the run has {}\n", o.shard, plural(o.files.size(), "file"));
     o.files = std::move(kept);
     return true;
 }
@@ -224,7 +229,7 @@ private:
         }
         tell_summary();
         if (!recorded) return 2;
-        return model_.exit_status();
+        return model_.exit_status(o_.allow_skipped);
     }
 
     // TAP and the summary line, from the model.

@@ -21,6 +21,7 @@ struct RunRequest {
     std::string html;                 // the HTML report, made from the events when the run is over
     std::vector<std::string> command; // argv, for the events
     bool tap = false;
+    bool allow_skipped = false;       // a run whose every file was skipped passes
     FILE *tap_out = stdout;
     unsigned jobs = 0;                // 0: all files in this process, one after the other
     bool jobs_chosen = false;         // 0 was asked for: JUnit and TAP do not move the files to a worker
@@ -47,8 +48,9 @@ public:
     void add(FileResult result);
     const std::vector<FileResult> &files() const { return files_; }
     const Totals &totals() const { return totals_; }
-    // 0 passed, 1 failed, 2 invalid (a file could not be read or is not a scenario)
-    int exit_status() const;
+    // 0 passed, 1 failed or (unless allowed) every file skipped, 2 invalid (a file could not be
+    // read or is not a scenario)
+    int exit_status(bool allow_skipped) const;
 
 private:
     std::vector<FileResult> files_;

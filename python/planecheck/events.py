@@ -9,7 +9,7 @@ from .model import Ended, FileResult, Finding, Run, Step
 SCHEMA = 1
 FILE_COUNTS = ("steps", "failed_steps", "not_run", "mismatches", "value_errors", "expected",
                "problems", "warnings")
-RUN_TOTALS = ("files", "failed_files", "steps", "not_run", "mismatches", "value_errors",
+RUN_TOTALS = ("files", "failed_files", "skipped_files", "steps", "not_run", "mismatches", "value_errors",
               "expected", "problems", "warnings", "duration")
 
 
@@ -90,6 +90,7 @@ class RunBuilder:
         result.duration = event.get("duration", 0.0)
         result.counts = {name: event[name] for name in FILE_COUNTS if name in event}
         result.error = event.get("error")
+        result.reason = event.get("reason")
         ended = event.get("ended")
         if ended:
             result.ended = Ended(how=ended["how"], at=ended["at"], step=ended.get("step"),

@@ -66,10 +66,15 @@ class FileResult:
     duration: float = 0.0
     error: Optional[str] = None
     ended: Optional[Ended] = None
+    reason: Optional[str] = None  # why it was skipped (nothing in it ran) or not run
 
     @property
     def passed(self) -> bool:
         return self.status == "passed"
+
+    @property
+    def skipped(self) -> bool:
+        return self.status == "skipped"
 
     @property
     def failed_steps(self) -> list[Step]:

@@ -41,7 +41,7 @@
     return el('span', { className: 'badge status-' + status, text: statusWord(status) });
   }
 
-  function failing(f) { return f.status !== 'passed'; }
+  function failing(f) { return f.status !== 'passed' && f.status !== 'skipped'; }
   function rowFailing(file, i) { return Object.prototype.hasOwnProperty.call(file.details, i); }
 
   // A long command line (a suite's thousands of files) is shown cut, and whole when opened.
@@ -53,6 +53,13 @@
       el('code', { text: text })]);
   }
 
+  function fileParts(run) {
+    var parts = [];
+    if (run.failed_files) parts.push(run.failed_files + ' failed');
+    if (run.skipped_files) parts.push(run.skipped_files + ' skipped');
+    return parts.length ? ' (' + parts.join(', ') + ')' : '';
+  }
+
   // ---- header --------------------------------------------------------------------------------
 
   function renderHeader() {
@@ -62,7 +69,7 @@
     verdict.className = 'verdict status-' + run.verdict;
     document.title = run.verdict.toUpperCase() + ': planecheck report, ' + plural(run.files, 'file');
     var totals = [
-      ['files', run.files + (run.failed_files ? ' (' + run.failed_files + ' failed)' : ''), 'files'],
+      ['files', run.files + fileParts(run), 'files'],
       ['steps', run.steps, 'steps'], ['not run', run.not_run, 'not_run'], ['mismatches', run.mismatches, 'mismatches'],
       ['value errors', run.value_errors, 'value_errors'], ['duration', duration(run.duration), 'duration']];
     if (run.expected) totals.push(['accounted for by expect:', run.expected, 'expected']);
@@ -201,6 +208,8 @@
     if (f.error) notes.push(el('p', { className: 'file-note mono status-invalid', text: f.error }));
     if (f.ended_how) notes.push(el('p', { className: 'file-note status-ended', text: 'The library ended the run with ' + f.ended_how +
       (f.ended_at ? ' at ' + f.ended_at : '') + (f.last_error ? ': ' + f.last_error : '') }));
+    if (f.reason) notes.push(el('p', { className: 'file-note status-' + f.status, text:
+      (f.status === 'skipped' ? 'Skipped, nothing in it was tested: ' : '') + f.reason }));
     if (!f.finished) notes.push(el('p', { className: 'file-note status-ended', text: 'The event stream stops before this file ended.' }));
     f.findings.forEach(function (x) { notes.push(findingNode(f, x)); });
     if (f.excerpt[0]) {

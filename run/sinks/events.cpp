@@ -40,7 +40,11 @@ std::string host_name() {
 } // namespace
 
 const char *file_status(const FileResult &f) {
-    return f.ended ? "ended" : f.invalid ? "invalid" : !f.not_started.empty() ? "not_run" : f.passed() ? "passed" : "failed";
+    if (f.ended) return "ended";
+    if (f.invalid) return "invalid";
+    if (!f.not_started.empty()) return "not_run";
+    if (!f.passed()) return "failed";
+    return f.skipped.empty() ? "passed" : "skipped";
 }
 
 std::string rfc3339_now() {
@@ -120,6 +124,7 @@ std::string file_end_event(const FileResult &f, const std::string &at) {
                                   f.value_errors, f.expected, f.problems, f.warnings, ms(f.duration_ms));
     if (f.invalid && !f.error.empty()) out += R"(,"error":)" + json_string(f.error);
     if (!f.not_started.empty()) out += R"(,"reason":)" + json_string(f.not_started);
+    else if (f.was_skipped()) out += R"(,"reason":)" + json_string(f.skipped);
     if (f.ended) {
         out += fmt::format(R"(,"ended":{{"how":{},"at":{},"step":{})", json_string(f.ended_how), json_string(f.ended_at), f.ended_step);
         if (!f.last_error.empty()) out += R"(,"last_error":)" + json_string(f.last_error);
@@ -128,12 +133,16 @@ std::string file_end_event(const FileResult &f, const std::string &at) {
     return out + "}";
 }
 
+const char *run_verdict(const Totals &t) {
+    return t.invalid ? "invalid" : t.failed_files ? "failed" : nothing_tested(t) ? "skipped" : "passed";
+}
+
 std::string run_end_event(const Totals &e, double duration_ms, int exit_status, const std::string &at) {
-    const char *verdict = e.invalid ? "invalid" : e.failed_files ? "failed" : "passed";
+    const char *verdict = run_verdict(e);
     return head("run_end", at) +
-           fmt::format(R"(,"files":{},"failed_files":{},"steps":{},"not_run":{},"mismatches":{},"value_errors":{},"expected":{},)"
+           fmt::format(R"(,"files":{},"failed_files":{},"skipped_files":{},"steps":{},"not_run":{},"mismatches":{},"value_errors":{},"expected":{},)"
                        R"("problems":{},"warnings":{},"duration":{},"exit_status":{},"verdict":"{}"}})",
-                       e.files, e.failed_files, e.steps, e.not_run, e.mismatches, e.value_errors, e.expected, e.problems,
+                       e.files, e.failed_files, e.files_skipped, e.steps, e.not_run, e.mismatches, e.value_errors, e.expected, e.problems,
                        e.warnings, ms(duration_ms), exit_status, verdict);
 }
 

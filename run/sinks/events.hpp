@@ -16,6 +16,8 @@ namespace pc::runner {
 std::string rfc3339_now();
 // A file's status as its file_end names it: passed, failed, invalid, ended, not_run.
 const char *file_status(const FileResult &file);
+// The run's as its run_end names it: invalid, failed, skipped (every file was) or passed.
+const char *run_verdict(const Totals &totals);
 std::string json_string(const std::string &text);
 std::string run_start_event(const RunDescription &run, const std::string &at);
 std::string file_start_event(const FileResult &file, size_t index, const std::string &at);

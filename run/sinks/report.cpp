@@ -34,6 +34,14 @@ std::string counts(const FileResult &r) {
     return out;
 }
 
+// The steps that ran nothing, a line each, after the file's counts: a file that tested something
+// may still have left a step untested.
+std::string idle_steps(const FileResult &r) {
+    std::string out;
+    for (const std::string &step : r.idle_steps) out += "\n" + step + ": not run";
+    return out;
+}
+
 // Why a file failed, in one line.
 std::string failure_message(const FileResult &r) {
     if (r.invalid) return r.error;
@@ -77,12 +85,15 @@ void add_to(Totals &t, const FileResult &r) {
     t.expected += r.expected;
     t.invalid |= r.invalid;
     t.files_not_run += !r.not_started.empty();
+    t.files_skipped += r.was_skipped();
     t.failed_files += !r.passed() && r.not_started.empty();
     t.not_run += r.not_run;
     t.problems += r.problems;
     t.warnings += r.warnings;
     if (r.ended) t.ended.push_back(r.last_error.empty() ? r.ended_at : r.ended_at + ": " + without_location(r.path, r.last_error));
 }
+
+bool nothing_tested(const Totals &t) { return t.files && t.files_skipped == t.files; }
 
 Totals add_up(const std::vector<FileResult> &results) {
     Totals t;
@@ -91,7 +102,11 @@ Totals add_up(const std::vector<FileResult> &results) {
 }
 
 std::string summary(const Totals &t, bool check_only) {
-    const char *verdict = t.invalid ? "INVALID" : t.failed_files ? "FAILED" : check_only ? "VALID" : "PASSED";
+    const char *verdict = t.invalid          ? "INVALID"
+                          : t.failed_files   ? "FAILED"
+                          : check_only       ? "VALID"
+                          : nothing_tested(t) ? "SKIPPED"
+                                             : "PASSED";
     std::string detail = check_only ? plural(t.steps, "step")
                                     : fmt::format("{}, {}, {}{}", steps(t.steps, t.not_run), plural(t.mismatches, "mismatch"),
                                                   plural(t.value_errors, "value error"),
@@ -104,6 +119,7 @@ std::string summary(const Totals &t, bool check_only) {
         detail += ")";
     }
     if (t.files_not_run) detail += fmt::format(", {} not run", plural(t.files_not_run, "file"));
+    if (t.files_skipped) detail += fmt::format(", {} skipped (nothing ran)", plural(t.files_skipped, "file"));
     return fmt::format("planecheck: {}: {}, {}", verdict, plural(t.files, "file"), detail);
 }
 
@@ -113,19 +129,20 @@ bool write_junit(const std::string &path, const std::vector<FileResult> &results
     out << "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n";
     out << fmt::format("<testsuites name=\"planecheck\" tests=\"{}\" failures=\"{}\" time=\"{:.3f}\">\n", t.files, t.failed_files, seconds);
     out << fmt::format("  <testsuite name=\"planecheck\" tests=\"{}\" failures=\"{}\" errors=\"0\" skipped=\"{}\" time=\"{:.3f}\">\n",
-                       t.files, t.failed_files, t.files_not_run, seconds);
+                       t.files, t.failed_files, t.files_not_run + t.files_skipped, seconds);
     for (const auto &r : results) {
         out << fmt::format("    <testcase classname=\"planecheck\" name=\"{}\" time=\"{:.3f}\">\n", xml(r.path), r.duration_ms / 1000);
         if (!r.not_started.empty()) {
             out << fmt::format("      <skipped message=\"{}\"/>\n    </testcase>\n", xml(r.not_started));
             continue;
         }
+        if (r.was_skipped()) out << fmt::format("      <skipped message=\"{}\"/>\n", xml(r.skipped));
         if (!r.passed()) {
             std::string body;
             for (const auto &f : r.findings) body += f + "\n";
             out << fmt::format("      <failure message=\"{}\">{}</failure>\n", xml(failure_message(r)), xml(body));
         }
-        out << fmt::format("      <system-out>{}</system-out>\n", xml(counts(r)));
+        out << fmt::format("      <system-out>{}{}</system-out>\n", xml(counts(r)), xml(idle_steps(r)));
         out << "    </testcase>\n";
     }
     out << "  </testsuite>\n</testsuites>\n";
@@ -138,6 +155,10 @@ void print_tap(const std::vector<FileResult> &results, FILE *out) {
         const FileResult &r = results[i];
         if (!r.not_started.empty()) {
             fmt::print(out, "ok {} - {} # SKIP {}\n", i + 1, tap_text(r.path, true), tap_text(r.not_started, false));
+            continue;
+        }
+        if (r.was_skipped()) {
+            fmt::print(out, "ok {} - {} # SKIP {}\n", i + 1, tap_text(r.path, true), tap_text(r.skipped, false));
             continue;
         }
         fmt::print(out, "{} {} - {} ({})\n", r.passed() ? "ok" : "not ok", i + 1, tap_text(r.path, true), counts(r));

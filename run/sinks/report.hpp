@@ -13,6 +13,7 @@ namespace pc::runner {
 struct Totals {
     size_t files = 0, steps = 0, failed_files = 0, not_run = 0;
     size_t files_not_run = 0; // files the run ended before they started
+    size_t files_skipped = 0; // files that passed without testing anything
     uint64_t mismatches = 0, value_errors = 0, expected = 0, problems = 0, warnings = 0;
     bool invalid = false;
     std::vector<std::string> ended; // "FILE:LINE: last error line" of each file the library ended
@@ -29,6 +30,9 @@ std::string tap_text(std::string_view text, bool description);
 // "FILE:4: unknown table x" -> "unknown table x", for a line about the file at `path`
 std::string without_location(const std::string &path, const std::string &line);
 
+// Every file of the run was skipped: it tested nothing (an empty run tested nothing too, but
+// says so on its own).
+bool nothing_tested(const Totals &t);
 Totals add_up(const std::vector<FileResult> &results);
 void add_to(Totals &totals, const FileResult &result);
 std::string summary(const Totals &t, bool check_only);

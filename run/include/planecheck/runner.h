@@ -7,7 +7,7 @@
  *   pc_runner *r = pc_runner_new(&options, on_event, user);
  *   pc_runner_output(r, "junit", "report.xml");
  *   pc_runner_add(r, "scenarios/");
- *   int status = pc_runner_run(r);       (0 passed, 1 failed, 2 invalid or not written)
+ *   int status = pc_runner_run(r);       (0 passed, 1 failed or all skipped, 2 invalid or not written)
  *   pc_runner_free(r);
  *
  * Several runners, and several runs of one runner, may follow each other in one process. No
@@ -36,6 +36,7 @@ typedef struct pc_runner_options {
     const char *shard;           /* "I/N": only shard I of N of the files (NULL: all of them) */
     int ci_environment;          /* let a CI executor's variables choose the shard and the JUnit file (default 0) */
     int handlers;                /* install the abort and stop-signal handlers in this process (default 0) */
+    int allow_skipped;           /* a run in which every file was skipped (ran nothing) passes (default 0) */
 } pc_runner_options;
 
 /* Options as the command's defaults, in one worker process. */
@@ -49,8 +50,9 @@ typedef struct pc_runner_event {
     size_t step;
     const char *kind;       /* a step's kind (send, dump, ...) or a finding's (mismatch, value_error, check, log) */
     const char *label;      /* a step's label, such as "send test_if" */
-    const char *status;     /* a step's or a file's status: passed, failed, invalid, ended, not_run */
-    const char *text;       /* a finding's text; a file's error or why it did not run */
+    const char *status;     /* a step's or a file's status: passed, failed, invalid, ended, not_run;
+                               a file's also skipped (it passed, but no step in it ran anything) */
+    const char *text;       /* a finding's text; a file's error, or why it did not run or was skipped */
     uint64_t mismatches, value_errors;
     size_t steps;           /* a file's or the run's steps */
     const char *json;       /* the whole event, one line of JSON without its newline */
@@ -68,7 +70,8 @@ int pc_runner_output(pc_runner *runner, const char *name, const char *path);
 /* Adds a scenario file, or a directory of them (its scenario files, sorted, recursively). */
 int pc_runner_add(pc_runner *runner, const char *path);
 /* Runs the files added since the last run; the exit status `planecheck run` would give: 0 passed,
- * 1 failed, 2 invalid, not written or refused (the reason is printed on standard error). */
+ * 1 failed (or every file skipped, unless allowed), 2 invalid, not written or refused (the reason is
+ * printed on standard error). */
 int pc_runner_run(pc_runner *runner);
 void pc_runner_free(pc_runner *runner);
 

@@ -103,7 +103,7 @@ class EventChecks(unittest.TestCase):
         for k, v in totals.items():
             self.assertEqual(events[-1][k], v, k)
         self.assertEqual(events[-1]["files"], len(files))
-        self.assertEqual(events[-1]["failed_files"], sum(f[-1]["status"] not in ("passed", "not_run") for f in files.values()))
+        self.assertEqual(events[-1]["failed_files"], sum(f[-1]["status"] not in ("passed", "skipped", "not_run") for f in files.values()))
         return files
 
     def check_file(self, name, file_events):
@@ -422,6 +422,62 @@ class AStopSignal(EventChecks):
                 self.assertTrue(1 < self.whole_records(recorded) < 300001)
                 self.assertEqual(recorded.find('"key_a": 999999,'), recorded.find('"key_a"'))  # the small file's record first
 
+TAP_COUNTS = ('local $/; my $p = TAP::Parser->new({tap => <STDIN>}); 1 while $p->next; '
+              'printf "%d %d %d %d %d %d\\n", $p->tests_run, scalar($p->passed), scalar($p->failed), scalar($p->todo), '
+              'scalar($p->skipped), scalar($p->parse_errors); print "$_\\n" for $p->parse_errors;')
+
+
+def tap_counts(tap):
+    """tests run, passed, failed, todo, skipped and parse errors, as Perl's TAP::Parser reads the stream."""
+    read = subprocess.run(["perl", "-MTAP::Parser", "-e", TAP_COUNTS], input=tap, capture_output=True, text=True)
+    return read.stdout.splitlines()[0]
+
+
+class SkippedIsNotPassed(EventChecks):
+    IDLE = "steps:\n  - send: { l3intf: [ { op: create, intf: 1 } ] }\n"
+    MIXED = "steps:\n  - send: { l3intf: [ { op: create, intf: 1 } ] }\n  - send: { test_if: [ { op: create, key_a: 1 } ] }\n"
+
+    def run_with_reports(self, name, files, *options):
+        events, junit = scratch(name + ".jsonl"), scratch(name + ".xml")
+        out = run("run", "--events", events, "--junit", junit, "--tap", *options, *files)
+        return out, events_of(text_of(events)), ET.parse(junit).getroot()
+
+    def test_a_file_that_ran_nothing_is_skipped_in_every_output_beside_files_that_ran(self):
+        idle, mixed = write(scratch("idle.yaml"), self.IDLE), write(scratch("mixed.yaml"), self.MIXED)
+        for jobs in ("0", "2"):
+            with self.subTest(jobs=jobs):
+                out, events, junit = self.run_with_reports("skipped" + jobs, [idle, mixed, EXAMPLES[0]], "-j", jobs) \
+                    if jobs != "0" else self.run_with_reports("skipped0", [idle, mixed, EXAMPLES[0]])
+                self.assertEqual(out.returncode, 0, out.stderr)
+                files = self.check_run(events, 0)
+                self.assertEqual(files[idle][-1]["status"], "skipped")
+                self.assertIn("step 1 send l3intf: inactive while object_set is 0: nothing ran", files[idle][-1]["reason"])
+                self.assertEqual(files[mixed][-1]["status"], "passed")
+                self.assertEqual((events[-1]["skipped_files"], events[-1]["verdict"]), (1, "passed"))
+                cases = {c.get("name"): c for c in junit.iter("testcase")}
+                self.assertEqual(junit.find("testsuite").get("skipped"), "1")
+                self.assertIn("nothing ran", cases[idle].find("skipped").get("message"))
+                self.assertIsNone(cases[mixed].find("skipped"))
+                self.assertIn("step 1 (line 2) send l3intf: not run", cases[mixed].find("system-out").text)
+                self.assertEqual(tap_counts(out.stdout), "3 3 0 0 1 0", out.stdout)
+                self.assertIn("1 file skipped (nothing ran)", out.stdout)
+
+    def test_a_run_of_only_skipped_files_fails_unless_allowed_and_an_empty_shard_passes(self):
+        idle = write(scratch("idle.yaml"), self.IDLE)
+        page = scratch("skipped.html")
+        for allowed, status in (((), 1), (("--allow-skipped",), 0)):
+            with self.subTest(allowed=allowed):
+                out, events, _ = self.run_with_reports("only_skipped", [idle], *allowed)
+                self.assertEqual(out.returncode, status, out.stdout + out.stderr)
+                self.assertEqual((events[-1]["verdict"], events[-1]["exit_status"]), ("skipped", status))
+                self.assertIn("planecheck: SKIPPED: 1 file", out.stdout)
+                self.assertEqual(run("report", scratch("only_skipped.jsonl"), "--html", page).returncode, status)
+        empty = run("run", "--shard", "3/3", idle, EXAMPLES[0])
+        self.assertEqual(empty.returncode, 0, empty.stderr)
+        self.assertIn("shard 3/3 has no files: the run has 2 files", empty.stderr)
+        self.assertIn("PASSED: 0 files", empty.stdout)
+
+
 class HostileText(EventChecks):
     def test_names_and_findings_cannot_break_the_tap_stream(self):
         """A "#" in a file name is no TODO, and a line break in a name or a finding starts no test point."""
@@ -432,11 +488,7 @@ class HostileText(EventChecks):
         injected = write(scratch("injected.yaml"), 'steps:\n  - send: { "x\\nnot ok 9 - injected\\nBail out!": [ {} ] }\n')
         out = run("run", "-j", "2", "--tap", hashed, broken, injected)
         self.assertEqual(out.returncode, 1, out.stderr)
-        parser = ('local $/; my $p = TAP::Parser->new({tap => <STDIN>}); 1 while $p->next; '
-                  'printf "%d %d %d %d %d\\n", $p->tests_run, scalar($p->passed), scalar($p->failed), scalar($p->todo), '
-                  'scalar($p->parse_errors); print "$_\\n" for $p->parse_errors;')
-        read = subprocess.run(["perl", "-MTAP::Parser", "-e", parser], input=out.stdout, capture_output=True, text=True)
-        self.assertEqual(read.stdout.splitlines()[0], "3 1 2 0 0", read.stdout + out.stdout)
+        self.assertEqual(tap_counts(out.stdout), "3 1 2 0 0 0", out.stdout)
         self.assertIn("a \\# TODO b.yaml", out.stdout)
         self.assertIn(":2: unknown table x\\nnot ok 9 - injected\\nBail out!\n", out.stdout)
 

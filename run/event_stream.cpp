@@ -1,5 +1,7 @@
 #include "event_stream.hpp"
 
+#include "wire_text.hpp"
+
 #include "events.hpp"
 
 #include <fmt/format.h>
@@ -22,7 +24,7 @@ namespace {
 
 std::string text_of(const object &event, const char *key) {
     std::string_view value;
-    return event[key].get(value) == simdjson::SUCCESS ? std::string(value) : std::string();
+    return event[key].get(value) == simdjson::SUCCESS ? from_wire(value) : std::string();
 }
 
 // A count written as a number of any form; anything else is 0.
@@ -127,7 +129,7 @@ void run_start_of(const object &e, RunStarted &r) {
     simdjson::dom::array command;
     if (e["command"].get(command) == simdjson::SUCCESS)
         for (element arg : command)
-            if (std::string_view text; arg.get(text) == simdjson::SUCCESS) r.command.emplace_back(text);
+            if (std::string_view text; arg.get(text) == simdjson::SUCCESS) r.command.push_back(from_wire(text));
     object options;
     if (e["options"].get(options) == simdjson::SUCCESS) r.coverage = text_of(options, "coverage");
 }

@@ -3,6 +3,7 @@
 // a stream cut in the middle of a line.
 #include "event_stream.hpp"
 #include "events.hpp"
+#include "wire_text.hpp"
 
 #include <gtest/gtest.h>
 
@@ -84,6 +85,44 @@ FileEvents read_back(const std::string &text, const std::string &path = "f.yaml"
     events.result.path = path;
     read_file_events(text, decoder, events);
     return events;
+}
+
+// Names and texts are whatever bytes files hold: each must come back byte for byte, while the
+// line stays valid UTF-8 and an XML reader's forms carry no character XML refuses.
+TEST(EventStream, AnyBytesOfANameOrTextComeBackAsWritten) {
+    std::vector<std::string> texts = {
+        "plain.yaml", "r\xc3\xa9seau \xe8\xb7\xaf\xe7\x94\xb1.yaml", // valid UTF-8 stays as it is
+        "latin1 \xe9\xe8.yaml", "stray \x80 cut \xe8\xb7 end \xf4\x90\x80\x80",  // not UTF-8; past U+10FFFF
+        "overlong \xc0\xaf surrogate \xed\xa0\x80", "controls \x01\x1b\x7f tab\tcr\rlf\n",
+        "genuine \xee\xbe\x80 and \xee\xbc\x81 and \xee\xbd\x80", // U+EF80 and U+EF01 carry bytes; U+EF40 does not
+        "not XML \xef\xbf\xbe\xef\xbf\xbf", std::string("nul \0 inside", 13), "</script>\"&<!--"};
+    std::string every_byte;
+    for (int b = 0; b < 256; ++b) every_byte += char(b);
+    texts.push_back(every_byte);
+    EXPECT_EQ(wire_text(texts[1], WireForm::json), "\"" + texts[1] + "\"");
+    EXPECT_EQ(wire_text(texts[1], WireForm::xml_attribute), texts[1]);
+    for (const std::string &text : texts) {
+        SCOPED_TRACE(testing::PrintToString(text));
+        FileResult file = a_file();
+        file.path = text;
+        file.name = text;
+        Finding f = a_finding();
+        f.text = text;
+        std::string lines = written(file, {}, {f});
+        FileEvents back = read_back(lines, text);
+        ASSERT_TRUE(back.complete) << back.problem;
+        EXPECT_EQ(back.result.name, text);
+        ASSERT_EQ(back.result.finding_records.size(), 1u);
+        EXPECT_EQ(back.result.finding_records[0].text, text);
+        for (WireForm form : {WireForm::json, WireForm::json_in_html, WireForm::xml_text, WireForm::xml_attribute}) {
+            std::string wire = wire_text(text, form);
+            bool xml = form == WireForm::xml_text || form == WireForm::xml_attribute;
+            for (unsigned char c : wire) {
+                if (xml) EXPECT_TRUE(c >= 0x20 || c == '\n' || c == '\t') << "XML cannot carry byte " << int(c) << " in " << wire;
+                else EXPECT_GE(c, 0x20) << "a raw control byte in a JSON string: " << wire;
+            }
+        }
+    }
 }
 
 TEST(EventStream, AFilesRecordsComeBackAsWritten) {

@@ -2,6 +2,7 @@
 from __future__ import annotations
 
 import json
+import re
 from typing import Iterable
 
 from .model import Ended, FileResult, Finding, Run, Step
@@ -17,6 +18,36 @@ class EventError(ValueError):
     """An event line this package cannot read."""
 
 
+# A byte of a name or value that JSON cannot carry (not UTF-8) travels as U+EF00 + the byte, and a
+# character of those ranges travels byte by byte the same way (see the README, "Text in reports").
+_CARRIED_BYTES = re.compile("[\uef00-\uef1f\uef80-\uefff]+")
+
+
+def from_wire(text: str) -> str:
+    """The text as the file system and the scenario had it: bytes that are not UTF-8 come back as
+    Python keeps them in file names (surrogate escapes), so a path reads as os.listdir gives it."""
+    if not _CARRIED_BYTES.search(text):
+        return text
+    raw = bytearray()
+    at = 0
+    for match in _CARRIED_BYTES.finditer(text):
+        raw += text[at:match.start()].encode("utf-8", "surrogateescape")
+        raw += bytes(ord(c) - 0xEF00 for c in match.group())
+        at = match.end()
+    raw += text[at:].encode("utf-8", "surrogateescape")
+    return raw.decode("utf-8", "surrogateescape")
+
+
+def _unwired(value):
+    if isinstance(value, str):
+        return from_wire(value)
+    if isinstance(value, list):
+        return [_unwired(v) for v in value]
+    if isinstance(value, dict):
+        return {k: _unwired(v) for k, v in value.items()}
+    return value
+
+
 def parse_line(text: str, number: int = 0) -> dict:
     try:
         event = json.loads(text)
@@ -27,7 +58,7 @@ def parse_line(text: str, number: int = 0) -> dict:
     if event.get("schema") != SCHEMA:
         raise EventError(f"event line {number}: schema {event.get('schema')!r}; "
                          f"this package reads schema {SCHEMA}")
-    return event
+    return _unwired(event) if _CARRIED_BYTES.search(text) else event
 
 
 class RunBuilder:

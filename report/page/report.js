@@ -9,7 +9,20 @@
   var HEAT_BLOCK = 79;           // types per block of the heat map (four blocks hold 315)
   var ROW = { number: 0, line: 1, kind: 2, table: 3, label: 4, status: 5, mismatches: 6, valueErrors: 7, duration: 8 };
 
-  var data = JSON.parse(document.getElementById('pc-data').textContent);
+  // A byte of a name or value that is not UTF-8 (or a control character) travels as U+EF00 + the
+  // byte; the page shows it as \xNN, the form the TAP stream and the terminal give it.
+  var CARRIED = /[\uEF00-\uEF1F\uEF80-\uEFFF]/g;
+  function shownBytes(v) {
+    if (typeof v === 'string') return v.replace(CARRIED, function (c) {
+      return '\\x' + (c.charCodeAt(0) - 0xEF00).toString(16).padStart(2, '0');
+    });
+    if (Array.isArray(v)) return v.map(shownBytes);
+    if (v && typeof v === 'object') Object.keys(v).forEach(function (k) { v[k] = shownBytes(v[k]); });
+    return v;
+  }
+  var dataText = document.getElementById('pc-data').textContent;
+  var data = JSON.parse(dataText);
+  if (dataText.search(CARRIED) >= 0) data = shownBytes(data);
   var files = data.files.map(function (f, i) { f.index = i; return f; });
   var view = { failedOnly: false, search: '' };
 

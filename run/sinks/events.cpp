@@ -1,5 +1,7 @@
 #include "events.hpp"
 
+#include "wire_text.hpp"
+
 #include <fmt/format.h>
 
 #include <algorithm>
@@ -56,22 +58,7 @@ std::string rfc3339_now() {
                        utc.tm_min, utc.tm_sec, now.tv_nsec / 1000000);
 }
 
-std::string json_string(const std::string &text) {
-    std::string out = "\"";
-    for (unsigned char c : text) {
-        switch (c) {
-        case '"': out += "\\\""; break;
-        case '\\': out += "\\\\"; break;
-        case '\n': out += "\\n"; break;
-        case '\t': out += "\\t"; break;
-        case '\r': out += "\\r"; break;
-        default:
-            if (c < 0x20) out += fmt::format("\\u{:04x}", c);
-            else out += char(c);
-        }
-    }
-    return out + "\"";
-}
+std::string json_string(const std::string &text) { return wire_text(text, WireForm::json); }
 
 std::string run_start_event(const RunDescription &run, const std::string &at) {
     std::string command;

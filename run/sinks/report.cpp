@@ -1,5 +1,7 @@
 #include "report.hpp"
 
+#include "wire_text.hpp"
+
 #include <fmt/format.h>
 
 #include <fstream>
@@ -8,21 +10,8 @@
 namespace pc::runner {
 namespace {
 
-std::string xml(const std::string &s) {
-    std::string out;
-    for (char c : s) {
-        switch (c) {
-        case '&': out += "&amp;"; break;
-        case '<': out += "&lt;"; break;
-        case '>': out += "&gt;"; break;
-        case '"': out += "&quot;"; break;
-        default:
-            if (static_cast<unsigned char>(c) < 0x20 && c != '\n' && c != '\t') out += ' ';
-            else out += c;
-        }
-    }
-    return out;
-}
+std::string xml(const std::string &s) { return wire_text(s, WireForm::xml_text); }
+std::string xml_attribute(const std::string &s) { return wire_text(s, WireForm::xml_attribute); }
 
 std::string steps(size_t n, size_t not_run) {
     return plural(n, "step") + (not_run ? fmt::format(" ({} not run)", not_run) : "");
@@ -131,16 +120,16 @@ bool write_junit(const std::string &path, const std::vector<FileResult> &results
     out << fmt::format("  <testsuite name=\"planecheck\" tests=\"{}\" failures=\"{}\" errors=\"0\" skipped=\"{}\" time=\"{:.3f}\">\n",
                        t.files, t.failed_files, t.files_not_run + t.files_skipped, seconds);
     for (const auto &r : results) {
-        out << fmt::format("    <testcase classname=\"planecheck\" name=\"{}\" time=\"{:.3f}\">\n", xml(r.path), r.duration_ms / 1000);
+        out << fmt::format("    <testcase classname=\"planecheck\" name=\"{}\" time=\"{:.3f}\">\n", xml_attribute(r.path), r.duration_ms / 1000);
         if (!r.not_started.empty()) {
-            out << fmt::format("      <skipped message=\"{}\"/>\n    </testcase>\n", xml(r.not_started));
+            out << fmt::format("      <skipped message=\"{}\"/>\n    </testcase>\n", xml_attribute(r.not_started));
             continue;
         }
-        if (r.was_skipped()) out << fmt::format("      <skipped message=\"{}\"/>\n", xml(r.skipped));
+        if (r.was_skipped()) out << fmt::format("      <skipped message=\"{}\"/>\n", xml_attribute(r.skipped));
         if (!r.passed()) {
             std::string body;
             for (const auto &f : r.findings) body += f + "\n";
-            out << fmt::format("      <failure message=\"{}\">{}</failure>\n", xml(failure_message(r)), xml(body));
+            out << fmt::format("      <failure message=\"{}\">{}</failure>\n", xml_attribute(failure_message(r)), xml(body));
         }
         out << fmt::format("      <system-out>{}{}</system-out>\n", xml(counts(r)), xml(idle_steps(r)));
         out << "    </testcase>\n";

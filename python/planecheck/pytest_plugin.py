@@ -13,14 +13,20 @@ from pathlib import Path
 
 import pytest
 
+try:
+    from _pytest.junitxml import xml_key
+except ImportError:  # a pytest that keeps its report elsewhere names the cases by their node ids
+    xml_key = None
+
 from .command import PlanecheckError, find_command
 from .model import FileResult, Step
-from .scenario_name import scenario_name
+from .scenario_name import node_id_part, scenario_name
 from .session import Session
 
 DEFAULT_FILES = ["test_*.yaml", "test_*.json", "test_*.jsonl", "*_test.yaml"]
 COVERAGE_PARTS = "planecheck_coverage_parts"
 SESSION = "planecheck_session"
+SCENARIO = "planecheck_scenario"
 
 
 def pytest_addoption(parser):
@@ -41,6 +47,7 @@ def pytest_addoption(parser):
 
 
 def pytest_configure(config):
+    config.pluginmanager.register(JUnitScenarioNames(config), "planecheck-junitxml")
     if config.pluginmanager.hasplugin("xdist"):
         config.pluginmanager.register(CoverageToWorkers(), "planecheck-xdist")
     if config.getoption("planecheck_coverage") and not hasattr(config, "workerinput"):
@@ -54,6 +61,28 @@ class CoverageToWorkers:
         parts = getattr(node.config, COVERAGE_PARTS, None)
         if parts:
             node.workerinput[COVERAGE_PARTS] = parts
+
+
+class JUnitScenarioNames:
+    """--junitxml names a case by the last part of its node id, which escapes the scenario's name;
+    the case is named by the name itself where the report is written (the xdist controller)."""
+    def __init__(self, config):
+        self.config = config
+
+    @pytest.hookimpl(tryfirst=True)  # before the report's own hook closes the case at teardown
+    def pytest_runtest_logreport(self, report):
+        scenario = getattr(report, SCENARIO, None)
+        xml = self.config.stash.get(xml_key, None) if xml_key else None
+        if scenario is not None and xml is not None:
+            xml.node_reporter(report).add_attribute("name", scenario)
+
+
+@pytest.hookimpl(hookwrapper=True)
+def pytest_runtest_makereport(item):
+    outcome = yield
+    if isinstance(item, ScenarioItem):
+        # a report's own attributes travel with it from an xdist worker
+        setattr(outcome.get_result(), SCENARIO, item.scenario)
 
 
 def coverage_parts(config):
@@ -127,7 +156,8 @@ def pytest_collect_file(file_path, parent):
 class ScenarioFile(pytest.File):
     def collect(self):
         # Named by the scenario's name: so that -k selects by it as well as by the file's path.
-        yield ScenarioItem.from_parent(self, name=scenario_name(self.path) or self.path.name)
+        scenario = scenario_name(self.path) or self.path.name
+        yield ScenarioItem.from_parent(self, name=node_id_part(scenario), scenario=scenario)
 
 
 def safe_file_name(nodeid: str) -> str:
@@ -141,6 +171,10 @@ class ScenarioFailed(Exception):
 
 
 class ScenarioItem(pytest.Item):
+    def __init__(self, *, scenario: str, **kwargs):
+        super().__init__(**kwargs)
+        self.scenario = scenario
+
     def runtest(self):
         config = self.config
         path = os.path.relpath(self.path, config.invocation_params.dir)

@@ -3,9 +3,14 @@ from __future__ import annotations
 
 import json
 import re
+import unicodedata
 from pathlib import Path
 from typing import Optional
 
+# Escapes that keep a name on one line and out of pytest's `::` separator; a backslash is escaped
+# too, so the escaped name reads back to one name only.
+NODE_ID_ESCAPES = {"\\": "\\\\", "\n": "\\n", "\r": "\\r", "\t": "\\t"}
+LINE_BREAKING = {"Cc", "Cs", "Zl", "Zp"}  # controls, lone surrogates, line and paragraph separators
 YAML_NAME = re.compile(r"""name:[ \t]*(?P<value>"(?:[^"\\]|\\.)*"|'(?:[^']|'')*'|.*?)[ \t]*(?:[ \t]#.*)?$""")
 HEADER_LINES = 200
 
@@ -58,3 +63,20 @@ def scenario_name(path: Path) -> Optional[str]:
         return _yaml_name(path)
     except OSError:
         return None
+
+
+def _node_id_char(char: str, previous: str) -> str:
+    if char in NODE_ID_ESCAPES:
+        return NODE_ID_ESCAPES[char]
+    if char == ":" and previous == ":":
+        return "\\:"
+    if unicodedata.category(char) in LINE_BREAKING:
+        code = ord(char)
+        return f"\\x{code:02x}" if code <= 0xFF else f"\\u{code:04x}"
+    return char
+
+
+def node_id_part(name: str) -> str:
+    """The name as the last part of a pytest node id, which pytest prints and reads back: with no
+    `::` (each colon that follows a colon is `\\:`) and no line break (`\\n`, `\\xNN`, ...)."""
+    return "".join(_node_id_char(char, previous) for previous, char in zip(" " + name, name))

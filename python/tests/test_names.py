@@ -1,7 +1,7 @@
 """A scenario's name: read from the header of each form, for test names and -k."""
 import pytest
 
-from planecheck.scenario_name import scenario_name
+from planecheck.scenario_name import node_id_part, scenario_name
 
 
 @pytest.mark.parametrize("header, name", [
@@ -36,3 +36,16 @@ def test_the_json_forms_give_the_name_of_their_header(tmp_path, suffix, text, na
 
 def test_a_file_that_cannot_be_read_has_no_name(tmp_path):
     assert scenario_name(tmp_path / "missing.yaml") is None
+
+
+@pytest.mark.parametrize("name, part", [
+    ("l3 bring-up [v4] é/#'\"", "l3 bring-up [v4] é/#'\""),   # left as it is
+    ("a::b", "a:\\:b"),
+    ("::x:::", ":\\:x:\\:\\:"),
+    ("a: b :c", "a: b :c"),                                   # lone colons stay
+    ("C:\\dir\\:", "C:\\\\dir\\\\:"),                         # so that an escape reads back to one name
+    ("one\ntwo\r\tend", "one\\ntwo\\r\\tend"),
+    ("bell\a nel\x85 del\x7f ls\u2028 \ud800", "bell\\x07 nel\\x85 del\\x7f ls\\u2028 \\ud800"),
+])
+def test_a_name_in_a_node_id_has_no_separator_and_no_line_break(name, part):
+    assert node_id_part(name) == part

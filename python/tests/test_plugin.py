@@ -1,11 +1,14 @@
 """The pytest plugin as a user meets it: collection, reports and pytest's own options."""
+import json
 import os
+import re
 import shutil
 import xml.etree.ElementTree as ElementTree
 
 import pytest
 
 import planecheck
+from conftest import SCENARIOS
 
 # In-process runs import the plugin once; later runs would warn that it cannot be rewritten.
 PLUGIN = ("-p", "planecheck.pytest_plugin", "-W", "ignore::pytest.PytestAssertRewriteWarning")
@@ -99,6 +102,54 @@ def test_junitxml_holds_one_case_per_file_with_the_failure_text(pytester, scenar
     assert cases["what the check looks at, used as it should be"].find("failure") is None
     properties = {p.get("name"): p.get("value") for p in cases["mismatch"].iter("property")}
     assert properties["planecheck_recorder"] == str(record_dir / "test_failing.yaml_mismatch.rec")
+
+
+# Names that pytest's node ids, its command line or the JUnit report treat specially.
+HOSTILE_NAMES = [
+    "a::b",                         # pytest's own separator
+    "::edges:::",                   # the separator at both ends, and a run of three colons
+    "sub/dir name",                 # a path separator, a space
+    "case[1]::x",                   # pytest's parameter brackets before a separator
+    "x::[y]",                       # and after one
+    "#1 'single' \"double\"",
+    "réseau 路由 ü",
+    "first line\nsecond line",
+    "C:\\dir\\::tab\there",
+]
+
+
+def write_hostile_scenarios(pytester):
+    """One passing scenario file per name: {file name: scenario name}."""
+    clean = (SCENARIOS / "clean.yaml").read_text(encoding="utf-8")
+    files = {}
+    for index, name in enumerate(HOSTILE_NAMES):
+        quoted = json.dumps(name, ensure_ascii=False)  # a YAML double-quoted scalar as well
+        text = re.sub(r"^name: .*$", lambda _: f"name: {quoted}", clean, count=1, flags=re.M)
+        (pytester.path / f"test_{index}.yaml").write_text(text, encoding="utf-8")
+        files[f"test_{index}.yaml"] = name
+    return files
+
+
+@pytest.mark.parametrize("index", range(len(HOSTILE_NAMES)))
+def test_the_node_id_shown_for_any_scenario_name_selects_that_scenario_alone(pytester, index):
+    write_hostile_scenarios(pytester)
+    listed = run_pytest(pytester, "--collect-only", "-q").outlines
+    node_id = next(line for line in listed if line.startswith(f"test_{index}.yaml::"))
+    result = run_pytest(pytester, "-v", node_id)
+    result.assert_outcomes(passed=1)
+    passed = [line for line in result.outlines if " PASSED" in line]
+    assert len(passed) == 1 and passed[0].startswith(f"{node_id} PASSED"), result.stdout.str()
+
+
+@pytest.mark.parametrize("workers", [[], ["-n", "2"]])
+def test_junitxml_names_each_case_by_its_file_and_scenario_whatever_the_name(pytester, workers):
+    files = write_hostile_scenarios(pytester)
+    result = pytester.runpytest_subprocess("-p", "planecheck.pytest_plugin", "--junitxml=report.xml",
+                                           *workers)
+    assert result.ret == 0, result.stdout.str()
+    cases = ElementTree.parse(pytester.path / "report.xml").getroot().iter("testcase")
+    assert sorted((case.get("classname"), case.get("name")) for case in cases) == \
+           sorted(files.items())
 
 
 @pytest.mark.parametrize("how", [["--planecheck-strict"], ["-o", "planecheck_args=--strict"]])

@@ -83,6 +83,9 @@ int main(int argc, char **argv) {
                     "write the run's HTML report to FILE when the run is over: one self-contained page (see planecheck report)");
     run->add_option("--coverage", run_options.coverage,
                     "write to FILE, as JSON, which types, operations, attributes and statuses the run exercised");
+    run->add_option("--run-id", run_options.run_id,
+                    "name the run ID in its events (default: PLANECHECK_RUN_ID, else a random id); give a CI job's shards one id "
+                    "and planecheck report refuses a shard's stream given twice");
     run->add_option("--shard", run_options.shard, "run shard I of N of the files (I/N, such as 2/4), for CI fan-out; without it, TEST_SHARD_INDEX and "
                     "TEST_TOTAL_SHARDS (or GTEST_SHARD_INDEX and GTEST_TOTAL_SHARDS) choose the shard, counting from 0");
 

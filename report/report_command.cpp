@@ -1,6 +1,7 @@
 #include "report_command.hpp"
 
 #include "coverage_view.hpp"
+#include "event_stream.hpp"
 #include "events.hpp"
 #include "excerpt.hpp"
 #include "page.hpp"
@@ -11,6 +12,7 @@
 #include <chrono>
 #include <cstring>
 #include <ctime>
+#include <fstream>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -60,6 +62,27 @@ std::string given_before(const std::string &file, std::vector<std::pair<std::str
     return "";
 }
 
+// The run id and shard of an events file, from its first line ("" when it has none).
+std::string run_and_shard(const std::string &file) {
+    std::ifstream in(file);
+    std::string line, problem;
+    if (!std::getline(in, line)) return "";
+    runner::EventDecoder decoder;
+    runner::Event e;
+    if (!decoder.decode(line, e, problem) || e.kind != runner::EventKind::run_start || e.run_start.run_id.empty()) return "";
+    return e.run_start.run_id + (e.run_start.shard.empty() ? "" : ", shard " + e.run_start.shard);
+}
+
+// The events file named earlier that holds the same run and shard as `file`, or "".
+std::string same_run_before(const std::string &file, std::vector<std::pair<std::string, std::string>> &runs) {
+    std::string key = run_and_shard(file);
+    if (key.empty()) return "";
+    for (const auto &[name, earlier] : runs)
+        if (earlier == key) return name;
+    runs.emplace_back(file, key);
+    return "";
+}
+
 // A stream without its run's start or end draws a run that is not all there: say which.
 void name_incomplete_streams(const Run &run) {
     for (const Stream &s : run.streams) {
@@ -82,9 +105,16 @@ int report_command(const ReportRequest &request) {
     EventReader reader(run);
     bool complete = true;
     std::vector<std::pair<std::string, struct stat>> seen;
+    std::vector<std::pair<std::string, std::string>> runs; // events file, "run id, shard I/N"
     for (const auto &file : request.events) {
         if (std::string earlier = given_before(file, seen); !earlier.empty()) {
             fmt::print(stderr, "planecheck: the events file {} is {} given again; each stream is read once\n", file, earlier);
+            complete = false;
+            continue;
+        }
+        if (std::string earlier = same_run_before(file, runs); !earlier.empty()) {
+            fmt::print(stderr, "planecheck: the events files {} and {} hold the same run ({}); each stream is read once\n", earlier,
+                       file, run_and_shard(file));
             complete = false;
             continue;
         }

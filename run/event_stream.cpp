@@ -123,6 +123,7 @@ void file_end_of(const object &e, Event &event) {
 }
 
 void run_start_of(const object &e, RunStarted &r) {
+    r.run_id = text_of(e, "run_id");
     r.version = text_of(e, "version");
     r.platform = text_of(e, "platform");
     r.host = text_of(e, "host");
@@ -131,7 +132,7 @@ void run_start_of(const object &e, RunStarted &r) {
         for (element arg : command)
             if (std::string_view text; arg.get(text) == simdjson::SUCCESS) r.command.push_back(from_wire(text));
     object options;
-    if (e["options"].get(options) == simdjson::SUCCESS) r.coverage = text_of(options, "coverage");
+    if (e["options"].get(options) == simdjson::SUCCESS) r.coverage = text_of(options, "coverage"), r.shard = text_of(options, "shard");
 }
 
 void run_end_of(const object &e, RunEnded &r) {

@@ -15,7 +15,7 @@ namespace pc::runner {
 enum class EventKind { run_start, file_start, finding, step, file_end, run_end, other };
 
 struct RunStarted {
-    std::string version, platform, host, coverage;
+    std::string run_id, shard, version, platform, host, coverage;
     std::vector<std::string> command;
 };
 

@@ -77,6 +77,7 @@ struct RunDescription {
     unsigned jobs = 1;
     std::string recorder, coverage, shard; // "" for none
     std::string platform;                  // the platform library the run drives
+    std::string run_id;                    // one run's streams (its shards') share it; no two runs do
 };
 
 // Receives a run's records as they are made: the event stream, a C program's callback.

@@ -18,6 +18,7 @@
 #include <cstring>
 #include <fcntl.h>
 #include <optional>
+#include <random>
 #include <sys/stat.h>
 #include <unistd.h>
 #include <utility>
@@ -90,6 +91,15 @@ bool take_shard(RunRequest &o) {
     if (kept.empty()) fmt::print(stderr, "planecheck: shard {} has no files: the run has {}\n", o.shard, plural(o.files.size(), "file"));
     o.files = std::move(kept);
     return true;
+}
+
+// The run's id as the request or the environment gives it (the shards of one CI job share it);
+// otherwise 128 random bits, so that two runs' streams are never taken for one.
+std::string run_id(const std::string &given) {
+    if (!given.empty()) return given;
+    if (const char *env = std::getenv("PLANECHECK_RUN_ID"); env && *env) return env;
+    std::random_device random;
+    return fmt::format("{:08x}{:08x}{:08x}{:08x}", random(), random(), random(), random());
 }
 
 // A report file that cannot be written is a usage error found before any file runs: opened
@@ -325,6 +335,7 @@ private:
         run.recorder = o_.recorder;
         run.coverage = o_.coverage;
         run.shard = o_.shard;
+        run.run_id = run_id(o_.run_id);
         run.platform = platform_name();
         listeners_.run_start(run);
     }

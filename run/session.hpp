@@ -26,6 +26,7 @@ struct RunRequest {
     unsigned jobs = 0;                // 0: all files in this process, one after the other
     bool jobs_chosen = false;         // 0 was asked for: JUnit and TAP do not move the files to a worker
     std::string shard;                // "I/N": only every N-th file, starting with the I-th
+    std::string run_id;               // names the run in its events; "": PLANECHECK_RUN_ID, or made up
     std::string files_from;           // more paths, one per line, read as they arrive ("-": standard input)
     std::string recorder_dir;         // a recorder file per scenario file in this folder (in workers)
     bool ci_environment = true;       // a CI executor's variables may choose the shard and the JUnit file

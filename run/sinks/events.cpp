@@ -64,9 +64,9 @@ std::string run_start_event(const RunDescription &run, const std::string &at) {
     std::string command;
     for (const auto &arg : run.command) command += (command.empty() ? "" : ",") + json_string(arg);
     return head("run_start", at) +
-           fmt::format(R"(,"version":"{}","catalogue":"{}","platform":{},"command":[{}],"host":{},"files":{},)"
+           fmt::format(R"(,"run_id":{},"version":"{}","catalogue":"{}","platform":{},"command":[{}],"host":{},"files":{},)"
                        R"("options":{{"check_only":{},"strict":{},"verbose":{},"quiet":{},"jobs":{},"recorder":{},"coverage":{},"shard":{}}}}})",
-                       PC_VERSION, PC_CATALOGUE_DIGEST, json_string(run.platform), command, json_string(host_name()), run.files,
+                       json_string(run.run_id), PC_VERSION, PC_CATALOGUE_DIGEST, json_string(run.platform), command, json_string(host_name()), run.files,
                        boolean(run.check_only), boolean(run.strict), boolean(run.verbose), boolean(run.quiet), run.jobs,
                        nullable(run.recorder), nullable(run.coverage), nullable(run.shard));
 }

@@ -11,6 +11,8 @@
 #include <algorithm>
 #include <cstring>
 #include <deque>
+#include <optional>
+#include <span>
 #include <unordered_set>
 #include <unordered_map>
 #include <vector>
@@ -101,7 +103,6 @@ struct Operation {
     std::string op;      // the scenario's op text
     int status = 0;      // the recorded status class
     ReplayRecord body;
-    std::string npu_results; // "[ 5,7 ]" when the record carries results
     std::string problem;
     uint32_t problem_line = 0; // the line of the field at fault, else the record's
 };
@@ -336,7 +337,11 @@ struct Replayer::Impl {
         return fields_of(t, e.fields, false, out.fields, why) && members_of(t, e, out, why);
     }
 
-    Operation operation(Record &r) {
+    // An operation re-issued after injected errors is replayed as its first attempt, the object that
+    // the scenario's record built: its handle, options and NPU results are that attempt's. Only what
+    // ended the re-issues comes from the last attempt, `outcome`: the status judged, and on a create
+    // the handle returned, which later records name.
+    Operation operation(Record &r, const Record &outcome) {
         Operation o;
         o.record = &r;
         o.body.line = r.line;
@@ -352,7 +357,7 @@ struct Replayer::Impl {
         const Entry &recorded = r.entries[0]; // the instances of a batch record repeat the same attribute values
         std::string recorded_op = op_of(recorded);
         o.op = recorded_op == "walk_bykey" ? "walk_by_key" : recorded_op; // the recorder spells the walk so
-        o.status = status_of(recorded);
+        o.status = outcome.entries.empty() ? status_of(recorded) : status_of(outcome.entries[0]);
         const TypeDesc &t = *o.type;
         const Field *op_field = recorded.find("op");
         Values &v = o.body.fields;
@@ -382,18 +387,23 @@ struct Replayer::Impl {
             } else if ((f.name == "create_option" || f.name == "npu_mask") && !index_of(t).find(f.name, false)) {
                 add_value(v, f.name, f.value, f.line);
             } else if (f.name == "npu_result") {
-                o.npu_results = f.value;
                 add_value(v, f.name, f.value, f.line);
-            } else if (f.name == "hdl" && o.op == "create") {
-                bool ok = false;
-                uint64_t h = hex_value(f.value, ok);
-                if (ok && referenced_.count(h)) add_value(v, "hdl", "\"" + name_handle(h) + "\"", f.line);
-            } else if (f.name == "hdl") {
+            } else if (f.name == "hdl" && o.op != "create") {
                 add_value(v, "hdl", handle_text(f.value), f.line); // the operation names its object by handle
             }
         }
+        if (o.op == "create" && !outcome.entries.empty()) name_returned_handle(outcome.entries[0], v);
         if (o.op != "walk_by_key") add_value(v, "rc", std::to_string(o.status), op_field ? op_field->line : r.line);
         return o;
+    }
+
+    // A create's "hdl" sets nothing on the object: it names the handle returned, where a later
+    // record refers to it.
+    void name_returned_handle(const Entry &outcome, Values &v) {
+        const Field *returned = outcome.find("hdl");
+        bool ok = false;
+        uint64_t h = returned ? hex_value(returned->value, ok) : 0;
+        if (ok && referenced_.count(h)) add_value(v, "hdl", "\"" + name_handle(h) + "\"", returned->line);
     }
 
     std::string name_handle(uint64_t h) {
@@ -404,6 +414,7 @@ struct Replayer::Impl {
     }
 
     // Whether a record is the same operation again: what a retry after an injected error writes.
+    // The status, the handle and the per-NPU results are the data plane's answer to each attempt.
     static bool same_operation(const Record &a, const Record &b) {
         if (a.section != b.section || a.type != b.type || a.entries.empty() || b.entries.empty()) return false;
         const Entry &x = a.entries[0], &y = b.entries[0];
@@ -411,7 +422,7 @@ struct Replayer::Impl {
         auto plain = [](const Entry &e) {
             std::vector<const Field *> v;
             for (const Field &f : e.fields)
-                if (f.name != "recorder_timestamp" && f.name != "err" && f.name != "hdl") v.push_back(&f);
+                if (f.name != "recorder_timestamp" && f.name != "err" && f.name != "hdl" && f.name != "npu_result") v.push_back(&f);
             return v;
         };
         auto fx = plain(x), fy = plain(y);
@@ -423,73 +434,110 @@ struct Replayer::Impl {
 
     void report(const Operation &o, const Record &r) { problem({path_, o.problem_line ? o.problem_line : r.line, o.problem}); }
 
-    void send_object() {
-        Record first = std::move(ahead_.front());
+    Record take_ahead() {
+        Record r = std::move(ahead_.front());
         ahead_.pop_front();
-        const std::string op = first.entries.empty() ? "" : op_of(first.entries[0]);
+        return r;
+    }
+
+    static bool reissued_after_injection(const Record &r) {
+        if (r.entries.empty()) return false;
+        std::string op = op_of(r.entries[0]);
+        return (op == "create" || op == "update") && status_of(r.entries[0]) == kInjectedClass;
+    }
+
+    // The next attempt of an operation being re-issued: the same record again or, where the SDK
+    // side answered the attempt, its received object first. An injected error returns before the
+    // SDK side is asked, so only the attempt that ends the re-issues can have been answered.
+    bool next_attempt(std::vector<Record> &attempts, std::optional<Record> &received) {
+        fill(2);
+        if (!ahead_.empty() && ahead_[0].section == "send_object" && same_operation(attempts.front(), ahead_[0])) {
+            attempts.push_back(take_ahead());
+            return true;
+        }
+        if (ahead_.size() < 2 || !answers(ahead_[0], ahead_[1]) || !same_operation(attempts.front(), ahead_[1]) ||
+            status_of(ahead_[1].entries[0]) == kInjectedClass)
+            return false;
+        received = take_ahead();
+        attempts.push_back(take_ahead());
+        return true;
+    }
+
+    void send_object() {
+        std::vector<Record> &attempts = attempts_; // kept between records: no allocation per record
+        attempts.clear();
+        attempts.push_back(take_ahead());
+        std::optional<Record> received;
         size_t injected = 0;
-        Record *last = &first;
-        std::vector<Record> chain;
-        if ((op == "create" || op == "update") && status_of(first.entries[0]) == kInjectedClass) {
+        if (reissued_after_injection(attempts[0])) {
             // the retry loop re-issues the operation while the injected error lasts: one record each
             injected = 1;
-            while (fill(1) && ahead_.front().section == "send_object" && same_operation(first, ahead_.front())) {
-                chain.push_back(std::move(ahead_.front()));
-                ahead_.pop_front();
-                if (status_of(chain.back().entries[0]) != kInjectedClass) break;
-                ++injected;
-            }
-            if (!chain.empty()) last = &chain.back();
-            if (status_of(last->entries[0]) == kInjectedClass) {
+            while (next_attempt(attempts, received) && status_of(attempts.back().entries[0]) == kInjectedClass) ++injected;
+            if (status_of(attempts.back().entries[0]) == kInjectedClass) {
                 // nothing ended the loop: each failure was expected, so each stands alone
-                standalone_injections(first, chain);
+                standalone_injections(attempts);
                 return;
             }
         }
-        Operation o = operation(*last);
-        if (!o.problem.empty()) return report(o, *last);
+        Operation o = operation(attempts.front(), attempts.back());
+        if (!o.problem.empty()) return report(o, attempts.front());
+        ReplayRecord answer;
+        if (received && !answer_of(*received, o.status, answer)) return;
         if (injected || o.status == kInjectedClass) arm_injection(o, injected ? injected : 1);
-        if (!o.npu_results.empty()) arm_npu_results(o);
-        add(std::move(o), nullptr);
+        arm_npu_results(o, attempts);
+        add(std::move(o), received ? &answer : nullptr);
     }
 
-    void standalone_injections(Record &first, std::vector<Record> &chain) {
-        auto one = [this](Record &r) {
-            Operation o = operation(r);
-            if (!o.problem.empty()) return report(o, r);
+    void standalone_injections(std::vector<Record> &attempts) {
+        for (Record &r : attempts) {
+            Operation o = operation(r, r);
+            if (!o.problem.empty()) {
+                report(o, r);
+                continue;
+            }
             arm_injection(o, 1);
+            arm_npu_results(o, std::span<const Record>(&r, 1));
             add(std::move(o), nullptr);
-        };
-        one(first);
-        for (Record &r : chain) one(r);
+        }
     }
 
     // A received object belongs to the client operation that follows it: the SDK side wrote it
     // while that operation was under way.
+    static bool answers(const Record &received, const Record &sent) {
+        return engine::find_type(received.type.c_str()) && !received.entries.empty() && sent.section == "send_object" &&
+               sent.type == received.type && !sent.entries.empty() &&
+               receive_op(op_of(sent.entries[0])) == op_of(received.entries[0]);
+    }
+
     void receive_call() {
-        Record received = std::move(ahead_.front());
-        ahead_.pop_front();
-        const TypeDesc *t = engine::find_type(received.type.c_str());
-        bool paired = t && !received.entries.empty() && fill(1) && ahead_.front().section == "send_object" &&
-                      ahead_.front().type == received.type && !ahead_.front().entries.empty() &&
-                      receive_op(op_of(ahead_.front().entries[0])) == op_of(received.entries[0]);
-        if (!paired) {
+        fill(2);
+        if (ahead_.size() < 2 || !answers(ahead_[0], ahead_[1])) {
+            const Record &received = ahead_.front();
             problem({path_, received.line, fmt::format("receive_call record {} is not followed by a client operation of its type and op; it is left out", received.number)});
+            ahead_.pop_front();
             return;
         }
-        Record sent = std::move(ahead_.front());
-        ahead_.pop_front();
-        Operation o = operation(sent);
+        Record received = take_ahead();
+        Record sent = take_ahead();
+        Operation o = operation(sent, sent);
         if (!o.problem.empty()) return report(o, sent);
         ReplayRecord answer;
+        if (!answer_of(received, o.status, answer)) return;
+        arm_npu_results(o, std::span<const Record>(&sent, 1));
+        add(std::move(o), &answer);
+    }
+
+    // The SDK side's answer: the object as it received it, and the status the operation met.
+    bool answer_of(const Record &received, int status, ReplayRecord &answer) {
         answer.line = received.line;
         add_value(answer.fields, "op", "\"" + op_of(received.entries[0]) + "\"", received.line);
         std::string why;
-        if (!object_values(*t, received.entries[0], answer, why))
-            return problem({path_, why_line_ ? why_line_ : received.line, fmt::format("receive_call record {} cannot be replayed: {}; it is left out", received.number, why)});
-        add_value(answer.fields, "rc", std::to_string(o.status), received.line);
-        if (!o.npu_results.empty()) arm_npu_results(o);
-        add(std::move(o), &answer);
+        if (!object_values(*engine::find_type(received.type.c_str()), received.entries[0], answer, why)) {
+            problem({path_, why_line_ ? why_line_ : received.line, fmt::format("receive_call record {} cannot be replayed: {}; it is left out", received.number, why)});
+            return false;
+        }
+        add_value(answer.fields, "rc", std::to_string(status), received.line);
+        return true;
     }
 
     // The op a received object reports for a client operation.
@@ -514,9 +562,24 @@ struct Replayer::Impl {
         arm(v::kStepInject, o, {{v::kStepFieldStatus, std::to_string(kInjectedClass), line}, {v::kStepFieldTimes, std::to_string(times), line}});
     }
 
-    void arm_npu_results(const Operation &o) {
-        uint32_t line = o.record->line;
-        arm(v::kStepNpuResult, o, {{v::kStepFieldResults, o.npu_results, line}, {v::kStepFieldTimes, "1", line}});
+    // Each attempt of an operation takes the results armed next for it, in order: one step per run
+    // of attempts that showed the same results. An attempt that showed none before one that did
+    // takes zeros, which the recorder leaves out as it left out the original's none.
+    void arm_npu_results(const Operation &o, std::span<const Record> attempts) {
+        auto shows_results = [](const Record &a) { return !a.entries.empty() && a.entries[0].find("npu_result"); };
+        if (std::none_of(attempts.begin(), attempts.end(), shows_results)) return;
+        std::vector<std::string> shown;
+        for (const Record &a : attempts) {
+            const Field *results = a.entries.empty() ? nullptr : a.entries[0].find("npu_result");
+            shown.push_back(results ? results->value : "");
+        }
+        while (!shown.empty() && shown.back().empty()) shown.pop_back();
+        for (size_t i = 0, run_end; i < shown.size(); i = run_end) {
+            for (run_end = i + 1; run_end < shown.size() && shown[run_end] == shown[i];) ++run_end;
+            uint32_t line = attempts[i].line;
+            arm(v::kStepNpuResult, o, {{v::kStepFieldResults, shown[i].empty() ? "[ 0 ]" : shown[i], line},
+                                       {v::kStepFieldTimes, std::to_string(run_end - i), line}});
+        }
     }
 
     // Consecutive records of one type share a step. A walk records the status its array's last
@@ -550,6 +613,7 @@ struct Replayer::Impl {
     ReplayConfig config_;
     Reader reader_;
     std::deque<Record> ahead_;
+    std::vector<Record> attempts_; // of the operation being turned back
     std::deque<ReplayStep> ready_;
     ReplaySummary summary_;
     pc::support::Context scratch_; // converters check values against it; nothing runs

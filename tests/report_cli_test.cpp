@@ -53,6 +53,18 @@ TEST_F(ReportCommand, StreamsGivenTwiceEmptyOrCutAreNamedAndTheStatusIsThePages)
     const std::string drawn = "mismatch.yaml\",\"name\":\"mismatch\",\"status\"";
     EXPECT_EQ(pc::test::text::count(pc::test::read_file(at("twice.html")), drawn), pc::test::text::count(pc::test::read_file(at("once.html")), drawn));
     EXPECT_EQ(pc::test::text::count(pc::test::read_file(at("once.html")), drawn), 1u);
+    // a copy of a shard's stream is the same run and shard, though another file; the other shard merges
+    const std::string files = std::string(PC_SCENARIOS) + "/mismatch.yaml " + PC_SCENARIOS + "/clean.yaml";
+    ASSERT_EQ(planecheck("run -q --run-id job7 --shard 1/2 --events " + at("s1.events") + " " + files).status, 1);
+    ASSERT_EQ(planecheck("run -q --run-id job7 --shard 2/2 --events " + at("s2.events") + " " + files).status, 0);
+    fs::copy_file(at("s1.events"), at("s1-copy.events"));
+    Outcome shards = planecheck("report " + at("s1.events") + " " + at("s2.events") + " --html " + at("shards.html"));
+    EXPECT_EQ(shards.status, 1) << shards.output;
+    Outcome copied = planecheck("report " + at("s1.events") + " " + at("s2.events") + " " + at("s1-copy.events") + " --html " + at("copied.html"));
+    EXPECT_EQ(copied.status, 2) << copied.output;
+    EXPECT_TRUE(has(copied, "the events files " + at("s1.events") + " and " + at("s1-copy.events") + " hold the same run (job7, shard 1/2)"))
+        << copied.output;
+    EXPECT_EQ(pc::test::text::count(pc::test::read_file(at("copied.html")), drawn), 1u);
     std::ofstream(empty).flush();
     std::string text = pc::test::read_file(failing);
     std::ofstream(cut) << text.substr(0, text.find("{\"schema\":1,\"event\":\"run_end\""));

@@ -84,6 +84,7 @@ class RunBuilder:
 
     def on_run_start(self, event: dict) -> None:
         self.run.version = event.get("version")
+        self.run.run_id = event.get("run_id")
 
     def on_file_start(self, event: dict) -> None:
         result = self.file(event["file"])

@@ -94,6 +94,7 @@ class Run:
     verdict: Optional[str] = None
     totals: dict = field(default_factory=dict)
     version: Optional[str] = None
+    run_id: Optional[str] = None
     stdout: str = ""
     stderr: str = ""
 

@@ -167,6 +167,8 @@ private:
     }
 
     FileResult invalid(const yaml::LoadError &error) {
+        // a stop signal that broke off opening or reading (EINTR) ends the run, not the file
+        ending::stop_if_requested();
         result_.invalid = true;
         result_.error = error.text();
         result_.add_finding(result_.error);
@@ -865,6 +867,7 @@ FileResult run_file(const std::string &path, const Options &options) {
         ScenarioReader check_reader;
         FileResult checked = FileRun(path, check, check_reader).run();
         if (!checked.passed()) {
+            ending::stop_if_requested();
             FileResult refused = checked;
             refused.invalid = true;
             refused.steps = refused.failed_steps = 0; // none of them ran
@@ -879,6 +882,7 @@ FileResult run_file(const std::string &path, const Options &options) {
     if (!options.check_only) {
         ScenarioReader scan;
         if (std::optional<FileResult> refused = refuse_unserved_steps(linked_platform(), path, scan)) {
+            ending::stop_if_requested();
             tell_refused(*refused, {}, options.observer);
             return *refused;
         }

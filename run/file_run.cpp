@@ -1,6 +1,7 @@
 #include "file_run.hpp"
 
 #include "check.hpp"
+#include "expected_findings.hpp"
 #include "read_ahead.hpp"
 #include "ending.hpp"
 #include "platform.hpp"
@@ -350,6 +351,7 @@ private:
         std::string finding = without_newline(out);
         result_.add_finding(finding);
         trail_error(trail(), finding);
+        since_expect_.add(f, finding);
         if (f.kind == FindingKind::mismatch) ++mismatch_findings_;
         if (!observer()) return;
         f.line = line ? line : current_line_;
@@ -656,18 +658,9 @@ private:
         if (inject) {
             const JSON_Value *status = json_object_get_value(o, v::kStepFieldStatus);
             if (!status) return fail_at(body, "inject: needs status: (a number or a name such as ENOMEM)");
-            int32_t s = 0;
-            const char *text = json_value_get_string(status);
-            bool numeric = text && text[0] && std::strspn(text, "0123456789abcdefxABCDEFX") == std::strlen(text);
-            if (json_value_get_type(status) == JSONString && !pc::support::status_from_name(text, s) && !numeric)
-                return fail_at(status, fmt::format("unknown status '{}' (a number or a name such as ENOMEM){}", text,
-                                                   pc::support::did_you_mean(text, pc::support::status_name_list())));
-            if (json_value_get_type(status) != JSONString && json_value_get_type(status) != JSONNumber)
-                return fail_at(status, "status: is a number or a name such as ENOMEM");
-            if (std::string p = whole_number_problem(status, INT32_MIN, UINT32_MAX); !p.empty())
-                return fail_at(status, "status: the value " + p);
-            if (!options_.check_only)
-                platform_.services->arm_injection(json_value_get_string(op), int32_t(json_value_get_constant(status)), uint32_t(n));
+            StatusValue s;
+            if (std::string p = read_status(status, s); !p.empty()) return fail_at(status, p);
+            if (!options_.check_only) platform_.services->arm_injection(json_value_get_string(op), s.value, uint32_t(n));
         } else {
             const JSON_Array *list = json_value_get_array(json_object_get_value(o, v::kStepFieldResults));
             if (!list || json_array_get_count(list) > PC_MAX_NPUS)
@@ -727,31 +720,64 @@ private:
         return "";
     }
 
-    // expect: { mismatches: N, value_errors: N } accounts for what happened since the last expect.
-    std::string expect(const Step &step, JSON_Value *body) {
+    // expect: { mismatches: N, value_errors: N, findings: [ ... ] } accounts for what happened since
+    // the last expect: the counts given, and with findings: each finding, named by an entry of its own.
+    struct Expectation {
+        std::optional<int64_t> mismatches, value_errors;
+        std::optional<std::vector<FindingEntry>> findings;
+    };
+
+    std::string read_expectation(JSON_Value *body, Expectation &want) {
         namespace v = pc::vocabulary;
         const JSON_Object *o = json_value_get_object(body);
         if (!o) return fail_at(body, "expect: takes a mapping such as { mismatches: 2 }");
-        int64_t want_m = 0, want_v = 0;
         for (size_t i = 0; i < json_object_get_count(o); ++i) {
             std::string key = json_object_get_name(o, i);
             const JSON_Value *value = json_object_get_value_at(o, i);
+            if (key == v::kStepFieldFindings) {
+                const JSON_Value *at = nullptr;
+                std::string problem = read_finding_entries(value, want.findings.emplace(), at);
+                if (!problem.empty()) return fail_at(at, problem);
+                continue;
+            }
             int64_t n;
             if (!pc_json_get_int64(value, &n) || n < 0) return fail_at(value, key + ": is a whole number");
-            if (key == v::kStepFieldMismatches) want_m = n;
-            else if (key == v::kStepFieldValueErrors) want_v = n;
-            else return fail_at(value, fmt::format("expect: has no '{}' (expected {})", key, fmt::join(std::begin(v::kExpectFields), std::end(v::kExpectFields), ", ")));
+            if (!listed(v::kExpectFields, key))
+                return fail_at(value, fmt::format("expect: has no '{}' (expected {})", key, fmt::join(std::begin(v::kExpectFields), std::end(v::kExpectFields), ", ")));
+            (key == v::kStepFieldMismatches ? want.mismatches : want.value_errors) = n;
         }
+        return "";
+    }
+
+    // "; expected 2 mismatches and 0 value errors" when the counts differ; with findings: a count
+    // not given is not judged, as the findings name what came.
+    static std::string counts_missed(const Expectation &want, uint64_t got_m, uint64_t got_v) {
+        bool named = want.findings.has_value();
+        std::optional<int64_t> m = want.mismatches, v = want.value_errors;
+        if (!named) m = m.value_or(0), v = v.value_or(0);
+        if ((!m || uint64_t(*m) == got_m) && (!v || uint64_t(*v) == got_v)) return "";
+        std::vector<std::string> counts;
+        if (m) counts.push_back(plural(uint64_t(*m), "mismatch"));
+        if (v) counts.push_back(plural(uint64_t(*v), "value error"));
+        return fmt::format("; expected {}", fmt::join(counts, " and "));
+    }
+
+    std::string expect(const Step &step, JSON_Value *body) {
+        Expectation want;
+        if (std::string problem = read_expectation(body, want); !problem.empty()) return problem;
         if (options_.check_only) return "";
         uint64_t got_m = mismatches() - accounted_m_, got_v = value_errors() - accounted_v_;
         accounted_m_ = mismatches();
         accounted_v_ = value_errors();
-        bool ok = got_m == uint64_t(want_m) && got_v == uint64_t(want_v);
+        std::string missed = counts_missed(want, got_m, got_v);
+        std::string unpaired = want.findings ? unpaired_findings(*want.findings, since_expect_) : "";
+        since_expect_.clear();
+        if (!unpaired.empty()) missed += "; the findings named are not those that came" + unpaired;
+        bool ok = missed.empty();
         if (ok) result_.expected += got_m + got_v;
         else ++result_.failures;
         std::string what = fmt::format("{} and {} since the last expect", plural(got_m, "mismatch"), plural(got_v, "value error"));
-        std::string line = fmt::format("{}:{}: step {} expect: {} ({})", result_.path, step.line, step.number, ok ? "ok" : "FAILED", what);
-        if (!ok) line += fmt::format("; expected {} and {}", plural(uint64_t(want_m), "mismatch"), plural(uint64_t(want_v), "value error"));
+        std::string line = fmt::format("{}:{}: step {} expect: {} ({}){}", result_.path, step.line, step.number, ok ? "ok" : "FAILED", what, missed);
         if (!ok) result_.add_finding(line), record_.status = StepStatus::failed, observe_failure(line);
         clear_progress();
         if (!ok || !options_.quiet) fmt::print(options_.steps, "{}\n", line);
@@ -809,6 +835,7 @@ private:
     const JSON_Value *problem_at_ = nullptr;
     uint64_t accounted_m_ = 0, accounted_v_ = 0;
     std::string first_idle_;    // the first step that ran nothing, as its line says it
+    FindingsSince since_expect_; // the mismatches and value errors since the last expect
     StepRecord record_;         // the step running now
     std::chrono::steady_clock::time_point started_ = std::chrono::steady_clock::now(), record_start_;
     uint64_t step_m_ = 0, step_v_ = 0;

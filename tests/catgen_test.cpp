@@ -110,6 +110,8 @@ TEST(Catgen, AVocabularyThatCodeCannotRelyOnIsRefusedWithItsLine) {
         {"step_members: [sdk]", "step_members: [expect]", "vocabulary.yaml:12:16: step member 'expect' is also a step kind"},
         {"step_members: [sdk]\n", "", "expected a non-empty list 'step_members:'"},
         {"step_kinds:", "step_kind:", "unknown section 'step_kind'"},
+        {"step_members: [sdk]\n", "step_members: [sdk]\nfinding_fields: [text, text]\n", "vocabulary.yaml:13:24: finding_fields: 'text' is listed twice"},
+        {"step_members: [sdk]\n", "step_members: [sdk]\nfinding_fields: []\n", "vocabulary.yaml:13:17: finding_fields: takes a non-empty list of keys"},
     };
     for (const Case &c : cases) {
         std::string vocabulary = vocabulary_with(c.line, c.replacement);

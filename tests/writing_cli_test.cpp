@@ -200,6 +200,122 @@ TEST(Messages, QuietExpectHandlesAndArgumentErrorsSayWhatTheyMean) {
     EXPECT_EQ(bad_option.output.rfind("planecheck: ", 0), 0u) << bad_option.output;
 }
 
+// Three findings since the start: a planted attr_a1 mismatch (line 3), the EBUSY of a delete that
+// is still referred to (line 6) and a misspelled key's value error (line 7, column 56).
+std::string findings_file(const std::string &name, const std::string &expect, bool planted = true, bool misspelled = true) {
+    std::string text = std::string("config: { object_set: 1, references: enforce }\nsteps:\n") +
+                       "  - send: { test_if: [ { op: create, key_a: 1, attr_a1: 5 }, { op: get, key_a: 1, attr_a1: " +
+                       (planted ? "3" : "5") + " } ] }\n" +
+                       "  - send: { l3intf: [ { op: create, ifhandle: 1, hdl: if1 } ] }\n"
+                       "  - send: { ipnh: [ { op: create, intf: 1, nh_addr: \"10.0.0.1\", l3intf_refhdl: if1 } ] }\n"
+                       "  - send: { l3intf: [ { op: delete, ifhandle: 1 } ] }\n" +
+                       (misspelled ? "  - send: { test_if: [ { op: create, key_a: 2, atr_a1: 5 } ] }\n" : "") + "  - expect: " + expect + "\n";
+    return scenario_file(name, text);
+}
+
+TEST(Expect, FindingsNameEachFindingThatCameSinceTheLastExpect) {
+    // the planted mismatch went away and an EBUSY came instead: the count alone still holds
+    std::string gone = findings_file("gone.yaml", "{ mismatches: 1, findings: [ { attribute: attr_a1 } ] }", false, false);
+    std::string counted = findings_file("counted.yaml", "{ mismatches: 1 }", false, false);
+    std::string ebusy = ":6: dpa_l3intf_delete: EBUSY, received 16 expected 0";
+    std::string three = "{ mismatches: 2, value_errors: 1, findings: [ { attribute: attr_a1 }, { status: EBUSY }, { text: \"has no 'atr_a1'\" } ] }";
+    std::string since = scenario_file("since.yaml", R"(config: { object_set: 1, references: enforce }
+steps:
+  - send: { test_if: [ { op: create, key_a: 1, attr_a1: 5 }, { op: get, key_a: 1, attr_a1: 3 } ] }
+  - expect: { findings: [ { attribute: attr_a1 } ] }
+  - send: { l3intf: [ { op: create, ifhandle: 1, hdl: if1 } ] }
+  - send: { ipnh: [ { op: create, intf: 1, nh_addr: "10.0.0.1", l3intf_refhdl: if1 } ] }
+  - expect: { findings: [] }
+  - send: { l3intf: [ { op: delete, ifhandle: 1 } ] }
+  - expect: { findings: [ { status: EBUSY } ] }
+)");
+    std::string planted_only = scenario_file("twice.yaml", "steps:\n  - send: { test_if: [ { op: create, key_a: 1, attr_a1: 5 }, "
+                                                           "{ op: get, key_a: 1, attr_a1: 3 } ] }\n"
+                                                           "  - expect: { findings: [ { attribute: attr_a1 }, { text: attr_a1 } ] }\n");
+    expect_says({
+        {"run " + counted, 0, {"step 5 expect: ok (1 mismatch and 0 value errors since the last expect)", "PASSED", "(1 expected)"}},
+        {"run " + gone, 1,
+         {"gone.yaml:7: step 5 expect: FAILED (1 mismatch and 0 value errors since the last expect); the findings named are not "
+          "those that came\n  expected: { attribute: attr_a1 }\n  came: " + gone + ebusy + "\n",
+          "  left over: { attribute: attr_a1 } matched no finding\n",
+          "  left over: " + gone + ebusy + " was named by no entry\n", "planecheck: FAILED: 1 file"},
+         {"(1 expected)"}},
+        // each kind of entry names its finding; counts and findings: judge together
+        {"run " + findings_file("kinds.yaml", three), 0,
+         {"step 6 expect: ok (2 mismatches and 1 value error since the last expect)", "PASSED: 1 file, 6 steps, 2 mismatches, 1 value error (3 expected)"}},
+        // the first entry could take either mismatch: it must leave attr_a1's to the second; an
+        // entry's keys all hold for its finding; text: is searched in the line as the log writes it
+        {"run " + findings_file("order.yaml", "{ findings: [ { text: received }, { attribute: attr_a1 }, { text: \"^.*:7:56: test_if has no\" } ] }"), 0,
+         {"step 6 expect: ok", "(3 expected)"}},
+        {"run " + findings_file("keys.yaml", "{ findings: [ { attribute: rc, status: 16 }, { attribute: attr_a1, text: \"received 5 expected 3$\" }, "
+                                             "{ text: atr_a1 } ] }"), 0, {"step 6 expect: ok"}},
+        {"run " + findings_file("wrong_key.yaml", "{ findings: [ { attribute: attr_a1, status: EBUSY }, { status: EBUSY }, { text: atr_a1 } ] }"), 1,
+         {"  left over: { attribute: attr_a1, status: EBUSY } matched no finding\n", "3: attr_a1: received 5 expected 3 was named by no entry\n"}},
+        // a finding no entry names, with the counts right
+        {"run " + findings_file("unnamed.yaml", "{ mismatches: 2, value_errors: 1, findings: [ { attribute: attr_a1 }, { status: EBUSY } ] }"), 1,
+         {"step 6 expect: FAILED (2 mismatches and 1 value error since the last expect); the findings named are not those that came\n",
+          "  came: " + testing::TempDir() + "unnamed.yaml:3: attr_a1: received 5 expected 3\n",
+          "  left over: " + testing::TempDir() + "unnamed.yaml:7:56: test_if has no 'atr_a1'"},
+         {"matched no finding"}},
+        // an entry that names nothing that came
+        {"run " + findings_file("nothing.yaml", three.substr(0, three.size() - 4) + ", { status: ENOENT } ] }"), 1,
+         {"  expected: { status: ENOENT }\n", "  left over: { status: ENOENT } matched no finding\n"}, {"named by no entry"}},
+        // two entries, one finding: each entry names a finding of its own
+        {"run " + planted_only, 1,
+         {"  expected: { attribute: attr_a1 }\n  expected: { text: \"attr_a1\" }\n  came: ", "  left over: { text: \"attr_a1\" } matched no finding\n"},
+         {"named by no entry", "left over: { attribute"}},
+        // the counts still judge beside findings:
+        {"run " + findings_file("counts.yaml", "{ mismatches: 1, findings: [ { attribute: attr_a1 }, { status: EBUSY } ] }", true, false), 1,
+         {"step 5 expect: FAILED (2 mismatches and 0 value errors since the last expect); expected 1 mismatch\n"}, {"left over"}},
+        // each expect names only what came after the one before
+        {"run " + since, 0, {"step 2 expect: ok", "step 5 expect: ok (0 mismatches", "step 7 expect: ok (1 mismatch", "(2 expected)"}},
+    });
+}
+
+// A findings: list names at most 200 findings, so the run keeps at most that many since an expect.
+TEST(Expect, FindingsBeyondTheLimitAreCountedAndLeftOut) {
+    std::string gets;
+    for (int i = 0; i < 201; ++i) gets += ", { op: get, key_a: 1, attr_a1: 3 }";
+    std::string many = scenario_file("many.yaml", "steps:\n  - send: { test_if: [ { op: create, key_a: 1, attr_a1: 5 }" + gets +
+                                                      " ] }\n  - expect: { mismatches: 201, findings: [ { attribute: attr_a1 } ] }\n");
+    Result r = planecheck("run " + many);
+    EXPECT_EQ(r.status, 1) << r.output;
+    EXPECT_EQ(count(r.output, "  came: "), 201u) << r.output;
+    EXPECT_EQ(count(r.output, " was named by no entry\n"), 199u) << r.output;
+    EXPECT_TRUE(has(r, "  came: 1 more finding, left out\n  left over: ")) << r.output;
+    EXPECT_TRUE(has(r, "  left over: 1 more finding, left out\n")) << r.output;
+}
+
+// A findings: list that cannot be judged is refused at its place, by check before anything runs
+// and by run at the step.
+TEST(Expect, CheckRefusesAFindingsListItCannotJudge) {
+    std::string entries;
+    for (int i = 0; i < 201; ++i) entries += std::string(i ? ", " : "") + "{ attribute: attr_a1 }";
+    struct Case {
+        const char *name;
+        std::string findings, error;
+    } cases[] = {
+        {"not_list.yaml", "{ attribute: attr_a1 }", ":2:25: findings: is a list of findings such as [ { attribute: attr_a1 }, { status: EBUSY } ]"},
+        {"not_mapping.yaml", "[ attr_a1 ]", ":2:27: findings: each entry is a mapping with attribute:, status: or text:"},
+        {"empty.yaml", "[ {} ]", ":2:27: findings: an entry names at least one of attribute, status, text"},
+        {"unknown_key.yaml", "[ { atribute: attr_a1 } ]", ":2:39: findings: an entry has no 'atribute' (expected attribute, status, text); did you mean attribute?"},
+        {"attribute.yaml", "[ { attribute: 5 } ]", ":2:40: attribute: is the name of an attribute"},
+        {"regex.yaml", "[ { text: \"([\" } ]", ":2:35: text: '([' is no regular expression: "},
+        {"status.yaml", "[ { status: EBUSSY } ]", ":2:37: unknown status 'EBUSSY' (a number or a name such as ENOMEM); did you mean EBUSY?"},
+        {"status_type.yaml", "[ { status: [1] } ]", ":2:37: status: is a number or a name such as ENOMEM"},
+        {"too_many.yaml", "[ " + entries + " ]", ":2:25: findings: names at most 200 findings"},
+    };
+    for (const Case &c : cases) {
+        std::string path = scenario_file(c.name, "steps:\n  - expect: { findings: " + c.findings + " }\n  - send: { test_if: [ { op: create, key_a: 1 } ] }\n");
+        for (const char *command : {"check ", "run "}) {
+            Result r = planecheck(command + path);
+            EXPECT_EQ(r.status, 2) << command << c.name << "\n" << r.output;
+            EXPECT_TRUE(has(r, path + c.error)) << c.error << "\n" << r.output;
+            EXPECT_FALSE(has(r, "step 2")) << r.output; // nothing after the refusal runs
+        }
+    }
+}
+
 // l3intf and ipnh are active while object_set is nonzero.
 const char *kReferences = R"(config: { object_set: 1, references: enforce }
 steps:

@@ -126,6 +126,30 @@ class ScenariosValidate(unittest.TestCase):
         self.assertNotEqual(Schema.step_errors({"send": {"test_if": []}, "dump": {"test_if": []}}), [])
 
 
+class ExpectFindingsFollowTheVocabulary(unittest.TestCase):
+    def test_named_findings_validate_and_bad_entries_are_refused(self):
+        good = {"expect": {"mismatches": 1, "findings": [{"attribute": "attr_a1"}, {"status": "EBUSY"}, {"status": 16},
+                                                         {"text": "received [0-9]+", "attribute": "rc"}]}}
+        self.assertEqual(Schema.step_errors(good), [])
+        self.assertFalse(ScenariosValidate().check_finds(good))
+        for findings in ({"attribute": "attr_a1"}, [{}], [{"atribute": "attr_a1"}], [{"attribute": 5}], ["attr_a1"],
+                         [{"text": "x"}] * 201):
+            step = {"expect": {"findings": findings}}
+            with self.subTest(findings=str(findings)[:60]):
+                self.assertNotEqual(Schema.step_errors(step), [])
+                self.assertTrue(ScenariosValidate().check_finds(step))
+        # what only check sees: a status name no system has and a pattern that does not compile
+        for entry in ({"status": "EBUSSY"}, {"text": "(["}):
+            with self.subTest(entry=entry):
+                self.assertTrue(ScenariosValidate().check_finds({"expect": {"findings": [entry]}}))
+
+    def test_the_entry_keys_are_the_vocabulary_s(self):
+        entry = Schema.document["definitions"]["expect"]["properties"]["findings"]["items"]
+        with open(os.path.join(SOURCE, "catalogue", "vocabulary.yaml"), encoding="utf-8") as f:
+            listed = re.search(r"^finding_fields: \[([^\]]*)\]", f.read(), re.M).group(1)
+        self.assertEqual(list(entry["properties"]), [k.strip() for k in listed.split(",")])
+
+
 class TrapsAreSchemaErrors(unittest.TestCase):
     def test_each_trap_check_finds_is_a_schema_error(self):
         path = os.path.join(SOURCE, "tests", "scenarios", "traps.yaml")

@@ -294,6 +294,20 @@ std::string op_text_pattern(const Vocabulary &v) {
     return fmt::format("^[a-z0-9_]+ ({})$", fmt::join(ops, "|"));
 }
 
+// expect:'s findings: a list of entries, each naming a finding by some of the vocabulary's keys.
+std::string findings_schema(const Vocabulary &v, const std::string &status) {
+    const std::map<std::string, std::string> key_schemas = {
+        {"attribute", obj({{"type", q("string")}, {"description", q("the attribute (or control field) the finding is about")}})},
+        {"status", status},
+        {"text", obj({{"type", q("string")}, {"format", q("regex")}, {"description", q("a regular expression searched in the finding's line")}})}};
+    Members keys;
+    for (const std::string &k : v.finding_fields) keys.emplace_back(k, key_schemas.count(k) ? key_schemas.at(k) : "{}");
+    std::string entry = obj({{"type", q("object")}, {"properties", obj(keys)}, {"minProperties", "1"}, {"additionalProperties", "false"}});
+    // at most as many as the run keeps since an expect
+    return obj({{"type", q("array")}, {"items", entry}, {"maxItems", "200"},
+                {"description", q("every finding since the last expect, each named by one entry")}});
+}
+
 void scenario_definitions(const Catalogue &cat, Members &defs) {
     control_definitions(defs);
     defs.push_back({"send", tables(cat, true)});
@@ -311,9 +325,11 @@ void scenario_definitions(const Catalogue &cat, Members &defs) {
     std::string status = obj({{"anyOf", any_of({whole_number(INT32_MIN, UINT32_MAX), text_matching(kStatusName)})}});
     std::string results = obj({{"type", q("array")}, {"items", whole_number(INT32_MIN, UINT32_MAX)}, {"maxItems", "64"}});
     std::string count = obj({{"type", q("integer")}, {"minimum", "0"}});
+    std::string findings = findings_schema(cat.vocabulary, status);
     // The keys come from the vocabulary; a key with no schema here takes any value.
     const std::map<std::string, std::string> field_schemas = {{"op", op_text}, {"status", status}, {"times", times},
-                                                              {"results", results}, {"mismatches", count}, {"value_errors", count}};
+                                                              {"results", results}, {"mismatches", count}, {"value_errors", count},
+                                                              {"findings", findings}};
     const std::map<std::string, std::string> required = {{"inject", "[\"op\",\"status\"]"}, {"npu_result", "[\"op\",\"results\"]"}};
     for (const auto &[kind, fields] : cat.vocabulary.step_fields) {
         Members properties;

@@ -106,6 +106,7 @@ std::string vocabulary_header(const Vocabulary &v) {
     names(out, "The kinds of step, each a key of its own step.", "kStepKinds", "Step", v.step_kinds);
     names(out, "Keys a step may have beside its kind.", "kStepMembers", "Member", v.step_members);
     step_fields(out, v);
+    names(out, "The keys of an entry of an expect:'s findings: list.", "kFindingFields", "FindingField", v.finding_fields);
     out += "\n// The op of this text, or null.\ninline const Op *find_op(const char *name) {\n"
            "    for (const Op &op : kOps)\n        if (name && std::strcmp(op.name, name) == 0) return &op;\n"
            "    return nullptr;\n}\n\n} // namespace pc::vocabulary\n\n"

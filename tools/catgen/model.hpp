@@ -123,6 +123,7 @@ struct Vocabulary {
     std::vector<ControlField> control_fields;
     std::vector<std::string> step_kinds;
     std::vector<std::string> step_members;
+    std::vector<std::string> finding_fields; // the keys of an entry of an expect:'s findings: list
     // The keys a step kind's own mapping takes, by kind (kinds whose value is no mapping have none).
     std::vector<std::pair<std::string, std::vector<std::string>>> step_fields;
     bool loaded = false;

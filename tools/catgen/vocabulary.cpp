@@ -193,7 +193,7 @@ struct VocabularyLoader {
     void load(const JSON_Value *root) {
         const JSON_Object *top = json_value_get_object(root);
         if (!top) return diag.error(at(root), "expected a mapping of ops, special_keys, control_fields, step_kinds, step_members");
-        static const std::set<std::string> known = {"ops", "special_keys", "control_fields", "step_kinds", "step_members", "step_fields"};
+        static const std::set<std::string> known = {"ops", "special_keys", "control_fields", "step_kinds", "step_members", "step_fields", "finding_fields"};
         for (size_t i = 0; i < json_object_get_count(top); ++i)
             if (!known.count(json_object_get_name(top, i)))
                 diag.error(at(json_object_get_value_at(top, i)), fmt::format("unknown section '{}'", json_object_get_name(top, i)));
@@ -210,6 +210,11 @@ struct VocabularyLoader {
             }
         }
         if (const JSON_Value *f = json_object_get_value(top, "step_fields")) step_fields(f);
+        if (const JSON_Value *f = json_object_get_value(top, "finding_fields")) {
+            const JSON_Array *list = json_value_get_array(f);
+            if (!list || !json_array_get_count(list)) diag.error(at(f), "finding_fields: takes a non-empty list of keys");
+            else names(list, "finding_fields", vocab.finding_fields);
+        }
         vocab.loaded = true;
     }
 };

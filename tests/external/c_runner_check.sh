@@ -35,7 +35,7 @@ def events(path):
     out = []
     for line in open(path):
         e = json.loads(line)
-        for varying in ("time", "duration", "command", "options", "files"):
+        for varying in ("time", "duration", "command", "options", "files", "run_id"):
             e.pop(varying, None)
         out.append(e)
     return out

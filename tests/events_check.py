@@ -429,8 +429,9 @@ TAP_COUNTS = ('local $/; my $p = TAP::Parser->new({tap => <STDIN>}); 1 while $p-
 
 def tap_counts(tap):
     """tests run, passed, failed, todo, skipped and parse errors, as Perl's TAP::Parser reads the stream."""
-    read = subprocess.run(["perl", "-MTAP::Parser", "-e", TAP_COUNTS], input=tap, capture_output=True, text=True)
-    return read.stdout.splitlines()[0]
+    stream = tap if isinstance(tap, bytes) else tap.encode()  # TAP is bytes: a file name need not be UTF-8
+    read = subprocess.run(["perl", "-MTAP::Parser", "-e", TAP_COUNTS], input=stream, capture_output=True)
+    return read.stdout.decode().splitlines()[0]
 
 
 class SkippedIsNotPassed(EventChecks):
@@ -491,6 +492,91 @@ class HostileText(EventChecks):
         self.assertEqual(tap_counts(out.stdout), "3 1 2 0 0 0", out.stdout)
         self.assertIn("a \\# TODO b.yaml", out.stdout)
         self.assertIn(":2: unknown table x\\nnot ok 9 - injected\\nBail out!\n", out.stdout)
+
+
+CARRIED = re.compile("[\uef00-\uef1f\uef80-\uefff]")
+
+
+def original_bytes(text):
+    """The bytes a JSON or XML text stands for: U+EF00 + a byte carries a byte the form cannot."""
+    return b"".join(bytes([ord(c) - 0xEF00]) if CARRIED.match(c) else c.encode("utf-8", "surrogateescape") for c in text)
+
+
+def chromium():
+    for path in (os.environ.get("PC_CHROMIUM"), "/usr/bin/chromium", "/usr/bin/chromium-browser"):
+        if path and os.access(path, os.X_OK):
+            return path
+    return None
+
+
+def browser_dom(page):
+    """The page's DOM after its scripts ran in headless Chromium, and the script errors it logged."""
+    profile = scratch("chromium-profile")
+    out = subprocess.run([chromium(), "--headless", "--no-sandbox", "--disable-gpu", "--no-first-run",
+                          "--disable-background-networking", "--disable-component-update", "--disable-sync",
+                          "--user-data-dir=" + profile, "--enable-logging=stderr", "--v=0", "--virtual-time-budget=5000",
+                          "--dump-dom", "file://" + page], capture_output=True, text=True, timeout=120)
+    errors = [line for line in out.stderr.splitlines() if "ERROR:CONSOLE" in line or "Uncaught" in line]
+    return out.stdout, errors
+
+
+class HostileNamesInEveryOutput(EventChecks):
+    """Names and values no format may be broken by, through --tap, --junit, --events and --html, read
+    back whole by the readers CI uses: Perl's TAP::Parser, Python's XML and JSON, the page in Chromium."""
+    NAMES = [b"line\nbreak # TODO <b>.yaml", b"latin1 \xe9\xff.yaml", "rtl \u202egnp.yaml".encode(),
+             b"ctl \x01\x1b.yaml", "genuine \uef80.yaml".encode()]
+    SCENARIO_NAME = "evil\\nname # SKIP </script><!-- \u202e bidi"
+    LONG_TEXT = "k" * 100_000 + "</script># \n not ok 9 \u202e"
+
+    def scenarios(self):
+        folder = os.fsencode(scratch("hostile"))
+        os.makedirs(folder, exist_ok=True)
+        paths = []
+        for number, name in enumerate(self.NAMES):
+            failing = number % 2 == 0  # every other file fails, with a 100 kB finding that names what it expected
+            path = os.path.join(folder, name)
+            with open(path, "w", encoding="utf-8") as f:
+                f.write('name: "%s"\nsteps:\n  - send: { test_if: [ { op: create, key_a: 1, attr_a1: 5 } ] }\n' % self.SCENARIO_NAME)
+                if failing:
+                    f.write("  - expect: { findings: [ { attribute: %s } ] }\n" % json.dumps(self.LONG_TEXT))
+            paths.append(path)
+        return paths
+
+    def test_every_output_reads_back_whole(self):
+        paths = self.scenarios()
+        events, junit, page = scratch("hostile.jsonl"), scratch("hostile.xml"), scratch("hostile.html")
+        out = subprocess.run([os.fsencode(PLANECHECK), b"run", b"-j", b"2", b"--tap", b"--events", os.fsencode(events),
+                              b"--junit", os.fsencode(junit), b"--html", os.fsencode(page), *paths], capture_output=True, timeout=300)
+        self.assertEqual(out.returncode, 1, out.stderr[-2000:])
+        failing = (len(paths) + 1) // 2
+        self.assertEqual(tap_counts(out.stdout), f"{len(paths)} {len(paths) - failing} {failing} 0 0 0")
+
+        with open(events, encoding="utf-8") as f:  # valid UTF-8 JSON throughout
+            stream = events_of(f.read())
+        files = by_file(stream)
+        self.assertEqual(sorted(original_bytes(name) for name in files), sorted(paths))
+        starts = [e for e in stream if e["event"] == "file_start"]
+        self.assertEqual({e["name"] for e in starts}, {self.SCENARIO_NAME.replace("\\n", "\n")})
+        long_findings = [e["text"] for e in stream if e["event"] == "finding" and self.LONG_TEXT in e["text"]]
+        self.assertEqual(len(long_findings), failing)
+
+        cases = ET.parse(junit).getroot().findall(".//testcase")
+        self.assertEqual(sorted(original_bytes(c.get("name")) for c in cases), sorted(paths))
+        failures = [c.find("failure") for c in cases if c.find("failure") is not None]
+        self.assertEqual(len(failures), failing)
+        self.assertTrue(all(self.LONG_TEXT in f.text for f in failures))
+
+        if not chromium():
+            self.skipTest("no Chromium: the page is not read back")
+        dom, errors = browser_dom(page)
+        self.assertEqual(errors, [])
+        self.assertIn('data-ready="true"', dom)
+        self.assertEqual(dom.count('data-file="'), len(paths))
+        self.assertIn("latin1 \\xe9\\xff.yaml", dom)  # bytes that are not UTF-8 shown as \xNN
+        self.assertIn("ctl \\x01\\x1b.yaml", dom)
+        self.assertIn("rtl \u202egnp.yaml", dom)
+        self.assertIn("&lt;/script&gt;", dom)  # text, never markup
+        self.assertGreaterEqual(dom.count(self.LONG_TEXT.replace("<", "&lt;").replace(">", "&gt;")), failing)
 
 
 if __name__ == "__main__":

@@ -9,12 +9,14 @@
   var HEAT_BLOCK = 79;           // types per block of the heat map (four blocks hold 315)
   var ROW = { number: 0, line: 1, kind: 2, table: 3, label: 4, status: 5, mismatches: 6, valueErrors: 7, duration: 8 };
 
-  // A byte of a name or value that is not UTF-8 (or a control character) travels as U+EF00 + the
-  // byte; the page shows it as \xNN, the form the TAP stream and the terminal give it.
-  var CARRIED = /[\uEF00-\uEF1F\uEF80-\uEFFF]/g;
+  // A byte of a name or value that is not UTF-8 travels as U+EF00 + the byte; the page shows it,
+  // and a control character other than a line break or tab, as \xNN, the form TAP gives them.
+  var UNSHOWN = /[\u0000-\u0008\u000b-\u001f\uEF00-\uEF1F\uEF80-\uEFFF]/g;
+  var UNSHOWN_IN_DATA = /\\u00[01][0-9a-f]|[\uEF00-\uEF1F\uEF80-\uEFFF]/;
   function shownBytes(v) {
-    if (typeof v === 'string') return v.replace(CARRIED, function (c) {
-      return '\\x' + (c.charCodeAt(0) - 0xEF00).toString(16).padStart(2, '0');
+    if (typeof v === 'string') return v.replace(UNSHOWN, function (c) {
+      var code = c.charCodeAt(0);
+      return '\\x' + (code >= 0xEF00 ? code - 0xEF00 : code).toString(16).padStart(2, '0');
     });
     if (Array.isArray(v)) return v.map(shownBytes);
     if (v && typeof v === 'object') Object.keys(v).forEach(function (k) { v[k] = shownBytes(v[k]); });
@@ -22,7 +24,7 @@
   }
   var dataText = document.getElementById('pc-data').textContent;
   var data = JSON.parse(dataText);
-  if (dataText.search(CARRIED) >= 0) data = shownBytes(data);
+  if (UNSHOWN_IN_DATA.test(dataText)) data = shownBytes(data);
   var files = data.files.map(function (f, i) { f.index = i; return f; });
   var view = { failedOnly: false, search: '' };
 

@@ -422,6 +422,30 @@ class AStopSignal(EventChecks):
                 self.assertTrue(1 < self.whole_records(recorded) < 300001)
                 self.assertEqual(recorded.find('"key_a": 999999,'), recorded.find('"key_a"'))  # the small file's record first
 
+    def test_that_breaks_off_opening_a_file_ends_the_run_not_the_file(self):
+        """A file that blocks on open (a pipe nobody writes): the stop's interrupted open is no file error."""
+        first, fifo, last, path = scratch("before.yaml"), scratch("blocked.yaml"), scratch("after.yaml"), scratch("fifo.events")
+        write(first, "steps:\n  - send: { test_if: [ { op: create, key_a: 1 } ] }\n")
+        write(last, "steps:\n  - send: { test_if: [ { op: create, key_a: 1 } ] }\n")
+        if os.path.exists(fifo):
+            os.unlink(fifo)
+        os.mkfifo(fifo)
+        for jobs in ([], ["-j", "1"]):
+            with self.subTest(jobs=jobs):
+                process = subprocess.Popen([PLANECHECK, "run", *jobs, "--events", path, first, fifo, last],
+                                           stdout=subprocess.PIPE, stderr=subprocess.STDOUT, text=True)
+                deadline = time.monotonic() + 60
+                while time.monotonic() < deadline and f'"file":"{first}","status"' not in text_of(path):
+                    time.sleep(0.05)
+                time.sleep(0.5)  # the next file's open now waits for a writer
+                process.send_signal(signal.SIGTERM)
+                output = process.communicate(timeout=60)[0]
+                self.assertEqual(process.returncode, -signal.SIGTERM, output)
+                self.assertNotIn("Interrupted system call", output)
+                files = self.check_run(events_of(text_of(path)), 128 + signal.SIGTERM)
+                self.assertEqual([files[f][-1]["status"] for f in (first, fifo, last)], ["passed", "ended", "not_run"])
+
+
 TAP_COUNTS = ('local $/; my $p = TAP::Parser->new({tap => <STDIN>}); 1 while $p->next; '
               'printf "%d %d %d %d %d %d\\n", $p->tests_run, scalar($p->passed), scalar($p->failed), scalar($p->todo), '
               'scalar($p->skipped), scalar($p->parse_errors); print "$_\\n" for $p->parse_errors;')

@@ -45,8 +45,10 @@ def test_the_ini_option_chooses_which_files_are_scenarios(pytester, scenarios):
 def test_passing_failing_invalid_and_ended_files_report_in_the_users_terms(pytester, scenarios):
     scenarios(expected_mismatch="test_pass.yaml", mismatch="test_failing.yaml",
               bad_yaml="test_invalid.yaml", unknown_table="test_ended.yaml")
-    result = run_pytest(pytester)
-    result.assert_outcomes(passed=1, failed=3)
+    pytester.makefile(".yaml", test_idle="steps:\n  - send: { l3intf: [ { op: create, intf: 1 } ] }\n")
+    result = run_pytest(pytester, "-rfEs")
+    result.assert_outcomes(passed=1, failed=3, skipped=1)  # a file in which nothing ran is no pass
+    result.stdout.fnmatch_lines(["SKIPPED *planecheck tested nothing in test_idle.yaml: step 1 send l3intf: *nothing ran"])
     result.stdout.fnmatch_lines([
         # the failing step at its line, its finding at the record's line, expected beside received
         "test_failing.yaml:7: step 3 send test_if: failed (1 mismatch, 0 value errors)",

@@ -97,6 +97,20 @@ TEST_F(Folders, AFolderWithoutScenariosIsAnErrorAndFilesBesideFoldersKeepTheirPl
     EXPECT_EQ(dangling.status, 2) << dangling.output;
     EXPECT_TRUE(has(dangling, dir_ + "/suite/dangling.yaml: cannot open")) << dangling.output;
     EXPECT_TRUE(has(dangling, "INVALID: 2 files")) << dangling.output;
+
+    // a file and a folder that cannot be read stay in the suite by their paths; root reads
+    // anything, so the run then drops to nobody
+    write("suite/locked/inner.yaml", creates(3));
+    write("suite/secret.yaml", creates(4));
+    fs::permissions(dir_ + "/suite/locked", fs::perms::none);
+    fs::permissions(dir_ + "/suite/secret.yaml", fs::perms::none);
+    std::string as_user = geteuid() == 0 ? "setpriv --reuid=65534 --regid=65534 --clear-groups " : "";
+    Result locked = pc::test::run_command(as_user + PC_PLANECHECK + " run " + dir_ + "/suite 2>&1");
+    fs::permissions(dir_ + "/suite/locked", fs::perms::owner_all);
+    EXPECT_EQ(locked.status, 2) << locked.output;
+    EXPECT_TRUE(has(locked, dir_ + "/suite/locked: cannot open: Permission denied")) << locked.output;
+    EXPECT_TRUE(has(locked, dir_ + "/suite/secret.yaml: cannot open: Permission denied")) << locked.output;
+    EXPECT_TRUE(has(locked, "INVALID: 4 files")) << locked.output;
 }
 
 using Refusals = Scratch;

@@ -16,19 +16,28 @@ bool is_hidden(const fs::path &p) {
     return name.size() > 1 && name[0] == '.' && name != "..";
 }
 
+// The scenario files under `folder`, walked folder by folder. Anything by a scenario's name but a
+// folder is the suite's: a dangling link or a file that cannot be read fails when it runs, with its
+// path, rather than being left out. So does a folder inside the suite that cannot be listed: it
+// stays by its own path, and opening it tells why. Linked folders are not followed (no cycles).
+void add_scenarios(const fs::path &folder, std::vector<std::string> &found, std::error_code &ec) {
+    fs::directory_iterator it(folder, ec), end;
+    for (; !ec && it != end; it.increment(ec)) {
+        std::error_code kind;
+        bool is_folder = it->is_directory(kind), is_link = it->is_symlink(kind);
+        if (is_folder && !is_link && !is_hidden(it->path())) {
+            std::error_code inner;
+            add_scenarios(it->path(), found, inner);
+            if (inner) found.push_back(it->path().string());
+        } else if (!is_folder && is_scenario_name(it->path().filename().string())) {
+            found.push_back(it->path().string());
+        }
+    }
+}
+
 bool scenarios_under(const std::string &directory, std::vector<std::string> &found, std::string &error) {
     std::error_code ec;
-    fs::recursive_directory_iterator it(directory, ec), end;
-    for (; !ec && it != end; it.increment(ec)) {
-        if (it->is_directory(ec) && is_hidden(it->path())) {
-            it.disable_recursion_pending();
-            continue;
-        }
-        // Anything by a scenario's name but a folder is the suite's: a dangling link or a file that
-        // cannot be read fails when it runs, with its path, rather than being left out.
-        std::error_code kind;
-        if (!it->is_directory(kind) && is_scenario_name(it->path().filename().string())) found.push_back(it->path().string());
-    }
+    add_scenarios(directory, found, ec);
     if (ec) {
         error = fmt::format("{}: cannot read the directory: {}", directory, ec.message());
         return false;

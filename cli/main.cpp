@@ -86,6 +86,19 @@ int main(int argc, char **argv) {
     run->add_option("--run-id", run_options.run_id,
                     "name the run ID in its events (default: PLANECHECK_RUN_ID, else a random id); give a CI job's shards one id "
                     "and planecheck report refuses a shard's stream given twice");
+    run->add_option("-k", run_options.select.keyword,
+                    "run only the files whose path or scenario name matches EXPR: words joined by and, or, not and "
+                    "parentheses, each a part of the path or name, letters compared without case ('bgp and not v6'); "
+                    "the others are deselected, before any shard is taken");
+    run->add_flag("--lf,--last-failed", run_options.select.last_failed,
+                  "run only the files that failed when they last ran in this folder (kept in .planecheck/lastfailed.json); "
+                  "all of them when none did; without files, the files that failed");
+    run->add_flag("--cache-clear", run_options.select.cache_clear,
+                  "forget which files failed in earlier runs in this folder before this run");
+    run->add_flag("--junit-steps", run_options.junit_steps,
+                  "with --junit: a test suite per scenario file and a test case per step, a failed step carrying its findings");
+    run->add_flag("--tap-steps", run_options.tap_steps,
+                  "--tap with each file's steps as a subtest before its test point (an indented block with its own plan)");
     run->add_option("--shard", run_options.shard, "run shard I of N of the files (I/N, such as 2/4), for CI fan-out; without it, TEST_SHARD_INDEX and "
                     "TEST_TOTAL_SHARDS (or GTEST_SHARD_INDEX and GTEST_TOTAL_SHARDS) choose the shard, counting from 0");
 
@@ -176,10 +189,11 @@ int main(int argc, char **argv) {
         if (replay_object_set >= 0) options.object_set = replay_object_set;
         return replay_recording(recording, write_scenario, options, replay_options);
     }
-    if (*run && run_options.files.empty() && run_options.files_from.empty()) {
+    if (*run && run_options.files.empty() && run_options.files_from.empty() && !run_options.select.last_failed) {
         fmt::print(stderr, "planecheck: run needs scenario files or --files-from (planecheck --help shows the usage)\n");
         return 2;
     }
+    run_options.select.state_dir = ".planecheck"; // what failed, kept in the folder the run is started in
     RunOptions &chosen = *check ? check_options : run_options;
     chosen.command.assign(argv, argv + argc);
     chosen.write_html = [](const std::string &events, const std::string &page) {

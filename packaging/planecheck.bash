@@ -12,10 +12,10 @@ _planecheck() {
     run)
         case $prev in
         --recorder|--junit|--events) COMPREPLY=($(compgen -f -- "$cur")); return ;;
-        -j|--jobs|--shard|--threads) return ;;
+        -j|--jobs|--shard|--threads|-k) return ;;
         esac
         if [[ $cur == -* ]]; then
-            COMPREPLY=($(compgen -W "-v --verbose -q --quiet --recorder -j --jobs --threads --junit --tap --events --shard --help" -- "$cur"))
+            COMPREPLY=($(compgen -W "-v --verbose -q --quiet --recorder -j --jobs --threads --junit --junit-steps --tap --tap-steps --events --shard -k --lf --last-failed --cache-clear --help" -- "$cur"))
             return
         fi
         ;;

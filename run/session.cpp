@@ -5,6 +5,7 @@
 #include "ending.hpp"
 #include "events.hpp"
 #include "file_source.hpp"
+#include "last_failed.hpp"
 #include "parallel.hpp"
 #include "platform.hpp"
 #include "recorder_sink.hpp"
@@ -178,6 +179,7 @@ public:
 
 private:
     int run_to_outputs(const RunOne &run_one) {
+        if (o_.tap_steps) o_.tap = true; // the subtests are part of a TAP stream
         if (!o_.files_from.empty() && !o_.shard.empty()) {
             fmt::print(stderr, "planecheck: --shard and --files-from do not go together: the list names the files to run\n");
             return 2;
@@ -188,6 +190,7 @@ private:
             fmt::print(stderr, "planecheck: {}\n", error);
             return 2;
         }
+        if (!take_selection()) return 2;
         if (!take_shard(o_)) return 2;
         if (o_.handlers) ending::install();
         // a report must survive a file that the library ends: the files then run in worker processes
@@ -203,9 +206,14 @@ private:
             o_.file.steps = stderr; // standard output carries the TAP stream alone
         }
         if (!o_.junit.empty() && !can_write(o_.junit, "the JUnit report")) return 2;
+        if (o_.junit_steps && o_.junit.empty()) {
+            fmt::print(stderr, "planecheck: --junit-steps shapes the JUnit report: give --junit FILE\n");
+            return 2;
+        }
         if (!open_recorder()) return 2;
         if (!open_events()) return 2;
         listeners_.add(o_.observer);
+        if (o_.junit_steps || o_.tap_steps) listeners_.add(&step_keeper_);
         if (!listeners_.empty()) o_.file.observer = &listeners_;
         tell_start();
         started_telling_ = true;
@@ -218,11 +226,11 @@ private:
         std::string recorder_problem;
         if (listed || !o_.recorder_dir.empty() || o_.jobs) {
             if (!listed) listed.emplace(FileSource::of_list(o_.files));
-            auto done = [this](FileResult r) { model_.add(std::move(r)); };
+            auto done = [this](FileResult r) { keep(std::move(r)); };
             run_in_processes(*listed, o_.file, o_.jobs, parts_fd_, recorder_problem, done, o_.recorder_dir);
         } else {
             for (next_ = 0; next_ < o_.files.size(); ++next_) {
-                model_.add(run_one(o_.files[next_], o_.file));
+                keep(run_one(o_.files[next_], o_.file));
                 if (model_.files().back().invalid) fmt::print(stderr, "{}\n", model_.files().back().error);
             }
         }
@@ -233,7 +241,8 @@ private:
     // Coverage, JUnit, TAP and the summary, from the model; the exit status.
     int write_reports(bool recorded) {
         if (!o_.coverage.empty() && !write_coverage()) return 2;
-        if (!o_.junit.empty() && !write_junit(o_.junit, model_.files(), seconds())) {
+        keep_last_failed();
+        if (!o_.junit.empty() && !write_junit(o_.junit, model_.files(), seconds(), o_.junit_steps)) {
             fmt::print(stderr, "planecheck: cannot write the JUnit report to {}\n", o_.junit);
             return 2;
         }
@@ -246,7 +255,7 @@ private:
     void tell_summary() {
         std::string line = summary(model_.totals(), o_.file.check_only);
         if (o_.tap) {
-            print_tap(model_.files(), o_.tap_out);
+            print_tap(model_.files(), o_.tap_out, o_.tap_steps);
             fmt::print(o_.tap_out, "# {}\n", tap_text(line, false));
         }
         if (!o_.tap || o_.tap_out != stdout) fmt::print(o_.summary, "{}\n", line);
@@ -366,7 +375,8 @@ private:
         std::optional<FileResult> ended = end_running_file(how);
         if (ended || s->o_.jobs) {
             s->report_the_rest(std::move(ended), how);
-            if (!s->o_.junit.empty()) write_junit(s->o_.junit, s->model_.files(), s->seconds());
+            s->keep_last_failed();
+            if (!s->o_.junit.empty()) write_junit(s->o_.junit, s->model_.files(), s->seconds(), s->o_.junit_steps);
             s->tell_summary();
         }
         if (s->finish_events(status) == status) s->write_html_report(status);
@@ -375,7 +385,7 @@ private:
 
     // The file ended in this process, if any, and every file the run had not started as not run.
     void report_the_rest(std::optional<FileResult> ended, const std::string &how) {
-        if (ended) model_.add(std::move(*ended));
+        if (ended) keep(std::move(*ended));
         const FileResult *last = model_.files().empty() ? nullptr : &model_.files().back();
         std::string why = last && last->ended ? fmt::format("not run: the run ended in {}", last->ended_at) : "not run: the run ended with " + how;
         for (size_t i = model_.files().size(); i < o_.files.size(); ++i) {
@@ -383,8 +393,48 @@ private:
             skipped.path = o_.files[i];
             skipped.not_started = why;
             if (o_.file.observer) o_.file.observer->file_start(skipped), o_.file.observer->file_end(skipped);
-            model_.add(std::move(skipped));
+            keep(std::move(skipped));
         }
+    }
+
+    // A file's result joins the model, with its step records when a report lists steps.
+    void keep(FileResult result) {
+        step_keeper_.give_records(result);
+        model_.add(std::move(result));
+    }
+
+    // -k and --last-failed, before the shard: the files they leave out are never told.
+    bool take_selection() {
+        if (o_.file.check_only) return true;
+        if (!o_.files_from.empty() && (o_.select.last_failed || !o_.select.keyword.empty())) {
+            fmt::print(stderr, "planecheck: -k and --last-failed do not go with --files-from: the list names the files to run\n");
+            return false;
+        }
+        Selected selected;
+        std::string error;
+        std::vector<std::string> notes;
+        bool read = select_files(o_.files, o_.select, selected, error, notes);
+        for (const std::string &note : notes) fmt::print(stderr, "planecheck: {}\n", note);
+        if (!read) {
+            fmt::print(stderr, "planecheck: {}\n", error);
+            return false;
+        }
+        model_.deselected(selected);
+        return true;
+    }
+
+    // What failed is kept for a later --last-failed: the files this run ran change their entries,
+    // those it never started keep theirs. A list that cannot be kept does not fail the run.
+    void keep_last_failed() {
+        if (o_.file.check_only || o_.select.state_dir.empty()) return;
+        LastFailed state(o_.select.state_dir);
+        std::string problem;
+        state.load(problem); // a list that cannot be read is started afresh
+        for (const FileResult &r : model_.files()) {
+            std::string_view status = file_status(r);
+            if (status != "not_run") state.ran(r.path, status != "passed" && status != "skipped");
+        }
+        if (!state.save(problem)) fmt::print(stderr, "planecheck: cannot keep the files that failed for --last-failed: {}\n", problem);
     }
 
     double seconds() const { return std::chrono::duration<double>(std::chrono::steady_clock::now() - started_).count(); }
@@ -393,6 +443,7 @@ private:
     RunModel model_;
     EventWriter events_;
     Fanout listeners_;
+    StepKeeper step_keeper_;
     coverage::Report coverage_;
     int parts_fd_ = -1;
     size_t next_ = 0; // the file running now, in this process

@@ -6,6 +6,7 @@
 
 #include "report.hpp"
 #include "file_run.hpp"
+#include "selection.hpp"
 
 #include <cstdio>
 #include <functional>
@@ -26,6 +27,9 @@ struct RunRequest {
     unsigned jobs = 0;                // 0: all files in this process, one after the other
     bool jobs_chosen = false;         // 0 was asked for: JUnit and TAP do not move the files to a worker
     std::string shard;                // "I/N": only every N-th file, starting with the I-th
+    SelectRequest select;             // -k and --last-failed choose among the files, before the shard
+    bool junit_steps = false;         // JUnit: a test case per step, a test suite per file
+    bool tap_steps = false;           // TAP: each file's steps as a subtest before its test point
     std::string run_id;               // names the run in its events; "": PLANECHECK_RUN_ID, or made up
     std::string files_from;           // more paths, one per line, read as they arrive ("-": standard input)
     std::string recorder_dir;         // a recorder file per scenario file in this folder (in workers)
@@ -47,6 +51,11 @@ using RunOne = std::function<FileResult(const std::string &, const Options &)>;
 class RunModel {
 public:
     void add(FileResult result);
+    // The files the selection left out, told in the summary; none left is a run that tests nothing.
+    void deselected(const Selected &selected) {
+        totals_.deselected = selected.deselected;
+        totals_.none_selected = selected.none_left;
+    }
     const std::vector<FileResult> &files() const { return files_; }
     const Totals &totals() const { return totals_; }
     // 0 passed, 1 failed or (unless allowed) every file skipped, 2 invalid (a file could not be

@@ -503,6 +503,80 @@ class SkippedIsNotPassed(EventChecks):
         self.assertIn("PASSED: 0 files", empty.stdout)
 
 
+def subtests(tap):
+    """Each "# Subtest: NAME" block of a TAP stream, its lines taken out of their indent."""
+    blocks, current = {}, None
+    for line in tap.splitlines():
+        if line.startswith("    # Subtest: "):
+            current = blocks.setdefault(line[len("    # Subtest: "):], [])
+        elif line.startswith("    ") and current is not None:
+            current.append(line[4:])
+        else:
+            current = None
+    return {name: "\n".join(lines) + "\n" for name, lines in blocks.items()}
+
+
+class StepsAsTestCases(EventChecks):
+    """--junit-steps and --tap-steps: a test case per step, with the step's own findings."""
+    MISMATCH = os.path.join(SCENARIOS, "mismatch.yaml")
+    ACCOUNTED = os.path.join(SCENARIOS, "expected_mismatch.yaml")
+    INACTIVE = os.path.join(SCENARIOS, "inactive.yaml")
+    FILES = [os.path.join(SOURCE, "examples", "hello.yaml"), MISMATCH, ACCOUNTED, INACTIVE, INVALID[0], ENDED_BY_EXIT]
+
+    @classmethod
+    def setUpClass(cls):
+        cls.junit, ev = scratch("steps.xml"), scratch("steps.jsonl")
+        cls.out = run("run", "--junit", cls.junit, "--junit-steps", "--tap-steps", "--events", ev, *cls.FILES)
+        cls.files = by_file(events_of(text_of(ev)))
+        cls.steps = {f: [e for e in events if e["event"] == "step"] for f, events in cls.files.items()}
+
+    def test_junit_has_a_suite_per_file_and_a_case_per_step(self):
+        self.assertEqual(self.out.returncode, 2, self.out.stderr)
+        root = ET.parse(self.junit).getroot()
+        suites = root.findall("testsuite")
+        self.assertEqual([s.get("name") for s in suites], self.FILES)
+        for suite in suites:
+            path, cases = suite.get("name"), suite.findall("testcase")
+            steps = self.steps[path]
+            names = [f"step {s['step']} {s['label']} (line {s['line']})" for s in steps]
+            self.assertEqual([c.get("name") for c in cases[:len(steps)]], names, path)
+            self.assertTrue(all(c.get("classname") == path for c in cases), path)
+            self.assertEqual(int(suite.get("tests")), len(cases), path)
+            self.assertEqual(int(suite.get("failures")), sum(c.find("failure") is not None for c in cases), path)
+        self.assertEqual(int(root.get("tests")), sum(len(s.findall("testcase")) for s in suites))
+
+        cases = {(c.get("classname"), c.get("name")): c for c in root.iter("testcase")}
+        failed = cases[(self.MISMATCH, "step 2 send test_if (line 5)")].find("failure")
+        self.assertEqual(failed.get("message"), f"{self.MISMATCH}:6: dpa_test_if_create: EEXIST, received 17 expected 0")
+        self.assertIsNone(cases[(self.MISMATCH, "step 1 send test_if (line 4)")].find("failure"))
+        third = cases[(self.MISMATCH, "step 3 send test_if (line 7)")].find("failure").text
+        self.assertNotIn("EEXIST", third, "each step carries its own findings only")
+        self.assertIn("attr_a1", third)
+        # the file passes, so do the steps whose mismatches the expect: accounted for
+        accounted = cases[(self.ACCOUNTED, "step 1 send test_if (line 3)")]
+        self.assertIsNone(accounted.find("failure"))
+        self.assertIn("accounted for by the next expect: step", accounted.find("system-out").text)
+        self.assertIsNotNone(cases[(self.INACTIVE, "step 2 send ipnh (line 4)")].find("skipped"))
+        # no step tells why an invalid file failed: the file's own case does
+        self.assertIn("bad_yaml.yaml", cases[(INVALID[0], INVALID[0])].find("failure").get("message"))
+        ended = cases[(ENDED_BY_EXIT, "step 2 send test_iff (line 4)")].find("failure")
+        self.assertIn("the run ended early with exit status 1", ended.get("message"))
+
+    def test_tap_subtests_are_read_as_tap_with_the_step_counts(self):
+        self.assertEqual(tap_counts(self.out.stdout), f"{len(self.FILES)} 2 4 0 0 0", self.out.stdout)
+        blocks = subtests(self.out.stdout)
+        self.assertEqual(set(blocks), {f for f in self.FILES if self.steps[f]})
+        for path, block in blocks.items():
+            steps = self.steps[path]
+            failed = sum(s["status"] in ("failed", "ended", "invalid") for s in steps)
+            accounted = failed if path == self.ACCOUNTED else 0
+            skipped = sum(s["status"] == "not_run" for s in steps)
+            expected = f"{len(steps)} {len(steps) - failed + accounted} {failed - accounted} {accounted} {skipped} 0"
+            self.assertEqual(tap_counts(block), expected, block)
+        self.assertIn("    not ok 2 - step 2 send test_if (line 5)\n    # " + self.MISMATCH + ":6: dpa_test_if_create: EEXIST",
+                      self.out.stdout)
+
+
 class HostileText(EventChecks):
     def test_names_and_findings_cannot_break_the_tap_stream(self):
         """A "#" in a file name is no TODO, and a line break in a name or a finding starts no test point."""

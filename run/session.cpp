@@ -424,9 +424,11 @@ private:
     }
 
     // What failed is kept for a later --last-failed: the files this run ran change their entries,
-    // those it never started keep theirs. A list that cannot be kept does not fail the run.
+    // those it never started keep theirs. A list that cannot be kept does not fail the run. A run
+    // fed by --files-from keeps nothing: the program that writes the list (the pytest plugin)
+    // chooses the files and keeps its own record of what failed.
     void keep_last_failed() {
-        if (o_.file.check_only || o_.select.state_dir.empty()) return;
+        if (o_.file.check_only || o_.select.state_dir.empty() || !o_.files_from.empty()) return;
         LastFailed state(o_.select.state_dir);
         std::string problem;
         state.load(problem); // a list that cannot be read is started afresh

@@ -88,11 +88,14 @@ TEST_F(Select, LastFailedRunsWhatFailedLastAndCacheClearForgetsIt) {
     EXPECT_EQ(ran(run("run --last-failed")), "bgp_v6") << "without files: the files that failed";
     EXPECT_EQ(ran(run("run --last-failed ./suite/bgp_v6.yaml suite/ospf.yaml")), "bgp_v6") << "another spelling of the path";
 
-    pc::test::Outcome check = run("check suite/ospf.yaml");
-    EXPECT_EQ(check.status, 0) << check.output;
+    pc::test::Outcome check = run("check suite/bgp_v6.yaml");
+    EXPECT_EQ(check.status, 0) << "the check passes the file, and keeps nothing\n" << check.output;
     write("bgp_v6", kPassing, "bgp v6 mended");
+    pc::test::Outcome listed = pc::test::run_command("cd '" + dir_ + "' && echo suite/bgp_v6.yaml | " + PC_PLANECHECK + " run --files-from - 2>&1");
+    EXPECT_EQ(ran(listed), "bgp_v6") << listed.output;
     EXPECT_EQ(run("run -k ospf suite").status, 0);
-    EXPECT_EQ(ran(run("run --lf suite")), "bgp_v6") << "a run that did not run the failed file keeps its entry";
+    EXPECT_EQ(ran(run("run --lf suite")), "bgp_v6")
+        << "neither a check, nor a run fed by a list (its writer keeps its own record), nor a run without the file changes its entry";
     EXPECT_EQ(ran(run("run --lf suite")), "bgp_v4 bgp_v6 ospf") << "it passed last time: nothing is left to narrow to";
 
     write("ospf", kFailing, "ospf broken");

@@ -89,7 +89,7 @@ int main(int argc, char **argv) {
     run->add_option("-k", run_options.select.keyword,
                     "run only the files whose path or scenario name matches EXPR: words joined by and, or, not and "
                     "parentheses, each a part of the path or name, letters compared without case ('bgp and not v6'); "
-                    "the others are deselected, before any shard is taken");
+                    "the others are deselected, before any shard is taken")->type_name("EXPR");
     run->add_flag("--lf,--last-failed", run_options.select.last_failed,
                   "run only the files that failed when they last ran in this folder (kept in .planecheck/lastfailed.json); "
                   "all of them when none did; without files, the files that failed");

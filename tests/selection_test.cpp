@@ -119,6 +119,8 @@ TEST(LastFailed, AFileLeavesTheListWhenItPassesAndOnlyAChangeIsWritten) {
     LastFailed broken(folder);
     EXPECT_FALSE(broken.load(error));
     EXPECT_TRUE(broken.files().empty()) << "a list that cannot be read is started afresh";
+    ASSERT_TRUE(broken.save(error)) << error;
+    EXPECT_EQ(pc::test::read_file(folder + "/lastfailed.json"), "{}\n") << "and written anew, though nothing failed";
     EXPECT_TRUE(broken.clear());
     EXPECT_FALSE(std::filesystem::exists(folder + "/lastfailed.json"));
 }

@@ -62,6 +62,7 @@ bool LastFailed::load(std::string &error) {
     simdjson::dom::object entries;
     if (parser.parse(text).get(entries) != simdjson::SUCCESS) {
         error = fmt::format("{} is not a JSON object of file names; it is started afresh", path());
+        changed_ = true; // written anew by the next save, whatever the run changes
         return false;
     }
     for (auto [name, value] : entries) {

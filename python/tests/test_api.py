@@ -5,6 +5,12 @@ import planecheck
 from conftest import EXAMPLES, SCENARIOS
 
 
+@pytest.fixture(autouse=True)
+def started_in_a_scratch_folder(tmp_path, monkeypatch):
+    """A run keeps the files that failed in .planecheck/ of the folder it starts in: not the source tree."""
+    monkeypatch.chdir(tmp_path)
+
+
 def test_the_examples_pass_file_by_file_and_step_by_step():
     paths = sorted(str(path) for path in EXAMPLES.glob("*.yaml"))
     run = planecheck.run(paths)

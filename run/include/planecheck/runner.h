@@ -38,7 +38,7 @@ typedef struct pc_runner_options {
     int handlers;                /* install the abort and stop-signal handlers in this process (default 0) */
     int allow_skipped;           /* a run in which every file was skipped (ran nothing) passes (default 0) */
     double timeout;              /* seconds a file may run before it is ended as timed_out (0: no limit); a
-                                    scenario's config: timeout wins; needs jobs of 1 or more */
+                                    scenario's config: timeout wins; the files run in a worker even with jobs 0 */
     unsigned retries;            /* a failed, ended or timed-out file runs again, on a fresh worker, up to this
                                     often; one that then passes is flaky, and passes (default 0) */
     size_t max_fail;             /* once this many files failed, no other file starts: they are not_run (0: no limit) */

@@ -608,6 +608,14 @@ class HostileNamesInEveryOutput(EventChecks):
 GRACE = 2  # seconds a worker stopped by the time limit has before it is killed
 
 
+def holds(pid, path):
+    """Whether process `pid` has `path` open."""
+    try:
+        return any(os.readlink(f"/proc/{pid}/fd/{fd}") == os.path.abspath(path) for fd in os.listdir(f"/proc/{pid}/fd"))
+    except OSError:
+        return False
+
+
 def fresh_fifo(path):
     if os.path.exists(path):
         os.unlink(path)
@@ -738,6 +746,43 @@ class LimitsOfARun(EventChecks):
                 self.assertEqual(files and json.loads(text_of(scratch("retry.jsonl")).splitlines()[-1]).get("flaky_files"),
                                  None if no_flaky else 1)
                 self.assertIn(f"{flaky}: attempt 1 of 3 failed: ", out.stderr)
+
+    def test_a_retry_runs_on_a_worker_that_ran_nothing_before(self):
+        """Attempt 1 fails with a mismatch and attempt 2 passes; each attempt's reader of the pipe is its worker."""
+        fifo = fresh_fifo(scratch("retry-fresh.yaml"))
+        events = scratch("retry-fresh.jsonl")
+        process = subprocess.Popen([PLANECHECK, "run", "--retries", "1", "--events", events, fifo],
+                                   stdout=subprocess.PIPE, stderr=subprocess.PIPE, text=True)
+        readers = []
+
+        def reader():
+            deadline = time.monotonic() + 60
+            while time.monotonic() < deadline:
+                for child in children_of(process.pid):
+                    if holds(child, fifo):
+                        return child
+                time.sleep(0.01)
+            raise AssertionError("no worker opened the pipe")
+
+        def writer():
+            for text in (FAILING_STEP, PASSING):
+                fd = os.open(fifo, os.O_WRONLY)
+                readers.append(reader())
+                os.write(fd, text.encode())
+                os.close(fd)
+                while holds(readers[-1], fifo):  # the next opening is the next attempt's
+                    time.sleep(0.01)
+        thread = threading.Thread(target=writer, daemon=True)
+        thread.start()
+        out, err = process.communicate(timeout=120)
+        thread.join(timeout=10)
+        self.assertEqual(process.returncode, 0, err)
+        end = events_of(text_of(events))[-2]
+        self.assertEqual((end["status"], end["attempts"], end["failed_attempts"]),
+                         ("flaky", 2, ["1 step, 1 mismatch, 0 value errors"]))
+        self.assertEqual(len(readers), 2)
+        self.assertNotEqual(readers[0], readers[1])
+        self.assertIn("1 file flaky (passed on a retry)", out)
 
     def test_max_fail_starts_no_file_once_enough_failed_and_the_rest_are_not_run(self):
         # the first file runs long, so that under -j 2 the second fails while the first still runs

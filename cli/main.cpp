@@ -101,6 +101,20 @@ int main(int argc, char **argv) {
                   "--tap with each file's steps as a subtest before its test point (an indented block with its own plan)");
     run->add_option("--shard", run_options.shard, "run shard I of N of the files (I/N, such as 2/4), for CI fan-out; without it, TEST_SHARD_INDEX and "
                     "TEST_TOTAL_SHARDS (or GTEST_SHARD_INDEX and GTEST_TOTAL_SHARDS) choose the shard, counting from 0");
+    // limits for a run against a device, where a platform call may hang and a device may flake
+    pc::runner::RunLimits &limits = run_options.limits;
+    run->add_option("--timeout", limits.timeout_s,
+                    "end a file that runs longer than SECONDS (SIGTERM, then SIGKILL after 2 s) and report it timed_out; a "
+                    "scenario's config: timeout wins; the files run in worker processes")->check(CLI::Range(0.001, 1e6));
+    run->add_option("--slow", limits.slow_s, "mark files that run longer than SECONDS as slow in the summary, the events and the page")
+        ->check(CLI::Range(0.001, 1e6));
+    run->add_option("--retries", limits.retries,
+                    "run a failed, ended or timed-out file again, up to N times, each on a fresh worker; one that passes on a "
+                    "retry is flaky")->check(CLI::Range(0u, 100u));
+    run->add_flag("--no-flaky", limits.no_flaky, "fail a file that passed only on a retry");
+    auto *max_fail = run->add_option("--max-fail", limits.max_fail, "once N files failed, start no other file: the rest are not run")
+                         ->check(CLI::Range(size_t(1), size_t(1) << 40));
+    run->add_flag_callback("-x", [&limits] { limits.max_fail = 1; }, "stop at the first failed file (--max-fail 1)")->excludes(max_fail);
 
     RunOptions check_options;
     check_options.file.check_only = true;

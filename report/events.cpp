@@ -105,6 +105,9 @@ struct EventDispatch {
         f.ended_at = e.end.ended_at;
         f.last_error = e.end.last_error;
         f.reason = !e.end.skipped.empty() ? e.end.skipped : e.end.not_started;
+        f.attempts = e.end.attempts;
+        for (const auto &attempt : e.end.failed_attempts) f.failed_attempts.push_back(attempt.message);
+        f.slow = e.end.slow;
         r.keep_unclaimed(e.file);
     }
 

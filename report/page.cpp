@@ -101,7 +101,9 @@ void add_file(Out &out, const FileRecord &f) {
     add_text(out, "reason", f.reason);
     add_text(out, "ended_at", f.ended_at);
     add_text(out, "last_error", f.last_error);
-    out += "\"findings\":";
+    fmt::format_to(std::back_inserter(out), "\"attempts\":{},\"slow\":{},\"failed_attempts\":", f.attempts, f.slow);
+    add_texts(out, f.failed_attempts);
+    out += ",\"findings\":";
     add_findings(out, f.findings);
     out += ",\"excerpt\":";
     add_excerpt(out, f.excerpt);

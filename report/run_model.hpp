@@ -46,10 +46,13 @@ struct FileRecord {
     std::string error;                          // an invalid file's FILE:LINE:COL: message
     std::string ended_how, ended_at, last_error; // a file the library ended
     std::string reason;                         // why it was skipped, or not run
+    size_t attempts = 1;                        // with retries: how often it ran
+    std::vector<std::string> failed_attempts;   // why each attempt before the last failed
+    bool slow = false;                          // it ran longer than --slow
     std::vector<StepRecord> steps;
     std::vector<Finding> findings; // about the whole file, or of a step whose event never came
     Excerpt excerpt;               // around the error of an invalid file or the end of an ended one
-    bool failing() const { return status != "passed" && status != "skipped"; }
+    bool failing() const { return status != "passed" && status != "skipped" && status != "flaky"; }
 };
 
 // One event stream: the run (or shard) that wrote it.

@@ -132,6 +132,7 @@ int pc_runner_run(pc_runner *runner) {
     request.ci_environment = o.ci_environment;
     request.handlers = o.handlers;
     request.allow_skipped = o.allow_skipped;
+    request.limits.timeout_s = o.timeout, request.limits.retries = o.retries, request.limits.max_fail = o.max_fail;
     request.observer = &runner->callback;
     auto output = [&](const char *name) {
         auto it = runner->outputs.find(name);

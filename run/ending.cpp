@@ -168,10 +168,13 @@ StepRecord ended_step(const Trail &t, int64_t records_end) {
 void add_ending_findings(FileResult &file, const Trail &t) {
     std::string where = t.step ? fmt::format(" in step {} ({}) at line {}, after {} ran", t.step, t.label[0] ? t.label : "a step",
                                              t.line, plural(t.steps_ran, "step"))
-                               : "";
+                      : file.timed_out && t.line ? fmt::format(" after {} ran, at line {}", plural(t.steps_ran, "step"), t.line)
+                                                 : "";
     std::vector<std::string> earlier = std::move(file.findings);
     file.findings.clear();
-    file.add_finding(fmt::format("{}: the run ended early with {}{}", file.path, file.ended_how, where));
+    std::string headline = file.timed_out ? fmt::format("timed out after {:.1f} s ({})", file.duration_ms / 1000, file.ended_how)
+                                          : "the run ended early with " + file.ended_how;
+    file.add_finding(fmt::format("{}: {}{}", file.path, headline, where));
     for (const std::string &line : earlier) file.add_finding(line);
     bool told = std::find(earlier.begin(), earlier.end(), file.last_error) != earlier.end();
     if (!file.last_error.empty() && !told) file.add_finding(file.last_error);

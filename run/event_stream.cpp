@@ -7,6 +7,7 @@
 #include <fmt/format.h>
 #include <simdjson.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <map>
 #include <unistd.h>
@@ -113,6 +114,14 @@ void file_end_of(const object &e, Event &event) {
     f.error = text_of(e, "error");
     if (event.status == "not_run") f.not_started = text_of(e, "reason");
     if (event.status == "skipped") f.skipped = text_of(e, "reason");
+    f.timed_out = event.status == "timed_out";
+    f.attempts = std::max<uint64_t>(count_of(e, "attempts"), 1);
+    simdjson::dom::array failed_attempts;
+    if (e["failed_attempts"].get(failed_attempts) == simdjson::SUCCESS)
+        for (element message : failed_attempts)
+            if (std::string_view text; message.get(text) == simdjson::SUCCESS) f.failed_attempts.push_back({from_wire(text), ""});
+    bool slow = false;
+    f.slow = e["slow"].get(slow) == simdjson::SUCCESS && slow;
     object ended;
     if (e["ended"].get(ended) != simdjson::SUCCESS) return;
     f.ended = true;
@@ -140,6 +149,7 @@ void run_end_of(const object &e, RunEnded &r) {
     t.files = count_of(e, "files");
     t.failed_files = count_of(e, "failed_files");
     t.files_skipped = count_of(e, "skipped_files");
+    t.files_flaky = count_of(e, "flaky_files");
     t.steps = count_of(e, "steps");
     t.not_run = count_of(e, "not_run");
     t.mismatches = count_of(e, "mismatches");

@@ -61,6 +61,7 @@ public:
         if (!opened) return invalid(error);
         if (options_.check_only) check_.emplace(reader_.config().object_set, reader_.config().router_type, reader_.config().mode);
         else set_up(reader_.config());
+        trail().timeout_ms = reader_.config().timeout_ms; // the parent of a worker holds the file to it
         EndWatch watch(result_.path, options_.steps, trail(), options_.progress);
         watch_ = &watch;
         for (;;) {

@@ -29,6 +29,7 @@ struct Trail {
     char label[128] = {};             // "send test_iff"
     char last_error[1024] = {};       // the last error line logged, or the assertion that failed
     bool step_line_written = false;   // the run wrote the ending step's line itself
+    int64_t timeout_ms = -1;          // the file's config: timeout, once its header is read (-1: none given)
 };
 
 enum class StepStatus { passed, failed, not_run, invalid, ended };
@@ -135,6 +136,14 @@ struct FileResult {
     std::string name;        // the scenario's name:, once its header was read
     std::string not_started; // why the file never ran (the run ended before it), when it did not
     double duration_ms = 0;
+    bool timed_out = false;  // ended by the run's time limit (ended is set too)
+    bool slow = false;       // ran longer than --slow
+    size_t attempts = 1;     // runs of the file, retries included
+    // Each failed attempt before the last: its one-line message and its findings, line by line.
+    struct FailedAttempt {
+        std::string message, findings;
+    };
+    std::vector<FailedAttempt> failed_attempts;
     // A file run in another process brings its steps and findings back here, in the order made.
     std::vector<StepRecord> step_records;
     std::vector<Finding> finding_records;
@@ -147,6 +156,8 @@ struct FileResult {
     bool passed() const { return !invalid && !ended && not_started.empty() && failures == 0 && problems == 0 && mismatches + value_errors == expected; }
     // Passed, yet tested nothing: it is told apart from a file that passed.
     bool was_skipped() const { return passed() && !skipped.empty(); }
+    // Passed on a retry after failing.
+    bool flaky() const { return passed() && attempts > 1; }
 };
 
 // A step that did not pass counts among its file's failed steps: an ended one too. A send or dump

@@ -198,6 +198,9 @@ private:
         if ((o_.tap || !o_.junit.empty()) && !o_.jobs && !o_.jobs_chosen && !o_.in_process) o_.jobs = 1;
         // a long-lived run outlives a file that the library ends
         if ((!o_.files_from.empty() || !o_.recorder_dir.empty()) && !o_.jobs) o_.jobs = 1;
+        // a worker can be stopped at a time limit, timed, and replaced by a fresh one for a retry
+        const RunLimits &limits = o_.limits;
+        if ((limits.timeout_s > 0 || limits.slow_s > 0 || limits.retries) && !o_.jobs && !o_.in_process) o_.jobs = 1;
         std::optional<FileSource> listed;
         if (!open_file_list(o_, listed)) return 2;
         o_.file.progress = !o_.jobs && !o_.file.verbose && !o_.file.trace && isatty(STDERR_FILENO);
@@ -227,12 +230,13 @@ private:
         if (listed || !o_.recorder_dir.empty() || o_.jobs) {
             if (!listed) listed.emplace(FileSource::of_list(o_.files));
             auto done = [this](FileResult r) { keep(std::move(r)); };
-            run_in_processes(*listed, o_.file, o_.jobs, parts_fd_, recorder_problem, done, o_.recorder_dir);
+            run_in_processes(*listed, o_.file, o_.jobs, parts_fd_, recorder_problem, done, o_.recorder_dir, o_.limits);
         } else {
-            for (next_ = 0; next_ < o_.files.size(); ++next_) {
+            for (next_ = 0; next_ < o_.files.size() && !max_fail_reached(); ++next_) {
                 keep(run_one(o_.files[next_], o_.file));
                 if (model_.files().back().invalid) fmt::print(stderr, "{}\n", model_.files().back().error);
             }
+            if (max_fail_reached()) report_not_run(max_fail_reason(o_.limits.max_fail));
         }
         bool recorded = close_recorder(recorder_problem);
         return write_reports(recorded);
@@ -383,11 +387,17 @@ private:
         if (!s->events_for_html_.empty()) unlink(s->events_for_html_.c_str());
     }
 
+    // Once enough files failed, no file starts.
+    bool max_fail_reached() const { return o_.limits.max_fail && model_.totals().failed_files >= o_.limits.max_fail; }
+
     // The file ended in this process, if any, and every file the run had not started as not run.
     void report_the_rest(std::optional<FileResult> ended, const std::string &how) {
         if (ended) keep(std::move(*ended));
         const FileResult *last = model_.files().empty() ? nullptr : &model_.files().back();
-        std::string why = last && last->ended ? fmt::format("not run: the run ended in {}", last->ended_at) : "not run: the run ended with " + how;
+        report_not_run(last && last->ended ? fmt::format("not run: the run ended in {}", last->ended_at) : "not run: the run ended with " + how);
+    }
+
+    void report_not_run(const std::string &why) {
         for (size_t i = model_.files().size(); i < o_.files.size(); ++i) {
             FileResult skipped;
             skipped.path = o_.files[i];

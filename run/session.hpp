@@ -7,6 +7,7 @@
 #include "report.hpp"
 #include "file_run.hpp"
 #include "selection.hpp"
+#include "parallel.hpp"
 
 #include <cstdio>
 #include <functional>
@@ -36,6 +37,7 @@ struct RunRequest {
     bool ci_environment = true;       // a CI executor's variables may choose the shard and the JUnit file
     bool in_process = false;          // the files run here, never in worker processes
     bool handlers = true;             // exit, abort and stop-signal handlers in this process
+    RunLimits limits;                 // --timeout, --slow, --retries, --no-flaky, --max-fail
     RunObserver *observer = nullptr;  // told every record, beside the run's own outputs
     FILE *summary = stdout;           // where the summary line goes (TAP and --events - move it)
     // Makes the HTML page of an events file; the report provides it (2: not made in full, else the

@@ -152,6 +152,29 @@ TEST(Cli, UnusableShardVariablesAreUsageErrorsNamingTheVariable) {
     }
 }
 
+// The limits of a run against a device: values that cannot hold are refused before any file
+// runs; a failed file runs again, an invalid one does not; -x leaves the rest not run.
+TEST(Cli, RetriesRunAFailedFileAgainAndMaxFailStopsTheRun) {
+    const std::string mismatch = scenario("mismatch.yaml"), clean = scenario("clean.yaml"), invalid = scenario("bad_step.yaml");
+    for (const char *refused : {"--timeout 0", "--timeout -1", "--slow 0", "--retries -1", "--max-fail 0", "-x --max-fail 2"}) {
+        Result r = run_with("", std::string("run ") + refused + " " + clean);
+        EXPECT_EQ(r.status, 2) << refused << "\n" << r.output;
+        EXPECT_FALSE(has(r, "planecheck: PASSED")) << refused;
+    }
+    Result retried = run_with("", "run -q --retries 2 " + mismatch + " " + invalid + " " + clean);
+    EXPECT_EQ(retried.status, 2) << retried.output;
+    EXPECT_EQ(count(retried.output, ": attempt "), 2u) << retried.output; // attempts 1 and 2 of the mismatch, none of the invalid file
+    EXPECT_TRUE(has(retried, mismatch + ": attempt 2 of 3 failed: 3 steps, 2 mismatches, 0 value errors; it runs again on a fresh worker"));
+    EXPECT_EQ(count(retried.output, "mismatch.yaml:6: dpa_test_if_create: EEXIST"), 3u) << "each attempt's own output is kept";
+    for (const char *stop : {"-x", "--max-fail 1"}) {
+        Result stopped = run_with("", std::string("run -q ") + stop + " " + mismatch + " " + clean + " " + clean);
+        EXPECT_EQ(stopped.status, 1) << stop;
+        EXPECT_TRUE(has(stopped, "planecheck: FAILED: 3 files, 3 steps, 2 mismatches, 0 value errors, 2 files not run")) << stopped.output;
+    }
+    Result enough = run_with("", "run -q --max-fail 2 " + mismatch + " " + clean + " " + clean);
+    EXPECT_TRUE(has(enough, "planecheck: FAILED: 3 files, 23 steps, 2 mismatches, 0 value errors\n")) << enough.output;
+}
+
 // "LINE: function" of each platform call in `text`, whose lines are "PREFIXLINE: function(...)...".
 std::vector<std::string> platform_calls(const std::string &text, const std::string &prefix) {
     std::vector<std::string> calls;

@@ -8,9 +8,11 @@ import glob
 import json
 import os
 import re
+import select
 import signal
 import subprocess
 import sys
+import threading
 import time
 import unittest
 import xml.etree.ElementTree as ET
@@ -103,7 +105,7 @@ class EventChecks(unittest.TestCase):
         for k, v in totals.items():
             self.assertEqual(events[-1][k], v, k)
         self.assertEqual(events[-1]["files"], len(files))
-        self.assertEqual(events[-1]["failed_files"], sum(f[-1]["status"] not in ("passed", "skipped", "not_run") for f in files.values()))
+        self.assertEqual(events[-1]["failed_files"], sum(f[-1]["status"] not in ("passed", "skipped", "flaky", "not_run") for f in files.values()))
         return files
 
     def check_file(self, name, file_events):
@@ -270,9 +272,9 @@ def records_so_far(pid):
     return ""
 
 
-def long_second_step(path):
+def long_second_step(path, creates=200000):
     """Step 1 logs a mismatch (the last error before the end); step 2 runs long enough for a signal to land in it."""
-    creates = ", ".join(f"{{ op: create, key_a: {i} }}" for i in range(1, 200001))
+    creates = ", ".join(f"{{ op: create, key_a: {i} }}" for i in range(1, creates + 1))
     return write(path, "steps:\n  - send: { test_if: [ { op: delete, key_a: 424242 } ] }\n"
                  f"  - send: {{ test_if: [ {creates} ] }}\n  - send: {{ test_if: [ {{ op: get, key_a: 1 }} ] }}\n")
 
@@ -675,6 +677,206 @@ class HostileNamesInEveryOutput(EventChecks):
         self.assertIn("rtl \u202egnp.yaml", dom)
         self.assertIn("&lt;/script&gt;", dom)  # text, never markup
         self.assertGreaterEqual(dom.count(self.LONG_TEXT.replace("<", "&lt;").replace(">", "&gt;")), failing)
+
+
+GRACE = 2  # seconds a worker stopped by the time limit has before it is killed
+
+
+def holds(pid, path):
+    """Whether process `pid` has `path` open."""
+    try:
+        return any(os.readlink(f"/proc/{pid}/fd/{fd}") == os.path.abspath(path) for fd in os.listdir(f"/proc/{pid}/fd"))
+    except OSError:
+        return False
+
+
+def fresh_fifo(path):
+    if os.path.exists(path):
+        os.unlink(path)
+    os.mkfifo(path)
+    return path
+
+
+def hold_until_reader_gone(fd):
+    """Keeps the write end open, writing nothing, until the reader (a worker) is gone."""
+    poller = select.poll()
+    poller.register(fd, select.POLLERR)
+    poller.poll(120_000)
+    os.close(fd)
+
+
+def feed(fifo, attempts):
+    """A writer for each reader that opens `fifo` in turn: None holds it open with nothing (the run hangs there until
+    the reader is gone), a text is written whole. Each opening waits for the reader before it is gone, so attempts
+    never share a reader."""
+    def writer():
+        for text in attempts:
+            fd = os.open(fifo, os.O_WRONLY)
+            if text is None:
+                hold_until_reader_gone(fd)
+            else:
+                os.write(fd, text.encode())
+                os.close(fd)
+    thread = threading.Thread(target=writer, daemon=True)
+    thread.start()
+    return thread
+
+
+def many_steps(path, count, header="", creates=1000):
+    """Step 1 logs a mismatch; then `count` steps of `creates` creates, a line each."""
+    def step(s):
+        return ", ".join(f"{{ op: create, key_a: {s * creates + i} }}" for i in range(creates))
+    steps = "".join(f"  - send: {{ test_if: [ {step(s)} ] }}\n" for s in range(count))
+    return write(path, f"{header}steps:\n  - send: {{ test_if: [ {{ op: delete, key_a: 424242 }} ] }}\n{steps}")
+
+
+PASSING = "steps:\n  - send: { test_if: [ { op: create, key_a: 1 } ] }\n"
+FAILING_STEP = "steps:\n  - send: { test_if: [ { op: delete, key_a: 424242 } ] }\n"
+
+
+class LimitsOfARun(EventChecks):
+    """Against a device a platform call may hang and devices flake: a file that outruns its time is ended as timed out
+    while the others run, a failed file runs again and passes as flaky, and --max-fail starts no file once enough
+    failed; every output tells the same."""
+
+    def run_with_reports(self, name, files, *options):
+        events, junit = scratch(name + ".jsonl"), scratch(name + ".xml")
+        started = time.monotonic()
+        out = run("run", "--events", events, "--junit", junit, "--tap", *options, *files)
+        return out, time.monotonic() - started, self.check_run(events_of(text_of(events)), out.returncode), ET.parse(junit).getroot()
+
+    @staticmethod
+    def case(junit, path):
+        return next(c for c in junit.iter("testcase") if c.get("name") == path)
+
+    def test_a_file_that_outruns_its_time_is_timed_out_at_its_line_and_the_others_run(self):
+        first, last = write(scratch("limit-first.yaml"), PASSING), write(scratch("limit-last.yaml"), PASSING)
+        long = many_steps(scratch("limit-long.yaml"), 400)  # seconds of steps, on a busy machine too
+        for jobs in ([], ["-j", "2"]):
+            with self.subTest(jobs=jobs):
+                hung = fresh_fifo(scratch("limit-hung.yaml"))
+                feed(hung, [None])
+                out, took, files, junit = self.run_with_reports("limit", [first, long, hung, last], "-q", "--timeout", "1.5", *jobs)
+                self.assertEqual(out.returncode, 1, out.stderr)
+                ends = {f: files[f][-1] for f in files}
+                self.assertEqual([ends[f]["status"] for f in (first, long, hung, last)], ["passed", "timed_out", "timed_out", "passed"])
+                # the step running (or the last begun) when the limit came: step N is at line N + 1
+                self.assertGreater(ends[long]["steps"], 1)
+                self.assertEqual(ends[long]["ended"]["at"], f"{long}:{ends[long]['steps'] + 1}")
+                self.assertEqual(ends[long]["ended"]["how"], "timeout of 1.5 s")
+                self.assertEqual(ends[hung]["ended"]["at"], hung)  # it never got to a step
+                for f in (long, hung):
+                    self.assertLess(ends[f]["duration"], (1.5 + GRACE + 1) * 1000, f)
+                    self.assertGreaterEqual(ends[f]["duration"], 1500, f)
+                self.assertLess(took, 2 * (1.5 + GRACE) + 10)
+                self.assertNotIn("attempts", ends[long])
+                summary = out.stdout.strip().splitlines()[-1]
+                self.assertIn(f"2 files timed out ({ends[long]['ended']['at']} after ", summary)
+                message = self.case(junit, long).find("failure").get("message")
+                self.assertRegex(message, rf"^{re.escape(long)}: timed out after \d+\.\d s \(timeout of 1.5 s\) "
+                                          rf"(in step \d+ \(send test_if\) at|after \d+ steps ran, at) line {ends[long]['steps'] + 1}")
+                self.assertEqual(tap_counts(out.stdout), "4 2 2 0 0 0")
+
+    def test_a_scenario_s_own_timeout_wins_over_the_run_s(self):
+        unlimited = many_steps(scratch("limit-unlimited.yaml"), 30, "config:\n  timeout: 0\n")
+        limited = many_steps(scratch("limit-limited.yaml"), 400, "config:\n  timeout: 0.3\n")
+        out, _, files, _ = self.run_with_reports("limit-own", [unlimited, limited], "-q", "--timeout", "0.001", "--slow", "0.001")
+        ends = {f: files[f][-1] for f in files}
+        self.assertEqual(ends[unlimited]["status"], "failed", out.stderr)  # its step 1 mismatch: it ran to its end
+        self.assertEqual(ends[unlimited]["steps"], 31)
+        self.assertEqual((ends[limited]["status"], ends[limited]["ended"]["how"]), ("timed_out", "timeout of 0.3 s"))
+        # --slow marks both in the events and the summary
+        self.assertTrue(ends[unlimited]["slow"] and ends[limited]["slow"])
+        self.assertIn(f"2 files slow ({unlimited} ", out.stdout.strip().splitlines()[-1])
+        self.assertEqual(run("check", unlimited).returncode, 0)  # a config key check knows
+        bad = write(scratch("limit-bad.yaml"), "config:\n  timeout: soon\n" + PASSING)
+        self.assertIn("timeout: is a number of seconds", run("run", bad).stderr)
+
+    def test_a_file_that_fails_then_passes_on_a_retry_is_flaky_in_every_output(self):
+        always = write(scratch("retry-always.yaml"), FAILING_STEP)
+        invalid = write(scratch("retry-invalid.yaml"), "steps:\n  - send: { test_if: [ { op: create, key_a: 1 } ]\n")
+        for no_flaky in (False, True):
+            with self.subTest(no_flaky=no_flaky):
+                flaky = fresh_fifo(scratch("retry-flaky.yaml"))
+                writer = feed(flaky, [None, PASSING])  # the first attempt hangs, the second passes
+                options = ["--retries", "2", "--timeout", "0.5"] + (["--no-flaky"] if no_flaky else [])
+                out, _, files, junit = self.run_with_reports("retry", [flaky, always, invalid], *options)
+                writer.join(timeout=60)
+                ends = {f: files[f][-1] for f in files}
+                self.assertEqual(ends[flaky]["status"], "failed" if no_flaky else "flaky", out.stderr)
+                self.assertEqual(ends[flaky]["attempts"], 2)
+                self.assertEqual(len(ends[flaky]["failed_attempts"]), 1)
+                self.assertIn("timed out after", ends[flaky]["failed_attempts"][0])
+                # every attempt fails: three of them; an invalid file would only fail again
+                self.assertEqual((ends[always]["status"], ends[always]["attempts"]), ("failed", 3))
+                self.assertEqual(ends[invalid]["status"], "invalid")
+                self.assertNotIn("attempts", ends[invalid])
+                case = self.case(junit, flaky)
+                self.assertEqual(len(case.findall("flakyFailure")), 0 if no_flaky else 1)
+                self.assertEqual(case.find("failure") is not None, no_flaky)
+                self.assertEqual(len(self.case(junit, always).findall("rerunFailure")), 2)
+                summary = out.stderr.strip().splitlines()[-1] if not out.stdout else out.stdout.strip().splitlines()[-1]
+                self.assertEqual("1 file flaky (passed on a retry)" in summary, not no_flaky, summary)
+                self.assertEqual(files and json.loads(text_of(scratch("retry.jsonl")).splitlines()[-1]).get("flaky_files"),
+                                 None if no_flaky else 1)
+                self.assertIn(f"{flaky}: attempt 1 of 3 failed: ", out.stderr)
+
+    def test_a_retry_runs_on_a_worker_that_ran_nothing_before(self):
+        """Attempt 1 fails with a mismatch and attempt 2 passes; each attempt's reader of the pipe is its worker."""
+        fifo = fresh_fifo(scratch("retry-fresh.yaml"))
+        events = scratch("retry-fresh.jsonl")
+        process = subprocess.Popen([PLANECHECK, "run", "--retries", "1", "--events", events, fifo],
+                                   stdout=subprocess.PIPE, stderr=subprocess.PIPE, text=True)
+        readers = []
+
+        def reader():
+            deadline = time.monotonic() + 60
+            while time.monotonic() < deadline:
+                for child in children_of(process.pid):
+                    if holds(child, fifo):
+                        return child
+                time.sleep(0.01)
+            raise AssertionError("no worker opened the pipe")
+
+        def writer():
+            for text in (FAILING_STEP, PASSING):
+                fd = os.open(fifo, os.O_WRONLY)
+                readers.append(reader())
+                os.write(fd, text.encode())
+                os.close(fd)
+                while holds(readers[-1], fifo):  # the next opening is the next attempt's
+                    time.sleep(0.01)
+        thread = threading.Thread(target=writer, daemon=True)
+        thread.start()
+        out, err = process.communicate(timeout=120)
+        thread.join(timeout=10)
+        self.assertEqual(process.returncode, 0, err)
+        end = events_of(text_of(events))[-2]
+        self.assertEqual((end["status"], end["attempts"], end["failed_attempts"]),
+                         ("flaky", 2, ["1 step, 1 mismatch, 0 value errors"]))
+        self.assertEqual(len(readers), 2)
+        self.assertNotEqual(readers[0], readers[1])
+        self.assertIn("1 file flaky (passed on a retry)", out)
+
+    def test_max_fail_starts_no_file_once_enough_failed_and_the_rest_are_not_run(self):
+        # the first file runs long, so that under -j 2 the second fails while the first still runs
+        long = ", ".join(f"{{ op: create, key_a: {i} }}" for i in range(1, 50001))
+        files = [write(scratch(f"max-fail-{i}.yaml"), f"steps:\n  - send: {{ test_if: [ {long} ] }}\n" if i == 0 else
+                       FAILING_STEP if i == 1 else PASSING)
+                 for i in range(10)]
+        for options in (["--max-fail", "1"], ["-x"], ["--max-fail", "1", "-j", "2"]):
+            with self.subTest(options=options):
+                out, _, told, junit = self.run_with_reports("max-fail", files, "-q", *options)
+                self.assertEqual(out.returncode, 1, out.stderr)
+                statuses = [told[f][-1]["status"] for f in files]
+                self.assertEqual(statuses[:2], ["passed", "failed"])
+                self.assertEqual(statuses[2:], ["not_run"] * 8, statuses)
+                not_run = 8
+                for f in files[2:]:
+                    self.assertEqual(told[f][-1]["reason"], "not run: --max-fail 1 reached")
+                self.assertEqual(int(junit.find("testsuite").get("skipped")), not_run)
+                self.assertEqual(tap_counts(out.stdout), f"10 9 1 0 {not_run} 0")
+                self.assertIn(f"{plural(not_run, 'file')} not run", out.stdout.strip().splitlines()[-1])
 
 
 if __name__ == "__main__":

@@ -6,8 +6,10 @@
 
 #include <gtest/gtest.h>
 
+#include <chrono>
 #include <cstdlib>
 #include <fstream>
+#include <iterator>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -56,6 +58,30 @@ const char *const unserved_steps = R"(steps:
   - inject: { op: "test_if create", status: ENOMEM }
   - send: { test_if: [ { op: create, key_a: 2, rc: ENOMEM } ] }
 )";
+
+// A device call that never returns: the stop at the time limit cannot take effect, so the worker is
+// killed after the grace period; the file is timed out at the hanging step's line, and the run goes on.
+TEST_F(ScriptedCommand, AFileWhoseCallNeverReturnsIsKilledAfterTheGraceAndTimedOut) {
+    std::string hangs = write("hangs.yaml", "steps:\n  - send: { test_if: [ { op: create, key_a: 1 } ] }\n"
+                                            "  - send: { test_if: [ { op: delete, key_a: 1 } ] }\n");
+    std::string after = write("after.yaml", "steps:\n  - send: { test_if: [ { op: create, key_a: 2 } ] }\n");
+    for (const char *jobs : {"", "-j 2 "}) {
+        auto started = std::chrono::steady_clock::now();
+        Outcome r = pc::test::run_command("SCRIPTED_HANG='test_if delete' " + std::string(PC_PLANECHECK_SCRIPTED) + " run --timeout 0.5 " +
+                                          jobs + "--events " + dir_ + "/hang.jsonl " + hangs + " " + after + " 2>&1");
+        double took = std::chrono::duration<double>(std::chrono::steady_clock::now() - started).count();
+        EXPECT_EQ(r.status, 1) << r.output;
+        EXPECT_LT(took, 0.5 + 2 + 3) << jobs; // the limit, the grace period, and time to spare on a busy machine
+        EXPECT_GE(took, 0.5 + 2) << "killed only after the grace period";
+        EXPECT_TRUE(has(r, hangs + ": timed out after 2.")) << r.output;
+        EXPECT_TRUE(has(r, "(timeout of 0.5 s) in step 2 (send test_if) at line 3, after 1 step ran")) << r.output;
+        EXPECT_TRUE(has(r, after + ":2: step 1 send test_if: ok")) << r.output;
+        std::ifstream events(dir_ + "/hang.jsonl");
+        std::string text((std::istreambuf_iterator<char>(events)), {});
+        EXPECT_TRUE(has(Outcome{0, text}, R"("status":"timed_out")")) << text;
+        EXPECT_TRUE(has(Outcome{0, text}, R"("how":"timeout of 0.5 s","at":")" + hangs + R"(:3","step":2)")) << text;
+    }
+}
 
 // The trace lines of standard error, FILE: taken off: "LINE: call".
 std::string calls_of(const std::string &stderr_text, const std::string &file) {

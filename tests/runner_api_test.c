@@ -13,7 +13,7 @@
 #include "c_check.h"
 
 struct tally {
-    int events, json_lines, mismatch_findings, run_ends, files;
+    int events, json_lines, mismatch_findings, run_ends, files, attempts_told;
     char statuses[256]; /* each file's status, in order, space-separated */
     char run_status[32];
 };
@@ -25,6 +25,7 @@ static void count(void *user, const pc_runner_event *e) {
     if (!strcmp(e->event, "finding") && !strcmp(e->kind, "mismatch")) ++t->mismatch_findings;
     if (!strcmp(e->event, "file_end")) {
         ++t->files;
+        t->attempts_told += strstr(e->json, "\"attempts\":2,") != NULL;
         strncat(t->statuses, e->status, sizeof t->statuses - strlen(t->statuses) - 2);
         strcat(t->statuses, " ");
     }
@@ -86,6 +87,27 @@ static void runs_every_file_in_a_worker(const char *scenarios, const char *work)
     pc_runner_free(runner);
 }
 
+/* The limits of a run against a device: a failed file runs again, --max-fail stops the rest. */
+static void retries_and_stops_at_the_limits(const char *scenarios) {
+    pc_runner_options options;
+    pc_runner_options_init(&options);
+    CHECK(options.timeout == 0 && options.retries == 0 && options.max_fail == 0);
+    options.quiet = 1;
+    options.retries = 1;
+    options.max_fail = 1;
+    options.timeout = 60;
+    struct tally t = {0};
+    pc_runner *runner = pc_runner_new(&options, count, &t);
+    pc_runner_add(runner, path_in(scenarios, "clean.yaml"));
+    pc_runner_add(runner, path_in(scenarios, "mismatch.yaml"));
+    pc_runner_add(runner, path_in(scenarios, "clean.yaml"));
+    CHECK(pc_runner_run(runner) == 1);
+    CHECK(!strcmp(t.statuses, "passed failed not_run "));
+    CHECK(t.mismatch_findings == 2); /* the last attempt's: a failed attempt is told in its file_end alone */
+    CHECK(t.attempts_told == 1);
+    pc_runner_free(runner);
+}
+
 static void checks_without_running(const char *scenarios) {
     pc_runner_options options;
     pc_runner_options_init(&options);
@@ -134,6 +156,7 @@ static void an_ending_in_process_reports_the_rest(const char *scenarios, const c
 int main(int argc, char **argv) {
     const char *scenarios = argc > 1 ? argv[1] : ".", *work = argc > 2 ? argv[2] : ".";
     runs_every_file_in_a_worker(scenarios, work);
+    retries_and_stops_at_the_limits(scenarios);
     checks_without_running(scenarios);
     an_ending_in_process_reports_the_rest(scenarios, work);
     if (failures) fprintf(stderr, "%d checks failed\n", failures);

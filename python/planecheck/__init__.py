@@ -9,7 +9,7 @@ from __future__ import annotations
 from typing import Iterable, Optional, Sequence, Union
 
 from .command import (COMMAND_VARIABLE, CommandNotFound, PathLike, PlanecheckError, UsageError,
-                      find_command, invoke)
+                      find_command, invoke, limit_options)
 from .events import EventError, read_events
 from .model import Ended, FileResult, Finding, Run, Step
 from .session import Session
@@ -27,10 +27,12 @@ def _paths(paths: Union[PathLike, Iterable[PathLike]]) -> list:
 
 def run(paths: Union[PathLike, Iterable[PathLike]], *, jobs: Optional[int] = None,
         recorder: Optional[PathLike] = None, strict: bool = False,
-        coverage: Optional[PathLike] = None, extra_args: Sequence[str] = (),
+        coverage: Optional[PathLike] = None, timeout: Optional[float] = None,
+        retries: Optional[int] = None, extra_args: Sequence[str] = (),
         command: Optional[PathLike] = None) -> Run:
-    """Runs the scenario files (`planecheck run`) and returns what each file and step gave."""
-    options = []
+    """Runs the scenario files (`planecheck run`) and returns what each file and step gave.
+    `timeout` (seconds) and `retries` are --timeout and --retries."""
+    options = limit_options(timeout, retries)
     if jobs is not None:
         options += ["--jobs", str(jobs)]
     if recorder is not None:

@@ -83,6 +83,17 @@ def close_unfinished(run: Run) -> None:
                                  last_error=errors[-1] if errors else None)
 
 
+def limit_options(timeout: Optional[float] = None, retries: Optional[int] = None) -> list[str]:
+    """--timeout and --retries as the command takes them: a file that runs longer than `timeout`
+    seconds is timed out, a failed file runs again up to `retries` times (passing then, it is flaky)."""
+    options = []
+    if timeout is not None:
+        options += ["--timeout", repr(float(timeout))]
+    if retries is not None:
+        options += ["--retries", str(int(retries))]
+    return options
+
+
 def invoke(subcommand: str, paths: Iterable[PathLike], options: Sequence[str],
            command: Optional[PathLike] = None) -> Run:
     argv = [find_command(command), subcommand]

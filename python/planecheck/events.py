@@ -123,6 +123,9 @@ class RunBuilder:
         result.counts = {name: event[name] for name in FILE_COUNTS if name in event}
         result.error = event.get("error")
         result.reason = event.get("reason")
+        result.attempts = event.get("attempts", 1)
+        result.failed_attempts = list(event.get("failed_attempts", []))
+        result.slow = event.get("slow", False)
         ended = event.get("ended")
         if ended:
             result.ended = Ended(how=ended["how"], at=ended["at"], step=ended.get("step"),

@@ -67,10 +67,17 @@ class FileResult:
     error: Optional[str] = None
     ended: Optional[Ended] = None
     reason: Optional[str] = None  # why it was skipped (nothing in it ran) or not run
+    attempts: int = 1  # with retries: how often it ran
+    failed_attempts: list[str] = field(default_factory=list)  # why each attempt before the last failed
+    slow: bool = False
 
     @property
     def passed(self) -> bool:
-        return self.status == "passed"
+        return self.status in ("passed", "flaky")  # flaky: it passed on a retry
+
+    @property
+    def flaky(self) -> bool:
+        return self.status == "flaky"
 
     @property
     def skipped(self) -> bool:

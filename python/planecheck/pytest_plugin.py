@@ -34,6 +34,11 @@ def pytest_addoption(parser):
                   help="glob patterns of the scenario files to collect")
     parser.addini("planecheck_args", type="args", default=[],
                   help="extra options for every `planecheck run`")
+    # pytest's own -x, -k and --lf stay pytest's: the run's limits have names of their own
+    parser.addini("planecheck_timeout", default=None,
+                  help="seconds a scenario file may run before it is ended as timed out")
+    parser.addini("planecheck_retries", default=None,
+                  help="how often a failed scenario file runs again (passing then, it is flaky)")
     group = parser.getgroup("planecheck", "planecheck scenario files")
     group.addoption("--planecheck-command", metavar="PATH",
                     help="the planecheck command to run (default: $PLANECHECK_COMMAND, then the "
@@ -42,6 +47,12 @@ def pytest_addoption(parser):
                     help="write one recorder file per scenario file into DIR")
     group.addoption("--planecheck-strict", action="store_true",
                     help="run with --strict: a file that planecheck check fails is refused")
+    group.addoption("--planecheck-timeout", metavar="SECONDS", type=float,
+                    help="end a scenario file that runs longer than SECONDS as timed out "
+                         "(default: the planecheck_timeout ini option)")
+    group.addoption("--planecheck-retries", metavar="N", type=int,
+                    help="run a failed scenario file again, up to N times, on a fresh worker; one that "
+                         "then passes is flaky (default: the planecheck_retries ini option)")
     group.addoption("--planecheck-coverage", metavar="FILE",
                     help="write the coverage of the whole session, merged, to FILE")
 
@@ -92,6 +103,17 @@ def coverage_parts(config):
     return getattr(config, COVERAGE_PARTS, None)
 
 
+def run_limit(config, name, kind):
+    """--planecheck-NAME, else the planecheck_NAME ini option, else None (the command's default)."""
+    given = config.getoption(f"planecheck_{name}")
+    if given is None:
+        given = config.getini(f"planecheck_{name}") or None
+    try:
+        return None if given is None else kind(given)
+    except ValueError:
+        raise pytest.UsageError(f"planecheck_{name}: not a number: {given!r}") from None
+
+
 def scenario_session(config) -> Session:
     """The process's one run, started by the first item that needs it."""
     if getattr(config, SESSION, None) is None:
@@ -105,6 +127,8 @@ def scenario_session(config) -> Session:
             os.makedirs(recorders, exist_ok=True)
             recorders = tempfile.mkdtemp(prefix=".planecheck-recorders-", dir=recorders)
         setattr(config, SESSION, Session(strict=config.getoption("planecheck_strict"),
+                                         timeout=run_limit(config, "timeout", float),
+                                         retries=run_limit(config, "retries", int),
                                          extra_args=config.getini("planecheck_args"),
                                          command=config.getoption("planecheck_command"),
                                          coverage=coverage, recorder_dir=recorders))
@@ -182,6 +206,8 @@ class ScenarioItem(pytest.Item):
         result, output = session.run_file(path)
         self.keep_recorder(session.recorder_of(path))
         self.add_report_section("call", "planecheck", output)
+        if result.attempts > 1:
+            self.user_properties.append(("planecheck_attempts", result.attempts))
         if result.status == "skipped":
             pytest.skip(f"planecheck tested nothing in {path}: {result.reason}")
         if not result.passed:
@@ -230,7 +256,8 @@ def describe_step(step: Step) -> list[str]:
 def describe_ending(result: FileResult, shown: set) -> list[str]:
     ended = result.ended
     step = f" in step {ended.step}" if ended.step else ""
-    lines = [f"{result.path}: the library ended the run with {ended.how}{step} at {ended.at}"]
+    how = f"timed out ({ended.how})" if result.status == "timed_out" else f"the library ended the run with {ended.how}"
+    lines = [f"{result.path}: {how}{step} at {ended.at}"]
     # The last error line is usually the ended step's own finding, listed below it already.
     if ended.last_error and ended.last_error not in shown:
         lines.append(f"    {ended.last_error}")

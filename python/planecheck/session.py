@@ -13,7 +13,8 @@ import subprocess
 import tempfile
 from typing import Optional, Sequence
 
-from .command import PathLike, PlanecheckError, UsageError, close_unfinished, find_command, status_text
+from .command import (PathLike, PlanecheckError, UsageError, close_unfinished, find_command, limit_options,
+                      status_text)
 from .events import EventError, RunBuilder, parse_line
 from .model import Ended, FileResult, Run
 
@@ -28,9 +29,10 @@ class Session:
     """`with Session(strict=True) as session: result, output = session.run_file("a.yaml")`"""
 
     def __init__(self, *, strict: bool = False, coverage: Optional[PathLike] = None,
-                 recorder_dir: Optional[PathLike] = None, extra_args: Sequence[str] = (),
+                 recorder_dir: Optional[PathLike] = None, timeout: Optional[float] = None,
+                 retries: Optional[int] = None, extra_args: Sequence[str] = (),
                  command: Optional[PathLike] = None):
-        options = ["--strict"] if strict else []
+        options = (["--strict"] if strict else []) + limit_options(timeout, retries)
         if coverage is not None:
             options += ["--coverage", os.fspath(coverage)]
         self.recorder_dir = os.fspath(recorder_dir) if recorder_dir is not None else None

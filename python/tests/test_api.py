@@ -40,6 +40,18 @@ def test_a_file_the_library_ends_is_reported_as_ended_with_or_without_jobs(jobs)
     assert "unknown table test_iff" in result.ended.last_error
 
 
+def test_retries_and_the_time_limit_reach_the_command_and_come_back_in_each_file(tmp_path):
+    creates = ", ".join(f"{{ op: create, key_a: {i} }}" for i in range(1000))
+    long = tmp_path / "long.yaml"
+    long.write_text("steps:\n" + f"  - send: {{ test_if: [ {creates} ] }}\n" * 2000)
+    run = planecheck.run([SCENARIOS / "mismatch.yaml", EXAMPLES / "hello.yaml", long], retries=1, timeout=0.5)
+    mismatch, hello, timed_out = run.files
+    assert (mismatch.status, mismatch.attempts, len(mismatch.failed_attempts)) == ("failed", 2, 1)
+    assert (hello.status, hello.attempts, hello.passed) == ("passed", 1, True)
+    assert (timed_out.status, timed_out.attempts) == ("timed_out", 2) and not timed_out.passed
+    assert timed_out.ended.how == "timeout of 0.5 s" and run.exit_status == 1
+
+
 def test_check_lists_its_findings_at_their_lines_without_running():
     run = planecheck.check(SCENARIOS / "unknown_keys.yaml")
     assert run.exit_status == 1 and run.findings

@@ -106,6 +106,24 @@ def test_junitxml_holds_one_case_per_file_with_the_failure_text(pytester, scenar
     assert properties["planecheck_recorder"] == str(record_dir / "test_failing.yaml_mismatch.rec")
 
 
+def test_the_run_s_time_limit_and_retries_pass_through_options_and_ini(pytester, scenarios):
+    scenarios(mismatch="test_failing.yaml", clean="test_passing.yaml")
+    creates = ", ".join(f"{{ op: create, key_a: {i} }}" for i in range(1000))
+    pytester.makefile(".yaml", test_long="steps:\n" + f"  - send: {{ test_if: [ {creates} ] }}\n" * 2000)
+    pytester.makeini("[pytest]\nplanecheck_retries = 2\n")
+    result = run_pytest(pytester, "--planecheck-timeout=0.5", "--junitxml=report.xml")
+    result.assert_outcomes(passed=1, failed=2)
+    result.stdout.fnmatch_lines(["test_long.yaml: timed out (timeout of 0.5 s)* at test_long.yaml:*"])
+    cases = {case.get("name"): case for case in ElementTree.parse(pytester.path / "report.xml").iter("testcase")}
+    attempts = {name: {p.get("name"): p.get("value") for p in case.iter("property")}.get("planecheck_attempts")
+                for name, case in cases.items()}
+    # every failing file ran three times; the one that passed, once
+    assert attempts == {"mismatch": "3", "test_long.yaml": "3", "what the check looks at, used as it should be": None}
+    # pytest's own -x stays pytest's: the run takes no --max-fail from it
+    assert "--max-fail" not in " ".join(planecheck.Session(retries=1, timeout=2).argv)
+    assert planecheck.Session(retries=1, timeout=2).argv[-4:] == ["--timeout", "2.0", "--retries", "1"]
+
+
 # Names that pytest's node ids, its command line or the JUnit report treat specially.
 HOSTILE_NAMES = [
     "a::b",                         # pytest's own separator

@@ -50,13 +50,13 @@
     return Math.floor(ms / 60000) + ' min ' + Math.round((ms % 60000) / 1000) + ' s';
   }
 
-  function statusWord(status) { return status === 'not_run' ? 'not run' : status; }
+  function statusWord(status) { return status === 'not_run' ? 'not run' : status === 'timed_out' ? 'timed out' : status; }
 
   function badge(status) {
     return el('span', { className: 'badge status-' + status, text: statusWord(status) });
   }
 
-  function failing(f) { return f.status !== 'passed' && f.status !== 'skipped'; }
+  function failing(f) { return f.status !== 'passed' && f.status !== 'skipped' && f.status !== 'flaky'; }
   function rowFailing(file, i) { return Object.prototype.hasOwnProperty.call(file.details, i); }
 
   // A long command line (a suite's thousands of files) is shown cut, and whole when opened.
@@ -72,6 +72,10 @@
     var parts = [];
     if (run.failed_files) parts.push(run.failed_files + ' failed');
     if (run.skipped_files) parts.push(run.skipped_files + ' skipped');
+    var flaky = files.filter(function (f) { return f.status === 'flaky'; }).length;
+    var slow = files.filter(function (f) { return f.slow; }).length;
+    if (flaky) parts.push(flaky + ' flaky');
+    if (slow) parts.push(slow + ' slow');
     return parts.length ? ' (' + parts.join(', ') + ')' : '';
   }
 
@@ -221,8 +225,13 @@
   function fileNotes(f) {
     var notes = [];
     if (f.error) notes.push(el('p', { className: 'file-note mono status-invalid', text: f.error }));
-    if (f.ended_how) notes.push(el('p', { className: 'file-note status-ended', text: 'The library ended the run with ' + f.ended_how +
+    if (f.ended_how) notes.push(el('p', { className: 'file-note status-ended', text:
+      (f.status === 'timed_out' ? 'Timed out after ' + duration(f.duration) + ' (' + f.ended_how + ')' : 'The library ended the run with ' + f.ended_how) +
       (f.ended_at ? ' at ' + f.ended_at : '') + (f.last_error ? ': ' + f.last_error : '') }));
+    if (f.attempts > 1) notes.push(el('p', { className: 'file-note status-' + f.status, text: (f.status === 'flaky' ? 'Flaky: passed on attempt ' :
+      'Ran ') + f.attempts + (f.status === 'flaky' ? '' : ' times') + '; ' + f.failed_attempts.map(function (m, i) {
+        return 'attempt ' + (i + 1) + ' failed: ' + m; }).join('; ') }));
+    if (f.slow) notes.push(el('p', { className: 'file-note status-slow', text: 'Slow: it ran ' + duration(f.duration) }));
     if (f.reason) notes.push(el('p', { className: 'file-note status-' + f.status, text:
       (f.status === 'skipped' ? 'Skipped, nothing in it was tested: ' : '') + f.reason }));
     if (!f.finished) notes.push(el('p', { className: 'file-note status-ended', text: 'The event stream stops before this file ended.' }));
@@ -297,7 +306,7 @@
   }
 
   function fileNode(file) {
-    var summary = el('summary', null, [badge(file.status), el('span', { className: 'path mono', text: file.path }),
+    var summary = el('summary', null, [badge(file.status), file.slow ? badge('slow') : null, el('span', { className: 'path mono', text: file.path }),
       file.name ? el('span', { className: 'name', text: file.name }) : null, el('span', { className: 'counts', text: fileCounts(file) })]);
     var details = el('details', { className: 'file', 'data-file': file.path, 'data-status': file.status }, [summary]);
     details.addEventListener('toggle', function () { if (details.open && !details.dataset.rendered) renderFileBody(file, details); });

@@ -1,6 +1,7 @@
 #include "parallel.hpp"
 
 #include "coverage.hpp"
+#include "report.hpp"
 #include "ending.hpp"
 #include "recorder_sink.hpp"
 #include "event_stream.hpp"
@@ -12,7 +13,9 @@
 #include <algorithm>
 #include <cctype>
 #include <cerrno>
+#include <chrono>
 #include <csignal>
+#include <deque>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -103,13 +106,24 @@ struct Parts {
 // What the parent knows of one file.
 struct FileSlot {
     std::unique_ptr<Parts> parts;
-    bool done = false;
+    bool done = false;   // its result is settled: no attempt of it is still to run
     std::string not_run; // why the file could not be run, when it could not
     std::string results; // as the worker sent them: the findings of its own write problems and the file_end
     bool ended = false;  // the worker ended while it ran the file
     int status = 0;      // how it ended
     Trail trail;         // where the run stood then
+    bool timed_out = false; // the run's time limit ended it
+    double limit_s = 0;     // the limit it ran into
+    std::optional<FileResult> result;   // once settled (or, while a retry waits, the failed attempt's)
+    std::vector<std::string> told;      // lines for standard error, printed after its output
+    std::string earlier_output;         // the output and lines of its failed attempts
+    size_t attempts = 1;
+    std::vector<FileResult::FailedAttempt> failed_attempts;
+    bool fresh_worker = false;          // a retry runs on a worker that ran nothing before it
 };
+
+using Clock = std::chrono::steady_clock;
+double seconds_between(Clock::time_point from, Clock::time_point to) { return std::chrono::duration<double>(to - from).count(); }
 
 constexpr size_t kIdle = size_t(-1);
 
@@ -119,6 +133,10 @@ struct Worker {
     Trail *trail = nullptr; // shared with the worker: where its file's run stood when it ended
     size_t file = kIdle;    // the file it runs now
     channel::FrameReader frames;
+    Clock::time_point started;     // when it was handed the file
+    bool stopped = false, killed = false; // the time limit sent SIGTERM, then SIGKILL
+    Clock::time_point stopped_at;
+    double limit_s = 0;
 };
 
 Trail *shared_trail() {
@@ -197,13 +215,13 @@ std::string run_assigned(const std::string &file, const Options &options, const 
     _exit(0);
 }
 
-// A file that did not run, or whose run cannot be told, fails with the reason.
-FileResult failed(const std::string &file, const std::string &reason) {
+// A file that did not run, or whose run cannot be told, fails with the reason (told after its output).
+FileResult failed(const std::string &file, const std::string &reason, FileSlot &s) {
     FileResult r;
     r.path = file;
     r.failures = 1;
     r.add_finding(fmt::format("{}: {}", file, reason));
-    fmt::print(stderr, "{}\n", r.findings.back());
+    s.told.push_back(r.findings.back());
     return r;
 }
 
@@ -217,21 +235,28 @@ void print_output(const std::string &file, int output_fd) {
     std::fputs((text.empty() || text.back() == '\n' ? text : text + "\n").c_str(), stderr);
 }
 
+// "2", "0.5": a limit as it was given.
+std::string seconds_text(double seconds) { return fmt::format("{:g}", seconds); }
+
 // A file whose worker ended while it ran it: what the worker passed on, and the ending's account
-// from the trail, its ended step's records ending where the recorder part does.
-FileResult ended_file(FileResult r, const FileSlot &s) {
+// from the trail, its ended step's records ending where the recorder part does. A worker that the
+// time limit stopped ended with the stop signal, yet the file is told as timed out.
+FileResult ended_file(FileResult r, FileSlot &s) {
     struct stat part {};
     int64_t records_end = s.parts->recorder.fd >= 0 && fstat(s.parts->recorder.fd, &part) == 0 ? int64_t(part.st_size) : -1;
-    if (std::optional<StepRecord> step = account_ending(r, s.trail, ending_how(s.status), records_end)) r.step_records.push_back(*step);
-    fmt::print(stderr, "{}\n", r.findings.front());
+    r.timed_out = s.timed_out;
+    std::string how = s.timed_out ? fmt::format("timeout of {} s", seconds_text(s.limit_s)) : ending_how(s.status);
+    if (std::optional<StepRecord> step = account_ending(r, s.trail, how, records_end)) r.step_records.push_back(*step);
+    s.told.push_back(r.findings.front());
     return r;
 }
 
-FileResult finish(const std::string &file, const FileSlot &s) {
-    if (!s.not_run.empty()) return failed(file, "not run: " + s.not_run);
-    print_output(file, s.parts->output.fd);
+// The file's result from what its worker left; what it has to say on standard error is kept in
+// the slot, to follow its output in the order of the files.
+FileResult decode(const std::string &file, FileSlot &s) {
+    if (!s.not_run.empty()) return failed(file, "not run: " + s.not_run, s);
     if (s.ended && WIFEXITED(s.status) && WEXITSTATUS(s.status) == kResultsUnsent)
-        return failed(file, "its results could not be sent back");
+        return failed(file, "its results could not be sent back", s);
     static EventDecoder decoder;
     FileEvents events;
     events.result.path = file;
@@ -246,53 +271,78 @@ FileResult finish(const std::string &file, const FileSlot &s) {
     size_t told = events.result.finding_records.size();
     read_file_events(s.results, decoder, events);
     if (!events.complete)
-        return failed(file, "its results cannot be read: " + (events.problem.empty() ? "they are incomplete" : events.problem));
+        return failed(file, "its results cannot be read: " + (events.problem.empty() ? "they are incomplete" : events.problem), s);
     for (size_t i = told; i < events.result.finding_records.size(); ++i) // the worker's own problems, found after the run
-        fmt::print(stderr, "{}\n", finding_line(file, events.result.finding_records[i]));
+        s.told.push_back(finding_line(file, events.result.finding_records[i]));
     return std::move(events.result);
+}
+
+std::string findings_text(const FileResult &r) {
+    std::string body;
+    for (const auto &f : r.findings) body += f + "\n";
+    return body;
 }
 
 // Workers started once and given file after file; a worker the library ends is replaced.
 class Pool {
 public:
     Pool(FileSource &source, const Options &options, unsigned jobs, int recorder_fd, std::string &recorder_problem,
-         const std::string &recorder_dir, const FileDone &done)
+         const std::string &recorder_dir, const FileDone &done, const RunLimits &limits)
         : source_(source), options_(options), jobs_(std::max(jobs, 1u)), recorder_fd_(recorder_fd), recorder_problem_(recorder_problem),
-          recorder_dir_(recorder_dir), done_(done) {}
+          recorder_dir_(recorder_dir), done_(done), limits_(limits) {}
     Pool(const Pool &) = delete;
     Pool &operator=(const Pool &) = delete;
 
     void run() {
-        while (printed_ < next_ || ((next_ < files_.size() || !source_.ended()) && !ending::stop_signal())) {
+        while (printed_ < next_ || ((next_ < files_.size() || !source_.ended()) && !stopping())) {
             hand_out();
             if (ending::stop_signal() && !forwarded_) stop_busy_workers();
+            enforce_time_limits();
             wait_for_workers();
             for (; printed_ < next_ && slots_[printed_].done; ++printed_) complete(printed_); // keep the files' order
         }
+        if (!ending::stop_signal()) not_run_after_max_fail();
         close_workers();
         ending::stop_if_requested();
     }
 
 private:
     bool recording() const { return recorder_fd_ >= 0 || !recorder_dir_.empty(); }
+    bool max_fail_reached() const { return limits_.max_fail && failed_files_ >= limits_.max_fail; }
+    // No file starts, nor runs again: a stop signal came, or enough files failed.
+    bool stopping() const { return ending::stop_signal() || max_fail_reached(); }
 
     void hand_out() {
-        while (!ending::stop_signal()) {
-            if (next_ == files_.size() && !take_next_path()) return;
-            FileSlot &slot = slots_[next_];
+        if (stopping()) settle_waiting_retries();
+        while (!stopping()) {
+            bool retrying = !retries_.empty();
+            if (!retrying && next_ == files_.size() && !take_next_path()) return;
+            size_t file = retrying ? retries_.front() : next_;
+            FileSlot &slot = slots_[file];
+            auto taken = [&] { retrying ? retries_.pop_front() : void(++next_); };
             if (!slot.parts && !(slot.parts = take_parts(slot.not_run))) {
-                slot.done = true;
-                ++next_;
+                taken();
+                settle(file);
                 continue;
             }
-            Worker *w = idle_worker();
+            std::string problem;
+            Worker *w = slot.fresh_worker ? fresh_worker(problem) : idle_worker(problem);
+            if (!w && !problem.empty()) { // not a single worker runs, and none can be started
+                slot.not_run = problem;
+                taken();
+                settle(file);
+                continue;
+            }
             if (!w) return;
-            if (!channel::send_assignment(w->socket, next_, files_[next_], slot.parts->descriptors())) {
+            if (w->trail) w->trail->timeout_ms = -1; // the file before it set its own
+            if (!channel::send_assignment(w->socket, file, files_[file], slot.parts->descriptors())) {
                 kill(w->pid, SIGKILL); // it ended, or cannot be reached, while idle: nothing of a file is lost
                 worker_ended(*w);
                 continue;
             }
-            w->file = next_++;
+            w->file = file;
+            w->started = Clock::now();
+            taken();
         }
     }
 
@@ -326,19 +376,61 @@ private:
     }
 
     // An idle worker, or a new one while fewer than `jobs` run; null when none can be had now.
-    // When not a single worker runs and none can be started, the next file is not run.
-    Worker *idle_worker() {
+    // `problem` says why, when not a single worker runs and none can be started.
+    Worker *idle_worker(std::string &problem) {
         for (auto &w : workers_)
             if (w.file == kIdle) return &w;
         if (workers_.size() >= jobs_) return nullptr;
-        std::string problem;
         if (start_worker(problem)) return &workers_.back();
-        if (workers_.empty()) {
-            FileSlot &slot = slots_[next_++];
-            slot.not_run = problem;
-            slot.done = true;
-        }
+        if (!workers_.empty()) problem.clear();
         return nullptr;
+    }
+
+    // A worker that ran no file before: an idle one makes room for it.
+    Worker *fresh_worker(std::string &problem) {
+        if (workers_.size() >= jobs_) {
+            auto idle = std::find_if(workers_.begin(), workers_.end(), [](const Worker &w) { return w.file == kIdle; });
+            if (idle == workers_.end()) return nullptr;
+            retire(*idle);
+        }
+        if (start_worker(problem)) return &workers_.back();
+        if (!workers_.empty()) problem.clear();
+        return nullptr;
+    }
+
+    // An idle worker ends when its stream does.
+    void retire(Worker &w) {
+        ::close(w.socket);
+        int status = 0;
+        while (waitpid(w.pid, &status, 0) < 0 && errno == EINTR) {}
+        if (w.trail) munmap(w.trail, sizeof(Trail));
+        workers_.erase(workers_.begin() + (&w - workers_.data()));
+    }
+
+    // The file's own config: timeout wins over the run's.
+    double limit_of(const Worker &w) const {
+        int64_t own = w.trail ? w.trail->timeout_ms : -1;
+        return own >= 0 ? double(own) / 1000 : limits_.timeout_s;
+    }
+
+    // A file past its limit is stopped as a stop signal stops a run (its records written out); a
+    // worker that does not end within the grace period (a platform call that never returns) is killed.
+    void enforce_time_limits() {
+        Clock::time_point now = Clock::now();
+        for (auto &w : workers_) {
+            if (w.file == kIdle || w.killed) continue;
+            if (!w.stopped) {
+                double limit = limit_of(w);
+                if (limit <= 0 || seconds_between(w.started, now) < limit) continue;
+                w.stopped = true;
+                w.stopped_at = now;
+                w.limit_s = limit;
+                kill(w.pid, SIGTERM);
+            } else if (seconds_between(w.stopped_at, now) >= kTimeoutGraceSeconds) {
+                w.killed = true;
+                kill(w.pid, SIGKILL);
+            }
+        }
     }
 
     bool start_worker(std::string &problem) {
@@ -401,29 +493,35 @@ private:
             if (!open) gone.push_back(i);
         }
         for (size_t k = gone.size(); k-- > 0;) worker_ended(workers_[gone[k]]);
+        // one that finished its file as the time limit stopped it: the stop would end its next file
+        for (size_t k = workers_.size(); k-- > 0;)
+            if (workers_[k].stopped && workers_[k].file == kIdle) retire(workers_[k]);
     }
 
     void file_done(Worker &w, std::string payload) {
-        FileSlot &slot = slots_[w.file];
-        slot.results = std::move(payload);
-        slot.done = true;
+        size_t file = w.file;
+        slots_[file].results = std::move(payload);
         w.file = kIdle;
+        settle(file);
     }
 
     // The worker's stream ended: it has ended or is ending. A file it ran is reported as it stood.
     void worker_ended(Worker &w) {
         int status = 0;
         while (waitpid(w.pid, &status, 0) < 0 && errno == EINTR) {}
-        if (w.file != kIdle) {
-            FileSlot &slot = slots_[w.file];
+        size_t file = w.file;
+        if (file != kIdle) {
+            FileSlot &slot = slots_[file];
             slot.ended = true;
             slot.status = status;
+            slot.timed_out = w.stopped;
+            slot.limit_s = w.limit_s;
             if (w.trail) slot.trail = *w.trail;
-            slot.done = true;
         }
         ::close(w.socket);
         if (w.trail) munmap(w.trail, sizeof(Trail));
         workers_.erase(workers_.begin() + (&w - workers_.data()));
+        if (file != kIdle) settle(file);
     }
 
     void close_workers() {
@@ -436,10 +534,86 @@ private:
         workers_.clear();
     }
 
+    // An attempt of a file is over: it runs again, or its result is the file's.
+    void settle(size_t i) {
+        FileSlot &slot = slots_[i];
+        FileResult r = decode(files_[i], slot);
+        if (run_again(i, r)) return;
+        finalize(slot, std::move(r));
+    }
+
+    void finalize(FileSlot &slot, FileResult r) {
+        r.attempts = slot.attempts;
+        r.failed_attempts = std::move(slot.failed_attempts);
+        r.slow = limits_.slow_s > 0 && r.duration_ms >= limits_.slow_s * 1000;
+        if (limits_.no_flaky && r.flaky()) {
+            ++r.failures;
+            r.add_finding(fmt::format("{}: passed only on attempt {} (--no-flaky)", r.path, r.attempts));
+            slot.told.push_back(r.findings.back());
+        }
+        failed_files_ += !r.passed() && r.not_started.empty();
+        slot.result = std::move(r);
+        slot.done = true;
+    }
+
+    // A file that failed, ended or timed out runs again on a fresh worker while it has retries
+    // left; an invalid file would only fail again. Its failed attempt's output is kept.
+    bool run_again(size_t i, const FileResult &r) {
+        FileSlot &slot = slots_[i];
+        bool retried = !r.passed() && !r.invalid && slot.not_run.empty() && slot.attempts <= limits_.retries && !stopping();
+        std::string output;
+        if (!retried || !read_all(slot.parts->output.fd, output) || !slot.parts->empty_again()) return false;
+        std::string message = failure_message(r);
+        slot.failed_attempts.push_back({message, findings_text(r)});
+        slot.earlier_output += output.empty() || output.back() == '\n' ? output : output + "\n";
+        for (const std::string &line : slot.told) slot.earlier_output += line + "\n";
+        slot.earlier_output += fmt::format("{}: attempt {} of {} failed: {}; it runs again on a fresh worker\n", r.path,
+                                           slot.attempts, limits_.retries + 1, message);
+        slot.told.clear();
+        slot.results.clear();
+        slot.ended = slot.timed_out = false;
+        slot.status = 0;
+        slot.trail = Trail{};
+        slot.result = r;
+        slot.fresh_worker = true;
+        ++slot.attempts;
+        retries_.push_back(i);
+        return true;
+    }
+
+    // A stop or --max-fail leaves a file waiting to run again with the attempt that failed.
+    void settle_waiting_retries() {
+        for (size_t i : retries_) {
+            FileSlot &slot = slots_[i];
+            FileResult r = std::move(*slot.result);
+            --slot.attempts;
+            slot.failed_attempts.pop_back();
+            finalize(slot, std::move(r));
+        }
+        retries_.clear();
+    }
+
+    // The files after --max-fail was reached, the list's later lines among them, are told as not run.
+    void not_run_after_max_fail() {
+        if (!max_fail_reached()) return;
+        auto not_run = [this](const std::string &path) {
+            FileResult r;
+            r.path = path;
+            r.not_started = max_fail_reason(limits_.max_fail);
+            if (options_.observer) replay_records(r, *options_.observer);
+            done_(std::move(r));
+        };
+        for (size_t i = next_; i < files_.size(); ++i) not_run(files_[i]);
+        for (std::string path; source_.next(path, true) == FileSource::Next::path;) not_run(path);
+    }
+
     // The file's result goes to the run as soon as its records are told: a stop after it counts it.
     void complete(size_t i) {
         FileSlot &slot = slots_[i];
-        FileResult r = finish(files_[i], slot);
+        std::fputs(slot.earlier_output.c_str(), stderr);
+        if (slot.parts && slot.not_run.empty()) print_output(files_[i], slot.parts->output.fd);
+        for (const std::string &line : slot.told) fmt::print(stderr, "{}\n", line);
+        FileResult r = std::move(*slot.result);
         if (!slot.parts) {
             tell(r, nullptr);
             return done_(std::move(r));
@@ -514,6 +688,9 @@ private:
     const FileDone &done_;
     std::vector<Worker> workers_;
     std::vector<std::unique_ptr<Parts>> spare_;
+    const RunLimits limits_;
+    std::deque<size_t> retries_; // files to run again, before any new file
+    size_t failed_files_ = 0;    // settled files that failed, for --max-fail
     size_t next_ = 0, printed_ = 0;
     uint64_t records_base_ = 0; // where the next file's recorder part begins in the recorder file
     bool forwarded_ = false;
@@ -521,8 +698,12 @@ private:
 } // namespace
 
 void run_in_processes(FileSource &files, const Options &options, unsigned jobs, int recorder_fd, std::string &recorder_problem,
-                      const FileDone &done, const std::string &recorder_dir) {
-    Pool(files, options, jobs, recorder_fd, recorder_problem, recorder_dir, done).run();
+                      const FileDone &done, const std::string &recorder_dir, const RunLimits &limits) {
+    Pool(files, options, jobs, recorder_fd, recorder_problem, recorder_dir, done, limits).run();
+}
+
+std::string max_fail_reason(size_t max_fail) {
+    return fmt::format("not run: --max-fail {} reached", max_fail);
 }
 
 std::string recorder_file_name(const std::string &path) {

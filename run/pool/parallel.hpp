@@ -21,8 +21,22 @@ namespace pc::runner {
 // With `recorder_dir`, each file's recorder goes to a file of its own there instead, named by
 // recorder_file_name and written before the file's last event is told.
 using FileDone = std::function<void(FileResult)>;
+
+// What a run against a device needs: a platform call may hang and a device may flake.
+struct RunLimits {
+    double timeout_s = 0;  // a file that runs longer is ended (SIGTERM, then SIGKILL) as timed_out; 0: no limit
+    double slow_s = 0;     // a file that runs longer is marked slow; 0: none is
+    unsigned retries = 0;  // a failed, ended or timed-out file runs again, on a fresh worker, up to this often
+    bool no_flaky = false; // a file that passed only on a retry fails
+    size_t max_fail = 0;   // once this many files failed, no file starts; 0: no limit
+};
+// How long a worker that a time limit stopped has to write its records out before it is killed.
+constexpr double kTimeoutGraceSeconds = 2;
+// Why a file was not run once --max-fail was reached.
+std::string max_fail_reason(size_t max_fail);
+
 void run_in_processes(FileSource &files, const Options &options, unsigned jobs, int recorder_fd, std::string &recorder_problem,
-                      const FileDone &done, const std::string &recorder_dir = {});
+                      const FileDone &done, const std::string &recorder_dir = {}, const RunLimits &limits = {});
 
 // A file's recorder in a recorder folder: its path with each character other than a letter, a
 // digit, '.', '-' or '_' made '_', and ".rec" added (tests/a b.yaml: tests_a_b.yaml.rec).

@@ -42,10 +42,12 @@ std::string host_name() {
 } // namespace
 
 const char *file_status(const FileResult &f) {
+    if (f.timed_out) return "timed_out";
     if (f.ended) return "ended";
     if (f.invalid) return "invalid";
     if (!f.not_started.empty()) return "not_run";
     if (!f.passed()) return "failed";
+    if (f.flaky()) return "flaky";
     return f.skipped.empty() ? "passed" : "skipped";
 }
 
@@ -117,6 +119,12 @@ std::string file_end_event(const FileResult &f, const std::string &at) {
         if (!f.last_error.empty()) out += R"(,"last_error":)" + json_string(f.last_error);
         out += "}";
     }
+    if (f.attempts > 1) {
+        out += fmt::format(R"(,"attempts":{},"failed_attempts":[)", f.attempts);
+        for (size_t i = 0; i < f.failed_attempts.size(); ++i) out += (i ? "," : "") + json_string(f.failed_attempts[i].message);
+        out += "]";
+    }
+    if (f.slow) out += R"(,"slow":true)";
     return out + "}";
 }
 
@@ -126,10 +134,11 @@ const char *run_verdict(const Totals &t) {
 
 std::string run_end_event(const Totals &e, double duration_ms, int exit_status, const std::string &at) {
     const char *verdict = run_verdict(e);
+    std::string flaky = e.files_flaky ? fmt::format(R"("flaky_files":{},)", e.files_flaky) : "";
     return head("run_end", at) +
-           fmt::format(R"(,"files":{},"failed_files":{},"skipped_files":{},"steps":{},"not_run":{},"mismatches":{},"value_errors":{},"expected":{},)"
+           fmt::format(R"(,"files":{},"failed_files":{},"skipped_files":{},{}"steps":{},"not_run":{},"mismatches":{},"value_errors":{},"expected":{},)"
                        R"("problems":{},"warnings":{},"duration":{},"exit_status":{},"verdict":"{}"}})",
-                       e.files, e.failed_files, e.files_skipped, e.steps, e.not_run, e.mismatches, e.value_errors, e.expected, e.problems,
+                       e.files, e.failed_files, e.files_skipped, flaky, e.steps, e.not_run, e.mismatches, e.value_errors, e.expected, e.problems,
                        e.warnings, ms(duration_ms), exit_status, verdict);
 }
 

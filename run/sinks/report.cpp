@@ -23,7 +23,7 @@ std::string steps(size_t n, size_t not_run) {
 
 std::string counts(const FileResult &r) {
     std::string out = fmt::format("{}, {}, {}", steps(r.steps, r.not_run), plural(r.mismatches, "mismatch"), plural(r.value_errors, "value error"));
-    if (r.ended) out += fmt::format(", ended early at {}", r.ended_at);
+    if (r.ended) out += fmt::format(", {} at {}", r.timed_out ? "timed out" : "ended early", r.ended_at);
     return out;
 }
 
@@ -35,15 +35,19 @@ std::string idle_steps(const FileResult &r) {
     return out;
 }
 
-// Why a file failed, in one line.
+// A file that passed on a retry says so beside its counts.
+std::string attempts_note(const FileResult &r) {
+    return r.attempts > 1 ? fmt::format(", passed on attempt {}", r.attempts) : "";
+}
+
+} // namespace
+
 std::string failure_message(const FileResult &r) {
     if (r.invalid) return r.error;
     if (!r.not_started.empty()) return r.not_started;
     if (r.ended) return r.findings.empty() ? counts(r) : r.findings.front() + (r.last_error.empty() ? "" : ": " + r.last_error);
     return counts(r);
 }
-
-} // namespace
 
 std::string tap_text(std::string_view s, bool description) {
     std::string out;
@@ -83,8 +87,19 @@ void add_to(Totals &t, const FileResult &r) {
     t.not_run += r.not_run;
     t.problems += r.problems;
     t.warnings += r.warnings;
-    if (r.ended) t.ended.push_back(r.last_error.empty() ? r.ended_at : r.ended_at + ": " + without_location(r.path, r.last_error));
+    if (r.timed_out) t.timed_out.push_back(fmt::format("{} after {:.1f} s", r.ended_at, r.duration_ms / 1000));
+    else if (r.ended) t.ended.push_back(r.last_error.empty() ? r.ended_at : r.ended_at + ": " + without_location(r.path, r.last_error));
+    t.files_flaky += r.flaky();
+    if (r.slow) t.slow.push_back(fmt::format("{} {:.1f} s", r.path, r.duration_ms / 1000));
 }
+
+namespace {
+std::string joined(const std::vector<std::string> &items) {
+    std::string out;
+    for (size_t i = 0; i < items.size(); ++i) out += (i ? "; " : "") + items[i];
+    return out;
+}
+} // namespace
 
 bool nothing_tested(const Totals &t) { return (t.files && t.files_skipped == t.files) || t.none_selected; }
 
@@ -111,6 +126,9 @@ std::string summary(const Totals &t, bool check_only) {
         for (size_t i = 0; i < t.ended.size(); ++i) detail += (i ? "; " : "") + t.ended[i];
         detail += ")";
     }
+    if (!t.timed_out.empty()) detail += fmt::format(", {} timed out ({})", plural(t.timed_out.size(), "file"), joined(t.timed_out));
+    if (t.files_flaky) detail += fmt::format(", {} flaky (passed on a retry)", plural(t.files_flaky, "file"));
+    if (!t.slow.empty()) detail += fmt::format(", {} slow ({})", plural(t.slow.size(), "file"), joined(t.slow));
     if (t.files_not_run) detail += fmt::format(", {} not run", plural(t.files_not_run, "file"));
     if (t.files_skipped) detail += fmt::format(", {} skipped (nothing ran)", plural(t.files_skipped, "file"));
     if (t.deselected) detail += fmt::format(", {} deselected", plural(t.deselected, "file"));
@@ -191,9 +209,13 @@ void junit_file_case(std::ostream &out, const FileResult &r, const std::string &
         return;
     }
     if (r.was_skipped()) out << fmt::format("      <skipped message=\"{}\"/>\n", xml_attribute(r.skipped));
+    // the common extension (Maven Surefire, pytest-rerunfailures): a failure that a retry made good
+    for (const auto &attempt : r.failed_attempts)
+        out << fmt::format("      <{0} message=\"{1}\">{2}</{0}>\n", r.passed() ? "flakyFailure" : "rerunFailure",
+                           xml_attribute(attempt.message), xml(attempt.findings));
     if (!r.passed())
         out << fmt::format("      <failure message=\"{}\">{}</failure>\n", xml_attribute(failure_message(r)), xml(lines_of(r.findings)));
-    out << fmt::format("      <system-out>{}{}</system-out>\n", xml(counts(r)), xml(idle_steps(r)));
+    out << fmt::format("      <system-out>{}{}{}</system-out>\n", xml(counts(r)), xml(attempts_note(r)), xml(idle_steps(r)));
     out << "    </testcase>\n";
 }
 
@@ -286,7 +308,9 @@ void print_tap(const std::vector<FileResult> &results, FILE *out, bool steps) {
             fmt::print(out, "ok {} - {} # SKIP {}\n", i + 1, tap_text(r.path, true), tap_text(r.skipped, false));
             continue;
         }
-        fmt::print(out, "{} {} - {} ({})\n", r.passed() ? "ok" : "not ok", i + 1, tap_text(r.path, true), counts(r));
+        fmt::print(out, "{} {} - {} ({}{})\n", r.passed() ? "ok" : "not ok", i + 1, tap_text(r.path, true), counts(r), attempts_note(r));
+        for (size_t a = 0; a < r.failed_attempts.size(); ++a)
+            fmt::print(out, "# attempt {} failed: {}\n", a + 1, tap_text(r.failed_attempts[a].message, false));
         if (!r.passed())
             for (const auto &f : r.findings) fmt::print(out, "# {}\n", tap_text(f, false));
     }

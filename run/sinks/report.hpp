@@ -20,6 +20,9 @@ struct Totals {
     uint64_t mismatches = 0, value_errors = 0, expected = 0, problems = 0, warnings = 0;
     bool invalid = false;
     std::vector<std::string> ended; // "FILE:LINE: last error line" of each file the library ended
+    std::vector<std::string> timed_out; // "FILE:LINE after 2.1 s" of each file the time limit ended
+    std::vector<std::string> slow;      // "FILE (3.2 s)" of each file that ran longer than --slow
+    size_t files_flaky = 0;             // files that passed on a retry
 };
 
 // "1 mismatch", "2 mismatches"
@@ -39,6 +42,8 @@ bool nothing_tested(const Totals &t);
 Totals add_up(const std::vector<FileResult> &results);
 void add_to(Totals &totals, const FileResult &result);
 std::string summary(const Totals &t, bool check_only);
+// Why a file failed, in one line: its JUnit failure message, a failed attempt's message.
+std::string failure_message(const FileResult &r);
 // One test case per scenario file; a failed file carries its findings. With `steps`, a test suite
 // per file with a test case per step (its records kept by a StepKeeper), a failed step carrying
 // its findings.

@@ -117,12 +117,17 @@ bool ScenarioReader::read_config(const JSON_Value *value, yaml::LoadError &error
             const char *s = json_value_get_string(v);
             if (!s || (std::strcmp(s, "enforce") && std::strcmp(s, "ignore"))) return fail(error, v, "references: is enforce or ignore");
             config_.enforce_references = std::strcmp(s, "enforce") == 0;
+        } else if (key == "timeout") {
+            double seconds = json_value_get_number(v);
+            if (json_value_get_type(v) != JSONNumber || !(seconds >= 0) || seconds > 1e6)
+                return fail(error, v, "timeout: is a number of seconds from 0 (no limit) to 1000000");
+            config_.timeout_ms = int64_t(seconds * 1000 + 0.5);
         } else {
             static const std::vector<std::string_view> keys = {"mode", "object_set", "router_type", "npus", "node",
-                                                               "verbose", "wait", "recorder_off", "references"};
+                                                               "verbose", "wait", "recorder_off", "references", "timeout"};
             return fail(error, v,
                         "unknown config key '" + key + "' (expected mode, object_set, router_type, npus, node, verbose, wait, recorder_off, "
-                        "references)" + pc::support::did_you_mean(key, keys));
+                        "references, timeout)" + pc::support::did_you_mean(key, keys));
         }
     }
     return true;

@@ -23,6 +23,7 @@ struct Config {
     int32_t wait = 0;
     bool recorder_off = false;
     bool enforce_references = false; // references: enforce (simplane refuses dangling and busy references)
+    int64_t timeout_ms = -1;  // timeout: SECONDS, the file's own limit over --timeout (0: none); -1: not given
 };
 
 struct Step {

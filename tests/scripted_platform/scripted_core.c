@@ -8,6 +8,7 @@
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
+#include <unistd.h>
 
 /* ---- the call recorder ------------------------------------------------------------------- */
 
@@ -281,8 +282,20 @@ static void keep_outcome(sc_obj obj, uint8_t op) {
     }
 }
 
+/* A device call that never returns, signals or not, for the runner's time limit: SCRIPTED_HANG
+ * names the "TYPE OP" that hangs. */
+static void hang_if_named(const char *type_name, const char *op) {
+    const char *hang = getenv("SCRIPTED_HANG");
+    char call[160];
+    if (!hang) return;
+    snprintf(call, sizeof call, "%s %s", type_name, op);
+    if (strcmp(hang, call) == 0)
+        for (;;) pause();
+}
+
 int32_t sc_run(sc_obj obj, uint8_t op) {
     sc_header(obj)->op = op;
+    hang_if_named(object_of(obj)->type_name, op_name(op));
     int32_t status = sc_answer(object_of(obj)->type_name, op_name(op));
     if (status == 0) keep_outcome(obj, op);
     return status;

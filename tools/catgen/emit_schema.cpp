@@ -365,7 +365,8 @@ void scenario_definitions(const Catalogue &cat, Members &defs) {
                                                        {"verbose", obj({{"type", q("boolean")}})},
                                                        {"wait", obj({{"type", "[\"integer\",\"boolean\"]"}})},
                                                        {"recorder_off", obj({{"type", q("boolean")}})},
-                                                       {"references", obj({{"enum", "[\"ignore\",\"enforce\"]"}})}})}})});
+                                                       {"references", obj({{"enum", "[\"ignore\",\"enforce\"]"}})},
+                                                       {"timeout", obj({{"type", q("number")}, {"minimum", "0"}, {"maximum", "1000000"}})}})}})});
 }
 
 } // namespace

@@ -37,6 +37,11 @@ typedef struct pc_runner_options {
     int ci_environment;          /* let a CI executor's variables choose the shard and the JUnit file (default 0) */
     int handlers;                /* install the abort and stop-signal handlers in this process (default 0) */
     int allow_skipped;           /* a run in which every file was skipped (ran nothing) passes (default 0) */
+    double timeout;              /* seconds a file may run before it is ended as timed_out (0: no limit); a
+                                    scenario's config: timeout wins; the files run in a worker even with jobs 0 */
+    unsigned retries;            /* a failed, ended or timed-out file runs again, on a fresh worker, up to this
+                                    often; one that then passes is flaky, and passes (default 0) */
+    size_t max_fail;             /* once this many files failed, no other file starts: they are not_run (0: no limit) */
 } pc_runner_options;
 
 /* Options as the command's defaults, in one worker process. */
@@ -51,7 +56,8 @@ typedef struct pc_runner_event {
     const char *kind;       /* a step's kind (send, dump, ...) or a finding's (mismatch, value_error, check, log) */
     const char *label;      /* a step's label, such as "send test_if" */
     const char *status;     /* a step's or a file's status: passed, failed, invalid, ended, not_run;
-                               a file's also skipped (it passed, but no step in it ran anything) */
+                               a file's also skipped (it passed, but no step in it ran anything),
+                               timed_out (it outran the time limit) or flaky (it passed on a retry) */
     const char *text;       /* a finding's text; a file's error, or why it did not run or was skipped */
     uint64_t mismatches, value_errors;
     size_t steps;           /* a file's or the run's steps */

@@ -442,10 +442,9 @@ private:
         LastFailed state(o_.select.state_dir);
         std::string problem;
         state.load(problem); // a list that cannot be read is started afresh
-        for (const FileResult &r : model_.files()) {
-            std::string_view status = file_status(r);
-            if (status != "not_run") state.ran(r.path, status != "passed" && status != "skipped");
-        }
+        // a file that passed in the end (skipped, or flaky: it passed on a retry) leaves the list
+        for (const FileResult &r : model_.files())
+            if (r.not_started.empty()) state.ran(r.path, !r.passed());
         if (!state.save(problem)) fmt::print(stderr, "planecheck: cannot keep the files that failed for --last-failed: {}\n", problem);
     }
 

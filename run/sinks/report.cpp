@@ -93,14 +93,6 @@ void add_to(Totals &t, const FileResult &r) {
     if (r.slow) t.slow.push_back(fmt::format("{} {:.1f} s", r.path, r.duration_ms / 1000));
 }
 
-namespace {
-std::string joined(const std::vector<std::string> &items) {
-    std::string out;
-    for (size_t i = 0; i < items.size(); ++i) out += (i ? "; " : "") + items[i];
-    return out;
-}
-} // namespace
-
 bool nothing_tested(const Totals &t) { return (t.files && t.files_skipped == t.files) || t.none_selected; }
 
 Totals add_up(const std::vector<FileResult> &results) {
@@ -121,14 +113,10 @@ std::string summary(const Totals &t, bool check_only) {
                                                   t.expected ? fmt::format(" ({} expected)", t.expected) : "");
     if (t.problems) detail += ", " + plural(t.problems, "problem");
     if (t.warnings) detail += ", " + plural(t.warnings, "warning");
-    if (!t.ended.empty()) {
-        detail += fmt::format(", {} ended early (", plural(t.ended.size(), "file"));
-        for (size_t i = 0; i < t.ended.size(); ++i) detail += (i ? "; " : "") + t.ended[i];
-        detail += ")";
-    }
-    if (!t.timed_out.empty()) detail += fmt::format(", {} timed out ({})", plural(t.timed_out.size(), "file"), joined(t.timed_out));
+    if (!t.ended.empty()) detail += fmt::format(", {} ended early ({})", plural(t.ended.size(), "file"), fmt::join(t.ended, "; "));
+    if (!t.timed_out.empty()) detail += fmt::format(", {} timed out ({})", plural(t.timed_out.size(), "file"), fmt::join(t.timed_out, "; "));
     if (t.files_flaky) detail += fmt::format(", {} flaky (passed on a retry)", plural(t.files_flaky, "file"));
-    if (!t.slow.empty()) detail += fmt::format(", {} slow ({})", plural(t.slow.size(), "file"), joined(t.slow));
+    if (!t.slow.empty()) detail += fmt::format(", {} slow ({})", plural(t.slow.size(), "file"), fmt::join(t.slow, "; "));
     if (t.files_not_run) detail += fmt::format(", {} not run", plural(t.files_not_run, "file"));
     if (t.files_skipped) detail += fmt::format(", {} skipped (nothing ran)", plural(t.files_skipped, "file"));
     if (t.deselected) detail += fmt::format(", {} deselected", plural(t.deselected, "file"));

@@ -1,5 +1,7 @@
 #include "last_failed.hpp"
 
+#include "event_stream.hpp"
+
 #include "wire_text.hpp"
 
 #include <fmt/format.h>
@@ -27,16 +29,6 @@ bool make_folder(const std::string &folder, std::string &error) {
     if (errno == EEXIST) return true;
     error = fmt::format("cannot make {}: {}", folder, std::strerror(errno));
     return false;
-}
-
-bool write_whole(int fd, const std::string &text) {
-    for (size_t done = 0; done < text.size();) {
-        ssize_t n = ::write(fd, text.data() + done, text.size() - done);
-        if (n < 0 && errno == EINTR) continue;
-        if (n <= 0) return false;
-        done += size_t(n);
-    }
-    return true;
 }
 
 } // namespace
@@ -95,7 +87,7 @@ bool LastFailed::save(std::string &error) {
     text += failed_.empty() ? "}\n" : "\n}\n";
     std::string temporary = path() + ".XXXXXX";
     int fd = mkstemp(temporary.data());
-    bool written = fd >= 0 && fchmod(fd, 0644) == 0 && write_whole(fd, text);
+    bool written = fd >= 0 && fchmod(fd, 0644) == 0 && write_all(fd, text);
     if (fd >= 0 && ::close(fd) != 0) written = false;
     if (written && std::rename(temporary.c_str(), path().c_str()) == 0) {
         changed_ = false;

@@ -722,12 +722,13 @@ def feed(fifo, attempts):
     return thread
 
 
-def many_steps(path, count, header="", creates=1000):
-    """Step 1 logs a mismatch; then `count` steps of `creates` creates, a line each."""
-    def step(s):
-        return ", ".join(f"{{ op: create, key_a: {s * creates + i} }}" for i in range(creates))
-    steps = "".join(f"  - send: {{ test_if: [ {step(s)} ] }}\n" for s in range(count))
-    return write(path, f"{header}steps:\n  - send: {{ test_if: [ {{ op: delete, key_a: 424242 }} ] }}\n{steps}")
+def slow_steps(path, count, config=""):
+    """`count` steps of 100 ms each, a line each, whatever the machine's speed: an update of the ACL statistics
+    type waits that long when the config's wait is 1. Each update finds no entry: a mismatch a step.
+    Returns the path and the line of step 1."""
+    header = f"config:\n  wait: 1\n{config}steps:\n"
+    steps = "".join(f"  - send: {{ ingaclstats: [ {{ op: update, acl_id: {s}, seq_num: 1 }} ] }}\n" for s in range(count))
+    return write(path, header + steps), header.count("\n") + 1
 
 
 PASSING = "steps:\n  - send: { test_if: [ { op: create, key_a: 1 } ] }\n"
@@ -751,7 +752,7 @@ class LimitsOfARun(EventChecks):
 
     def test_a_file_that_outruns_its_time_is_timed_out_at_its_line_and_the_others_run(self):
         first, last = write(scratch("limit-first.yaml"), PASSING), write(scratch("limit-last.yaml"), PASSING)
-        long = many_steps(scratch("limit-long.yaml"), 400)  # seconds of steps, on a busy machine too
+        long, step_1 = slow_steps(scratch("limit-long.yaml"), 100)  # ten seconds of steps
         for jobs in ([], ["-j", "2"]):
             with self.subTest(jobs=jobs):
                 hung = fresh_fifo(scratch("limit-hung.yaml"))
@@ -760,9 +761,10 @@ class LimitsOfARun(EventChecks):
                 self.assertEqual(out.returncode, 1, out.stderr)
                 ends = {f: files[f][-1] for f in files}
                 self.assertEqual([ends[f]["status"] for f in (first, long, hung, last)], ["passed", "timed_out", "timed_out", "passed"])
-                # the step running (or the last begun) when the limit came: step N is at line N + 1
+                # the step running (or the last begun) when the limit came
                 self.assertGreater(ends[long]["steps"], 1)
-                self.assertEqual(ends[long]["ended"]["at"], f"{long}:{ends[long]['steps'] + 1}")
+                at_line = step_1 + ends[long]["steps"] - 1
+                self.assertEqual(ends[long]["ended"]["at"], f"{long}:{at_line}")
                 self.assertEqual(ends[long]["ended"]["how"], "timeout of 1.5 s")
                 self.assertEqual(ends[hung]["ended"]["at"], hung)  # it never got to a step
                 for f in (long, hung):
@@ -774,16 +776,16 @@ class LimitsOfARun(EventChecks):
                 self.assertIn(f"2 files timed out ({ends[long]['ended']['at']} after ", summary)
                 message = self.case(junit, long).find("failure").get("message")
                 self.assertRegex(message, rf"^{re.escape(long)}: timed out after \d+\.\d s \(timeout of 1.5 s\) "
-                                          rf"(in step \d+ \(send test_if\) at|after \d+ steps ran, at) line {ends[long]['steps'] + 1}")
+                                          rf"(in step \d+ \(send ingaclstats\) at|after \d+ steps ran, at) line {at_line}")
                 self.assertEqual(tap_counts(out.stdout), "4 2 2 0 0 0")
 
     def test_a_scenario_s_own_timeout_wins_over_the_run_s(self):
-        unlimited = many_steps(scratch("limit-unlimited.yaml"), 30, "config:\n  timeout: 0\n")
-        limited = many_steps(scratch("limit-limited.yaml"), 400, "config:\n  timeout: 0.3\n")
+        unlimited, _ = slow_steps(scratch("limit-unlimited.yaml"), 5, "  timeout: 0\n")
+        limited, _ = slow_steps(scratch("limit-limited.yaml"), 100, "  timeout: 0.3\n")
         out, _, files, _ = self.run_with_reports("limit-own", [unlimited, limited], "-q", "--timeout", "0.001", "--slow", "0.001")
         ends = {f: files[f][-1] for f in files}
-        self.assertEqual(ends[unlimited]["status"], "failed", out.stderr)  # its step 1 mismatch: it ran to its end
-        self.assertEqual(ends[unlimited]["steps"], 31)
+        self.assertEqual(ends[unlimited]["status"], "failed", out.stderr)  # its mismatches: it ran to its end
+        self.assertEqual(ends[unlimited]["steps"], 5)
         self.assertEqual((ends[limited]["status"], ends[limited]["ended"]["how"]), ("timed_out", "timeout of 0.3 s"))
         # --slow marks both in the events and the summary
         self.assertTrue(ends[unlimited]["slow"] and ends[limited]["slow"])

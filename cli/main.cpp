@@ -99,8 +99,19 @@ int main(int argc, char **argv) {
                   "with --junit: a test suite per scenario file and a test case per step, a failed step carrying its findings");
     run->add_flag("--tap-steps", run_options.tap_steps,
                   "--tap with each file's steps as a subtest before its test point (an indented block with its own plan)");
-    run->add_option("--shard", run_options.shard, "run shard I of N of the files (I/N, such as 2/4), for CI fan-out; without it, TEST_SHARD_INDEX and "
-                    "TEST_TOTAL_SHARDS (or GTEST_SHARD_INDEX and GTEST_TOTAL_SHARDS) choose the shard, counting from 0");
+    run->add_option("--shard", run_options.shard,
+                    "run shard I of N of the files, for CI fan-out: I/N (such as 2/4) by position in the sorted suite, hash:I/N by a "
+                    "hash of each file's name within the suite (adding a file moves no other), or hash alone with the numbers "
+                    "from the CI executor; without it, the executor's variables choose: Bazel's TEST_SHARD_INDEX/TEST_TOTAL_SHARDS, "
+                    "GTEST_SHARD_INDEX/GTEST_TOTAL_SHARDS, GitLab's CI_NODE_INDEX/CI_NODE_TOTAL, CircleCI's "
+                    "CIRCLE_NODE_INDEX/CIRCLE_NODE_TOTAL, Buildkite's BUILDKITE_PARALLEL_JOB/BUILDKITE_PARALLEL_JOB_COUNT, "
+                    "a Kubernetes indexed job's JOB_COMPLETION_INDEX")->type_name("SHARD");
+    run->add_option("--shards", run_options.shards,
+                    "the number of shards where the executor gives only an index (a Kubernetes indexed job's completions; "
+                    "default: PLANECHECK_SHARDS)")->check(CLI::Range(1u, 1000000u))->type_name("N");
+    auto *list_plan = run->add_flag("--list", run_options.list, "print the files this run (this shard) would run, in order, and run none");
+    run->add_flag("--json", run_options.list_json, "with --list: the files, the shard and the suite's plan as one JSON object")
+        ->needs(list_plan);
     // limits for a run against a device, where a platform call may hang and a device may flake
     pc::runner::RunLimits &limits = run_options.limits;
     run->add_option("--timeout", limits.timeout_s,
@@ -172,7 +183,9 @@ int main(int argc, char **argv) {
     pc::report::ReportRequest report_request;
     auto *report = app.add_subcommand("report", "write the HTML report of event streams (run --events), shards merged");
     report->add_option("events", report_request.events, "event files written by run --events (- reads standard input)")->required();
-    report->add_option("--html", report_request.html, "write the report to FILE: one self-contained page")->required();
+    report->add_option("--html", report_request.html, "write the report to FILE: one self-contained page");
+    report->add_option("--junit", report_request.junit,
+                       "write the merged JUnit report to FILE: every stream's files, in the suite's order when they are shards");
     report->add_option("--coverage", report_request.coverage,
                        "coverage reports (run --coverage) for the heat map; without it, those the runs wrote when they are still there")
         ->allow_extra_args(false);

@@ -9,6 +9,18 @@
 
 namespace pc::report {
 
+namespace {
+
+void take_shard(Stream &s, const runner::RunStarted &r) {
+    const runner::Shard &shard = r.shard_of_suite;
+    s.shard = shard.index, s.shards = shard.total;
+    s.shard_mode = runner::mode_name(shard.mode), s.shard_from = shard.source;
+    s.suite_known = r.suite_known, s.suite_size = r.suite_size, s.suite_digest = r.suite.digest;
+    for (size_t k = 0; k < r.suite.files.size(); ++k) s.plan.push_back({r.suite.files[k], r.suite.names[k], r.suite.shard_of[k]});
+}
+
+} // namespace
+
 struct EventReader::Parser {
     runner::EventDecoder decoder;
 };
@@ -69,6 +81,7 @@ struct EventDispatch {
         s.started = e.time;
         s.command = e.run_start.command;
         s.coverage = e.run_start.coverage;
+        take_shard(s, e.run_start);
     }
 
     static void file_start(EventReader &r, const runner::Event &e) {
@@ -187,6 +200,7 @@ FileRecord &EventReader::file(const std::string &path) {
     if (added) {
         run_.files.push_back({});
         run_.files.back().path = path;
+        run_.files.back().stream = run_.streams.size() - 1;
     }
     return run_.files[at->second];
 }

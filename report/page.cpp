@@ -149,7 +149,10 @@ std::string run_json(const Run &run, const std::string &made_at) {
     add_counts(out, run.totals());
     fmt::format_to(std::back_inserter(out), "\"files\":{},\"failed_files\":{},\"skipped_files\":{},\"duration\":{:.3f},\"problems\":",
                    run.files.size(), run.failed_files(), run.skipped_files(), run.duration());
-    add_texts(out, run.problems);
+    // what a merge of shards lacks is told where the lines that could not be read are
+    std::vector<std::string> problems = run.missing;
+    problems.insert(problems.end(), run.problems.begin(), run.problems.end());
+    add_texts(out, problems);
     out += ",\"streams\":[";
     for (size_t i = 0; i < run.streams.size(); ++i) {
         if (i) out += ',';

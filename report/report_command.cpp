@@ -5,6 +5,8 @@
 #include "events.hpp"
 #include "excerpt.hpp"
 #include "page.hpp"
+#include "report.hpp"
+#include "shard_merge.hpp"
 
 #include <fmt/format.h>
 
@@ -12,7 +14,10 @@
 #include <chrono>
 #include <cstring>
 #include <ctime>
+#include <algorithm>
 #include <fstream>
+#include <map>
+#include <sstream>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -98,9 +103,65 @@ int status_of(const Run &run) {
     return verdict == "passed" ? 0 : verdict == "failed" ? 1 : 2;
 }
 
+// Where each file of the suite comes in it, by its name within the suite; an events file's paths
+// are named by its own plan, so shards run from different folders still line up.
+struct SuiteOrder {
+    std::map<std::string, size_t> position; // name -> place in the suite
+    size_t of(const runner::RunStarted &shard, const std::string &path) const {
+        const runner::SuitePlan &plan = shard.suite;
+        for (size_t k = 0; k < plan.files.size(); ++k)
+            if (plan.files[k] == path) {
+                auto found = position.find(plan.names[k]);
+                return found == position.end() ? position.size() : found->second;
+            }
+        return position.size();
+    }
+};
+
+// The files of every events file as their events tell them; a file whose file_end never came
+// was ended with its stream.
+std::vector<runner::FileResult> merged_results(const std::vector<std::string> &events) {
+    std::vector<std::pair<size_t, runner::FileResult>> placed;
+    SuiteOrder order;
+    runner::EventDecoder decoder;
+    for (const std::string &file : events) {
+        std::ifstream in(file, std::ios::binary);
+        std::stringstream text;
+        text << in.rdbuf();
+        runner::RunEvents stream;
+        runner::read_run_events(text.str(), decoder, stream);
+        const runner::SuitePlan &plan = stream.started.suite;
+        if (order.position.empty())
+            for (size_t k = 0; k < plan.names.size(); ++k) order.position.emplace(plan.names[k], k);
+        for (runner::FileEvents &f : stream.files) {
+            if (!f.complete) f.result.ended = true, f.result.ended_how = "its events stop before its end: " + file + " is cut short";
+            placed.emplace_back(order.of(stream.started, f.result.path), std::move(f.result));
+        }
+    }
+    std::stable_sort(placed.begin(), placed.end(), [](const auto &a, const auto &b) { return a.first < b.first; });
+    std::vector<runner::FileResult> results;
+    for (auto &p : placed) results.push_back(std::move(p.second));
+    return results;
+}
+
+// The merge of shards names what it lacks, and fails for it.
+void check_merge(Run &run) {
+    run.missing = check_shards(run);
+    for (const std::string &m : run.missing) fmt::print(stderr, "planecheck: the merge is incomplete: {}\n", m);
+}
+
 } // namespace
 
 int report_command(const ReportRequest &request) {
+    if (request.html.empty() && request.junit.empty()) {
+        fmt::print(stderr, "planecheck: report writes --html FILE, --junit FILE or both: give one\n");
+        return 2;
+    }
+    if (!request.junit.empty() && std::count(request.events.begin(), request.events.end(), "-")) {
+        fmt::print(stderr, "planecheck: report --junit reads each events file twice: give files, not -\n");
+        return 2;
+    }
+    std::vector<std::string> read;
     Run run;
     EventReader reader(run);
     bool complete = true;
@@ -118,17 +179,25 @@ int report_command(const ReportRequest &request) {
             complete = false;
             continue;
         }
-        if (reader.read_file(file)) continue;
+        if (reader.read_file(file)) {
+            read.push_back(file);
+            continue;
+        }
         fmt::print(stderr, "planecheck: cannot read the events file {}: {}\n", file, std::strerror(errno));
         complete = false;
     }
     for (const auto &p : run.problems) fmt::print(stderr, "{}\n", p);
     name_incomplete_streams(run);
+    check_merge(run);
     complete &= run.problems.empty();
     read_excerpts(run);
     std::string coverage = read_coverage(coverage_files(request, run), complete);
-    if (!write_page(request.html, build_page(run, coverage, now_utc()))) {
+    if (!request.html.empty() && !write_page(request.html, build_page(run, coverage, now_utc()))) {
         fmt::print(stderr, "planecheck: cannot write the report to {}: {}\n", request.html, std::strerror(errno));
+        return 2;
+    }
+    if (!request.junit.empty() && !runner::write_junit(request.junit, merged_results(read), run.duration() / 1000)) {
+        fmt::print(stderr, "planecheck: cannot write the JUnit report to {}: {}\n", request.junit, std::strerror(errno));
         return 2;
     }
     return complete ? status_of(run) : 2;

@@ -14,7 +14,7 @@ void Counts::add(const Counts &o) {
 }
 
 std::string Run::verdict() const {
-    bool invalid = false, failed = streams.empty() || !problems.empty();
+    bool invalid = false, failed = streams.empty() || !problems.empty() || !missing.empty();
     for (const Stream &s : streams) {
         invalid |= s.verdict == "invalid";
         failed |= !s.finished || s.verdict == "failed";

@@ -39,6 +39,7 @@ struct StepRecord {
 
 struct FileRecord {
     std::string path, name;
+    size_t stream = 0;             // the stream that reported it, in Run::streams
     std::string status = "ended"; // until its file_end arrives
     bool finished = false;         // its file_end was read
     Counts counts;
@@ -55,6 +56,12 @@ struct FileRecord {
     bool failing() const { return status != "passed" && status != "skipped" && status != "flaky"; }
 };
 
+// A file of a sharded suite, as every shard's run_start lists the whole suite.
+struct PlannedFile {
+    std::string file, name; // as the shard ran it; its name within the suite
+    unsigned shard = 0;
+};
+
 // One event stream: the run (or shard) that wrote it.
 struct Stream {
     std::string source; // the events file
@@ -65,12 +72,19 @@ struct Stream {
     Counts totals;
     uint64_t files = 0, failed_files = 0, exit_status = 0;
     double duration = 0;
+    unsigned shard = 0, shards = 0; // shard I of N; 0 of 0: the whole suite
+    std::string shard_mode, shard_from;
+    bool suite_known = false;       // the run planned its files (not fed by --files-from)
+    uint64_t suite_size = 0;
+    std::string suite_digest;
+    std::vector<PlannedFile> plan;  // a shard's: the whole suite
 };
 
 struct Run {
     std::vector<Stream> streams;
     std::vector<FileRecord> files;
     std::vector<std::string> problems; // "FILE:LINE: message" for each line that could not be used
+    std::vector<std::string> missing;  // what a merge of shards lacks, or has twice: it fails the verdict
 
     // Over all streams: the worst verdict ("invalid" over "failed" over "skipped", when every
     // file was, over "passed"); a stream cut short counts as failed.

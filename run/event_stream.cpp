@@ -131,6 +131,29 @@ void file_end_of(const object &e, Event &event) {
     f.last_error = text_of(ended, "last_error");
 }
 
+void shard_and_suite_of(const object &e, RunStarted &r) {
+    if (object shard; e["shard"].get(shard) == simdjson::SUCCESS) {
+        Shard &s = r.shard_of_suite;
+        s.index = unsigned(count_of(shard, "index")), s.total = unsigned(count_of(shard, "total"));
+        s.mode = text_of(shard, "mode") == "hash" ? ShardMode::hash : ShardMode::position;
+        s.source = text_of(shard, "from");
+    }
+    object suite;
+    if (e["suite"].get(suite) != simdjson::SUCCESS) return;
+    r.suite_known = true;
+    r.suite_size = count_of(suite, "size");
+    r.suite.digest = text_of(suite, "digest");
+    simdjson::dom::array plan;
+    if (suite["plan"].get(plan) != simdjson::SUCCESS) return;
+    for (element entry : plan) {
+        object planned;
+        if (entry.get(planned) != simdjson::SUCCESS) continue;
+        r.suite.files.push_back(text_of(planned, "file"));
+        r.suite.names.push_back(text_of(planned, "name"));
+        r.suite.shard_of.push_back(unsigned(count_of(planned, "shard")));
+    }
+}
+
 void run_start_of(const object &e, RunStarted &r) {
     r.run_id = text_of(e, "run_id");
     r.version = text_of(e, "version");
@@ -142,6 +165,7 @@ void run_start_of(const object &e, RunStarted &r) {
             if (std::string_view text; arg.get(text) == simdjson::SUCCESS) r.command.push_back(from_wire(text));
     object options;
     if (e["options"].get(options) == simdjson::SUCCESS) r.coverage = text_of(options, "coverage"), r.shard = text_of(options, "shard");
+    shard_and_suite_of(e, r);
 }
 
 void run_end_of(const object &e, RunEnded &r) {
@@ -236,22 +260,55 @@ void take_totals(const Event &e, FileResult &r) {
 
 } // namespace
 
-void read_file_events(std::string_view text, EventDecoder &decoder, FileEvents &into) {
-    FileResult &r = into.result;
-    Event e;
-    for (size_t start = 0; start < text.size() && into.problem.empty();) {
+namespace {
+
+// Calls `take` with each non-empty line of `text`.
+template <typename Take> void for_each_line(std::string_view text, Take take) {
+    for (size_t start = 0; start < text.size();) {
         size_t end = text.find('\n', start);
         if (end == std::string_view::npos) end = text.size();
         std::string_view line = text.substr(start, end - start);
         start = end + 1;
-        if (line.empty()) continue;
-        if (!decoder.decode(line, e, into.problem)) break;
-        if (e.kind != EventKind::other && e.file != r.path) into.problem = fmt::format("an event of {} among those of {}", e.file, r.path);
-        else if (e.kind == EventKind::file_start) r.name = e.name;
-        else if (e.kind == EventKind::finding) r.finding_records.push_back(e.finding), r.add_finding(finding_line(r.path, e.finding));
-        else if (e.kind == EventKind::step) r.step_records.push_back(e.step), count_step(r, e.step);
-        else if (e.kind == EventKind::file_end) take_totals(e, r), into.complete = true;
+        if (!line.empty() && !take(line)) return;
     }
+}
+
+// A file's event joins its result; true for its file_end.
+bool add_to_file(const Event &e, FileResult &r) {
+    if (e.kind == EventKind::file_start) r.name = e.name;
+    else if (e.kind == EventKind::finding) r.finding_records.push_back(e.finding), r.add_finding(finding_line(r.path, e.finding));
+    else if (e.kind == EventKind::step) r.step_records.push_back(e.step), count_step(r, e.step);
+    else if (e.kind == EventKind::file_end) take_totals(e, r);
+    return e.kind == EventKind::file_end;
+}
+
+} // namespace
+
+void read_file_events(std::string_view text, EventDecoder &decoder, FileEvents &into) {
+    FileResult &r = into.result;
+    Event e;
+    for_each_line(text, [&](std::string_view line) {
+        if (!decoder.decode(line, e, into.problem)) return false;
+        if (e.kind != EventKind::other && e.file != r.path) into.problem = fmt::format("an event of {} among those of {}", e.file, r.path);
+        else if (add_to_file(e, r)) into.complete = true;
+        return into.problem.empty();
+    });
+}
+
+void read_run_events(std::string_view text, EventDecoder &decoder, RunEvents &into) {
+    Event e;
+    std::map<std::string, size_t> at; // a file's place in into.files
+    for_each_line(text, [&](std::string_view line) {
+        if (!decoder.decode(line, e, into.problem)) return false;
+        if (e.kind == EventKind::run_start) into.started = e.run_start;
+        if (e.kind == EventKind::run_end) into.ended = true;
+        if (e.file.empty()) return true;
+        auto [place, added] = at.try_emplace(e.file, into.files.size());
+        if (added) into.files.emplace_back(), into.files.back().result.path = e.file;
+        FileEvents &file = into.files[place->second];
+        file.complete |= add_to_file(e, file.result);
+        return true;
+    });
 }
 
 bool write_all(int fd, const std::string &text) {

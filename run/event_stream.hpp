@@ -17,6 +17,10 @@ enum class EventKind { run_start, file_start, finding, step, file_end, run_end, 
 struct RunStarted {
     std::string run_id, shard, version, platform, host, coverage;
     std::vector<std::string> command;
+    Shard shard_of_suite;  // not sharded when the stream says nothing of it
+    bool suite_known = false;
+    uint64_t suite_size = 0;
+    SuitePlan suite;       // the digest, and for a shard the whole suite's files and their shards
 };
 
 struct RunEnded {
@@ -65,6 +69,15 @@ struct FileEvents {
     std::string problem;
 };
 void read_file_events(std::string_view text, EventDecoder &decoder, FileEvents &into);
+
+// A whole stream's files, each as read_file_events rebuilds it, in the order they started.
+struct RunEvents {
+    RunStarted started;
+    bool ended = false;
+    std::vector<FileEvents> files;
+    std::string problem;
+};
+void read_run_events(std::string_view text, EventDecoder &decoder, RunEvents &into);
 
 // Writes a file's events to a descriptor as they are made, unbuffered, so that a process that is
 // ended has passed on what it did. Its file_end is written by whoever knows the file is done

@@ -2,6 +2,7 @@
 #pragma once
 
 #include "scenario.hpp"
+#include "shard_plan.hpp"
 
 #include <cstdint>
 #include <cstdio>
@@ -79,6 +80,8 @@ struct RunDescription {
     std::string recorder, coverage, shard; // "" for none
     std::string platform;                  // the platform library the run drives
     std::string run_id;                    // one run's streams (its shards') share it; no two runs do
+    Shard shard_of_suite;                  // which shard, by what partition, told by whom
+    const SuitePlan *suite = nullptr;      // the whole suite's files and their shards; none for --files-from
 };
 
 // Receives a run's records as they are made: the event stream, a C program's callback.

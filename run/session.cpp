@@ -77,23 +77,6 @@ private:
     std::vector<RunObserver *> listeners_;
 };
 
-// Keeps the files of shard I of N (1-based): the I-th, the (I+N)-th, ...
-bool take_shard(RunRequest &o) {
-    if (o.shard.empty()) return true;
-    unsigned i = 0, n = 0;
-    char end;
-    if (std::sscanf(o.shard.c_str(), "%u/%u%c", &i, &n, &end) != 2 || n == 0 || i == 0 || i > n) {
-        fmt::print(stderr, "planecheck: --shard takes I/N with 1 <= I <= N, such as 2/4\n");
-        return false;
-    }
-    std::vector<std::string> kept;
-    for (size_t k = i - 1; k < o.files.size(); k += n) kept.push_back(o.files[k]);
-    // more shards than files: this one passes with nothing to do, and says so
-    if (kept.empty()) fmt::print(stderr, "planecheck: shard {} has no files: the run has {}\n", o.shard, plural(o.files.size(), "file"));
-    o.files = std::move(kept);
-    return true;
-}
-
 // The run's id as the request or the environment gives it (the shards of one CI job share it);
 // otherwise 128 random bits, so that two runs' streams are never taken for one.
 std::string run_id(const std::string &given) {
@@ -126,19 +109,22 @@ bool writable_folder(const std::string &dir) {
     return true;
 }
 
-// Without --shard and --junit, a CI executor's environment may say which shard to run and where
-// the JUnit report goes.
-bool take_ci_environment(RunRequest &o) {
-    CiEnvironment env = read_ci_environment(std::getenv);
-    if (o.junit.empty()) o.junit = env.junit;
-    if (!o.shard.empty()) return true;
-    if (!env.error.empty()) {
-        fmt::print(stderr, "planecheck: {}\n", env.error);
+// The shard from --shard or from a CI executor's environment, which may also say where the
+// JUnit report goes; a run the executor shards touches its status file (Bazel's) to say so.
+bool choose_shard(RunRequest &o, Shard &shard) {
+    std::string error;
+    if (!o.shard.empty() && !parse_shard_option(o.shard, shard, error)) {
+        fmt::print(stderr, "planecheck: {}\n", error);
         return false;
     }
-    if (env.shard.empty()) return true;
-    o.shard = env.shard;
-    if (!env.status_file.empty() && !touch(env.status_file)) {
+    if (!o.ci_environment) return true;
+    CiEnvironment env = read_ci_environment(std::getenv, o.shards);
+    if (o.junit.empty()) o.junit = env.junit;
+    if (!choose_shard(shard, env, error)) {
+        fmt::print(stderr, "planecheck: {}\n", error);
+        return false;
+    }
+    if (shard.sharded() && !env.status_file.empty() && !touch(env.status_file)) {
         fmt::print(stderr, "planecheck: cannot touch TEST_SHARD_STATUS_FILE {}: {}\n", env.status_file, std::strerror(errno));
         return false;
     }
@@ -171,7 +157,7 @@ public:
     }
 
     int run(const RunOne &run_one) {
-        if (!prepare_html()) return 2;
+        if (!o_.list && !prepare_html()) return 2;
         int status = write_html_report(finish_events(run_to_outputs(run_one)));
         if (!events_for_html_.empty()) unlink(events_for_html_.c_str()); // also when the run stopped before its events
         return status;
@@ -185,13 +171,14 @@ private:
             return 2;
         }
         // the program that writes the list chooses the files: no shard from the environment
-        if (!o_.file.check_only && o_.ci_environment && o_.files_from.empty() && !take_ci_environment(o_)) return 2;
-        if (std::string error; !o_.in_process && !expand_directories(o_.files, error)) {
+        if (!o_.file.check_only && o_.files_from.empty() && !choose_shard(o_, shard_)) return 2;
+        if (std::string error; !o_.in_process && !expand_directories(o_.files, error, &names_)) {
             fmt::print(stderr, "planecheck: {}\n", error);
             return 2;
         }
         if (!take_selection()) return 2;
-        if (!take_shard(o_)) return 2;
+        take_shard();
+        if (o_.list) return list_plan();
         if (o_.handlers) ending::install();
         // a report must survive a file that the library ends: the files then run in worker processes
         // (a replay runs in this process: its steps come from the recording, not from a file a child could open)
@@ -258,6 +245,7 @@ private:
     // TAP and the summary line, from the model.
     void tell_summary() {
         std::string line = summary(model_.totals(), o_.file.check_only);
+        if (shard_.sharded()) line += fmt::format(" (shard {} by {})", shard_.text(), shard_.source);
         if (o_.tap) {
             print_tap(model_.files(), o_.tap_out, o_.tap_steps);
             fmt::print(o_.tap_out, "# {}\n", tap_text(line, false));
@@ -347,7 +335,9 @@ private:
         run.jobs = std::max(o_.jobs, 1u);
         run.recorder = o_.recorder;
         run.coverage = o_.coverage;
-        run.shard = o_.shard;
+        run.shard = shard_.sharded() ? shard_.text() : "";
+        run.shard_of_suite = shard_;
+        run.suite = o_.files_from.empty() && !o_.file.check_only ? &plan_ : nullptr;
         run.run_id = run_id(o_.run_id);
         run.platform = platform_name();
         listeners_.run_start(run);
@@ -413,6 +403,31 @@ private:
         model_.add(std::move(result));
     }
 
+    // The suite's plan, and this shard's files of it.
+    void take_shard() {
+        plan_ = plan_suite(o_.files, names_, shard_);
+        if (!shard_.sharded()) return;
+        o_.files = plan_.files_of(shard_.index);
+        // more shards than files: this one passes with nothing to do, and says so
+        if (o_.files.empty())
+            fmt::print(stderr, "planecheck: shard {} has no files: the run has {}\n", shard_.text(), plural(plan_.files.size(), "file"));
+    }
+
+    // --list: the files this run would run, in order, and nothing run.
+    int list_plan() {
+        if (!o_.list_json) {
+            for (const std::string &file : o_.files) fmt::print("{}\n", file);
+            return 0;
+        }
+        RunDescription run;
+        run.shard_of_suite = shard_;
+        run.suite = &plan_;
+        std::string files;
+        for (const std::string &file : o_.files) files += (files.empty() ? "" : ",") + json_string(file);
+        fmt::print("{{\"files\":[{}],{}}}\n", files, shard_and_suite(run));
+        return 0;
+    }
+
     // -k and --last-failed, before the shard: the files they leave out are never told.
     bool take_selection() {
         if (o_.file.check_only) return true;
@@ -451,6 +466,9 @@ private:
     double seconds() const { return std::chrono::duration<double>(std::chrono::steady_clock::now() - started_).count(); }
 
     RunRequest &o_;
+    Shard shard_;
+    std::map<std::string, std::string> names_; // a file found in a folder: its name within the suite
+    SuitePlan plan_;
     RunModel model_;
     EventWriter events_;
     Fanout listeners_;

@@ -27,7 +27,9 @@ struct RunRequest {
     FILE *tap_out = stdout;
     unsigned jobs = 0;                // 0: all files in this process, one after the other
     bool jobs_chosen = false;         // 0 was asked for: JUnit and TAP do not move the files to a worker
-    std::string shard;                // "I/N": only every N-th file, starting with the I-th
+    std::string shard;                // --shard: "I/N", "hash:I/N", or "hash" with the numbers from a CI executor
+    unsigned shards = 0;              // --shards N: the total for an executor that gives only an index
+    bool list = false, list_json = false; // --list: print the files the run would run, and run none
     SelectRequest select;             // -k and --last-failed choose among the files, before the shard
     bool junit_steps = false;         // JUnit: a test case per step, a test suite per file
     bool tap_steps = false;           // TAP: each file's steps as a subtest before its test point

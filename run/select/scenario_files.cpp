@@ -57,7 +57,7 @@ bool is_scenario_name(const std::string &name) {
     return extension == ".yaml" || extension == ".yml" || extension == ".json" || extension == ".jsonl";
 }
 
-bool expand_directories(std::vector<std::string> &paths, std::string &error) {
+bool expand_directories(std::vector<std::string> &paths, std::string &error, std::map<std::string, std::string> *names) {
     std::vector<std::string> expanded;
     for (const std::string &path : paths) {
         std::error_code ec;
@@ -67,6 +67,8 @@ bool expand_directories(std::vector<std::string> &paths, std::string &error) {
         }
         std::vector<std::string> found;
         if (!scenarios_under(path, found, error)) return false;
+        if (names)
+            for (const std::string &file : found) (*names)[file] = fs::path(file).lexically_relative(path).string();
         expanded.insert(expanded.end(), found.begin(), found.end());
     }
     paths = std::move(expanded);

@@ -62,15 +62,31 @@ std::string rfc3339_now() {
 
 std::string json_string(const std::string &text) { return wire_text(text, WireForm::json); }
 
+// Which shard the run is and the suite it is a shard of, so that a merge of the shards can tell
+// that each came once and every file of the suite ran once. The plan is written only for shards.
+std::string shard_and_suite(const RunDescription &run) {
+    const Shard &s = run.shard_of_suite;
+    std::string shard = !s.sharded() ? "null"
+                                     : fmt::format(R"({{"index":{},"total":{},"mode":"{}","from":{}}})", s.index, s.total, mode_name(s.mode),
+                                                   json_string(s.source));
+    if (!run.suite) return fmt::format(R"("shard":{},"suite":null)", shard);
+    std::string plan;
+    for (size_t k = 0; s.sharded() && k < run.suite->files.size(); ++k)
+        plan += fmt::format(R"({}{{"file":{},"name":{},"shard":{}}})", k ? "," : "", json_string(run.suite->files[k]),
+                            json_string(run.suite->names[k]), run.suite->shard_of[k]);
+    return fmt::format(R"("shard":{},"suite":{{"size":{},"digest":"{}"{}}})", shard, run.suite->files.size(), run.suite->digest,
+                       s.sharded() ? R"(,"plan":[)" + plan + "]" : "");
+}
+
 std::string run_start_event(const RunDescription &run, const std::string &at) {
     std::string command;
     for (const auto &arg : run.command) command += (command.empty() ? "" : ",") + json_string(arg);
     return head("run_start", at) +
            fmt::format(R"(,"run_id":{},"version":"{}","catalogue":"{}","platform":{},"command":[{}],"host":{},"files":{},)"
-                       R"("options":{{"check_only":{},"strict":{},"verbose":{},"quiet":{},"jobs":{},"recorder":{},"coverage":{},"shard":{}}}}})",
+                       R"("options":{{"check_only":{},"strict":{},"verbose":{},"quiet":{},"jobs":{},"recorder":{},"coverage":{},"shard":{}}},{}}})",
                        json_string(run.run_id), PC_VERSION, PC_CATALOGUE_DIGEST, json_string(run.platform), command, json_string(host_name()), run.files,
                        boolean(run.check_only), boolean(run.strict), boolean(run.verbose), boolean(run.quiet), run.jobs,
-                       nullable(run.recorder), nullable(run.coverage), nullable(run.shard));
+                       nullable(run.recorder), nullable(run.coverage), nullable(run.shard), shard_and_suite(run));
 }
 
 std::string file_start_event(const FileResult &file, size_t index, const std::string &at) {

@@ -19,6 +19,8 @@ const char *file_status(const FileResult &file);
 // The run's as its run_end names it: invalid, failed, skipped (every file was) or passed.
 const char *run_verdict(const Totals &totals);
 std::string json_string(const std::string &text);
+// run_start's "shard" and "suite" members: `"shard":{...},"suite":{...}`.
+std::string shard_and_suite(const RunDescription &run);
 std::string run_start_event(const RunDescription &run, const std::string &at);
 std::string file_start_event(const FileResult &file, size_t index, const std::string &at);
 std::string finding_event(const FileResult &file, const Finding &finding, const std::string &at);

@@ -3,6 +3,7 @@
 #include "coverage_view.hpp"
 #include "event_stream.hpp"
 #include "events.hpp"
+#include "ending.hpp"
 #include "excerpt.hpp"
 #include "page.hpp"
 #include "report.hpp"
@@ -135,6 +136,7 @@ std::vector<runner::FileResult> merged_results(const std::vector<std::string> &e
             for (size_t k = 0; k < plan.names.size(); ++k) order.position.emplace(plan.names[k], k);
         for (runner::FileEvents &f : stream.files) {
             if (!f.complete) f.result.ended = true, f.result.ended_how = "its events stop before its end: " + file + " is cut short";
+            else runner::restore_ending_findings(f.result);
             placed.emplace_back(order.of(stream.started, f.result.path), std::move(f.result));
         }
     }

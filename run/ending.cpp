@@ -164,9 +164,16 @@ StepRecord ended_step(const Trail &t, int64_t records_end) {
     return s;
 }
 
+// Where the file was when it ended, as the ending's finding tells it.
+struct EndedAt {
+    size_t step = 0, steps_ran = 0;
+    std::string label;
+    uint32_t line = 0;
+};
+
 // The first finding names the ending; JUnit and TAP give it as the reason the file failed.
-void add_ending_findings(FileResult &file, const Trail &t) {
-    std::string where = t.step ? fmt::format(" in step {} ({}) at line {}, after {} ran", t.step, t.label[0] ? t.label : "a step",
+void add_ending_findings(FileResult &file, const EndedAt &t) {
+    std::string where = t.step ? fmt::format(" in step {} ({}) at line {}, after {} ran", t.step, t.label.empty() ? "a step" : t.label,
                                              t.line, plural(t.steps_ran, "step"))
                       : file.timed_out && t.line ? fmt::format(" after {} ran, at line {}", plural(t.steps_ran, "step"), t.line)
                                                  : "";
@@ -193,11 +200,23 @@ std::optional<StepRecord> account_ending(FileResult &file, const Trail &t, const
     file.mismatches = t.mismatches;
     file.value_errors = t.value_errors;
     file.duration_ms = ms_since(t.file_started);
-    add_ending_findings(file, t);
+    add_ending_findings(file, {t.step, t.steps_ran, t.label, t.line});
     if (!t.step) return std::nullopt;
     StepRecord step = ended_step(t, records_end);
     count_step(file, step);
     return step;
+}
+
+void restore_ending_findings(FileResult &file) {
+    if (!file.ended) return;
+    EndedAt at;
+    at.step = file.ended_step;
+    at.steps_ran = file.steps - (at.step ? 1 : 0);
+    if (size_t colon = file.ended_at.rfind(':'); colon != std::string::npos && colon >= file.path.size())
+        at.line = uint32_t(std::strtoul(file.ended_at.c_str() + colon + 1, nullptr, 10));
+    for (const StepRecord &s : file.step_records)
+        if (s.number == at.step && s.status == StepStatus::ended) at.label = s.label;
+    add_ending_findings(file, at);
 }
 
 } // namespace pc::runner

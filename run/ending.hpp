@@ -73,4 +73,8 @@ std::string ending_how(int wait_status);
 // records ending at `records_end` (-1: none written).
 std::optional<StepRecord> account_ending(FileResult &file, const Trail &trail, const std::string &how, int64_t records_end);
 
+// An ended file rebuilt from its events (which carry the ending, not its finding): the finding that
+// names the ending goes first again, as account_ending put it.
+void restore_ending_findings(FileResult &file);
+
 } // namespace pc::runner

@@ -1,0 +1,319 @@
+#!/usr/bin/python3
+"""The README's examples against what the commands really print, and its build snippets against an
+installed planecheck.
+
+usage: readme_check.py outputs PLANECHECK SOURCE_DIR BUILD_DIR SCRATCH_DIR
+       readme_check.py snippets PREFIX SOURCE_DIR SCRATCH_DIR
+
+`outputs` runs every ```console block of README.md: each `$ ` line is a command, the lines after it
+are what it prints (standard output and error, as they come through one pipe). A line `...` stands
+for any number of lines. Times, durations, run ids, host names and absolute paths are masked on both
+sides. An HTML comment right before the block, `<!-- console: directory NAME` followed by shell
+lines and `-->`, names the block's scratch directory (blocks naming the same one share it, in README
+order) and prepares it; every directory starts with copies of examples/ and tests/scenarios/, a
+`build` link to the build tree, and `planecheck` on PATH.
+
+`snippets` builds the CMake snippet and the pkg-config command lines of "Using the library from your
+own runner" as written, with the C runner example as runner.c, and runs what they build.
+"""
+import difflib
+import functools
+import os
+import re
+import shlex
+import shutil
+import signal
+import subprocess
+import sys
+
+FENCE = re.compile(r"^(\s*)(`{3,})([\w+-]*)\s*$")
+ELLIPSIS = "..."
+# What differs from run to run, or from machine to machine, is masked alike in the shown and the printed text.
+MASKS = [
+    (re.compile(r'"(time|run_id|host|catalogue)":"[^"]*"'), r'"\1":"…"'),
+    (re.compile(r'"duration":[0-9.]+'), '"duration":…'),
+    (re.compile(r'\btime="[0-9.]+"'), 'time="…"'),                  # JUnit
+    (re.compile(r" in [0-9.]+s\b"), " in …s"),                      # pytest's session time
+    (re.compile(r"\bafter [0-9.]+ s\b"), "after … s"),                # a timed-out file's time
+    (re.compile(r"^(platform|plugins:) .*"), r"\1 …"),              # pytest's versions
+    (re.compile(r"(?<![\w.~/-])/[\w.+@%-]+(?:/[\w.+@%-]*)*"), "/…"),  # absolute paths
+]
+# Variables that would change what a run does (a CI executor's shard, a fixed run id, another command).
+UNSET = ("PLANECHECK_RUN_ID", "PLANECHECK_COMMAND", "TEST_SHARD_INDEX", "TEST_TOTAL_SHARDS", "TEST_SHARD_STATUS_FILE",
+         "GTEST_SHARD_INDEX", "GTEST_TOTAL_SHARDS", "XML_OUTPUT_FILE", "PYTHONPATH", "LD_LIBRARY_PATH")
+
+
+class Block:
+    def __init__(self, line, lang, lines, comment):
+        self.line, self.lang, self.lines, self.comment = line, lang, lines, comment
+
+
+def comment_before(lines, index):
+    """The text of the HTML comment that ends on the last non-blank line before `index`, or None."""
+    end = index - 1
+    while end >= 0 and not lines[end].strip():
+        end -= 1
+    if end < 0 or not lines[end].rstrip().endswith("-->"):
+        return None
+    start = end
+    while start >= 0 and "<!--" not in lines[start]:
+        start -= 1
+    if start < 0:
+        return None
+    text = "\n".join(lines[start:end + 1]).strip()
+    return text[text.index("<!--") + 4:text.rindex("-->")].strip()
+
+
+def blocks_of(text):
+    lines = text.split("\n")
+    i = 0
+    while i < len(lines):
+        opening = FENCE.match(lines[i])
+        if not opening:
+            i += 1
+            continue
+        indent, ticks, lang = opening.groups()
+        end = i + 1
+        while end < len(lines) and lines[end].strip() != ticks:
+            end += 1
+        body = [line[len(indent):] if line.startswith(indent) else line.lstrip() for line in lines[i + 1:end]]
+        yield Block(i + 1, lang, body, comment_before(lines, i))
+        i = end + 1
+
+
+def masked(line):
+    for pattern, replacement in MASKS:
+        line = pattern.sub(replacement, line)
+    return line.rstrip()
+
+
+def fits(shown, printed):
+    """Whether the printed lines are the shown ones, each `...` standing for any run of lines."""
+    @functools.cache
+    def at(i, j):
+        if i == len(shown):
+            return j == len(printed)
+        if shown[i] == ELLIPSIS:
+            return any(at(i + 1, k) for k in range(j, len(printed) + 1))
+        return j < len(printed) and shown[i] == printed[j] and at(i + 1, j + 1)
+    return at(0, 0)
+
+
+def commands_of(lines):
+    """The block's command lines (a trailing backslash continues one), in order."""
+    commands, pending = [], None
+    for line in lines:
+        if pending is not None:
+            pending += "\n" + line
+        elif line.startswith("$ "):
+            pending = line[2:]
+        else:
+            continue
+        if not pending.endswith("\\"):
+            commands.append(pending)
+            pending = None
+    return commands
+
+
+def transcript_script(commands):
+    """A bash script that prints each command as the README shows it, then runs it."""
+    script = ["exec 2>&1"]
+    for command in commands:
+        shown = "\n".join("$ " + line if n == 0 else line for n, line in enumerate(command.split("\n")))
+        script += [f"printf '%s\\n' {shlex.quote(shown)}", command]
+    return "\n".join(script) + "\n"
+
+
+def parse_directive(comment):
+    """(directory name, set-up script) of a `console:` comment; (None, "") without one."""
+    if comment is None or not comment.startswith("console:"):
+        return None, ""
+    first, _, setup = comment.partition("\n")
+    words = first[len("console:"):].split()
+    if words[:1] != ["directory"] or len(words) != 2:
+        raise ValueError("a console comment starts `console: directory NAME`, then the set-up's shell lines")
+    return words[1], setup
+
+
+def problems_of_fences(blocks):
+    """Blocks that would slip past the test: ones with no language, and commands shown outside console blocks."""
+    for block in blocks:
+        if block.lang == "":
+            yield block.line, "a code block without a language: `console` if its output is shown (then it is tested), else `text`, `sh`, ..."
+        elif block.lang != "console" and any(line.startswith("$ ") for line in block.lines):
+            yield block.line, f"a {block.lang} block shows `$ ` commands: make it a console block, so that its output is tested"
+        elif block.lang != "console" and block.comment and block.comment.startswith("console:"):
+            yield block.line, "a console: comment before a block that is not a console block"
+
+
+class Outputs:
+    def __init__(self, planecheck, source, build, scratch):
+        self.source, self.build = source, os.path.realpath(build)
+        self.scratch = os.path.realpath(scratch)
+        shutil.rmtree(self.scratch, ignore_errors=True)
+        self.bin = os.path.join(self.scratch, "bin")
+        os.makedirs(self.bin)
+        os.symlink(os.path.realpath(planecheck), os.path.join(self.bin, "planecheck"))
+        self.directories = {}
+        self.env = {k: v for k, v in os.environ.items() if k not in UNSET}
+        self.env.update(PATH=f"{self.bin}:/usr/bin:/bin", COLUMNS="80", LC_ALL="C.UTF-8", TZ="UTC",
+                        PYTHONDONTWRITEBYTECODE="1")
+
+    def directory(self, name):
+        if name in self.directories:
+            return self.directories[name]
+        path = os.path.join(self.scratch, f"{len(self.directories):02}-{name}")
+        shutil.copytree(os.path.join(self.source, "examples"), os.path.join(path, "examples"))
+        shutil.copytree(os.path.join(self.source, "tests", "scenarios"), os.path.join(path, "tests", "scenarios"))
+        shutil.copytree(os.path.join(self.source, "tests", "scripted_platform"), os.path.join(path, "tests", "scripted_platform"))
+        os.symlink(self.build, os.path.join(path, "build"))
+        self.directories[name] = path
+        return path
+
+    def bash(self, script, cwd):
+        """Runs the script in a process group of its own, which is ended afterwards (a set-up's writers too)."""
+        process = subprocess.Popen(["bash", "-c", script], cwd=cwd, env=self.env, stdout=subprocess.PIPE,
+                                   stderr=subprocess.STDOUT, stdin=subprocess.DEVNULL, start_new_session=True, text=True)
+        try:
+            out, _ = process.communicate(timeout=120)
+        except subprocess.TimeoutExpired:
+            os.killpg(process.pid, signal.SIGKILL)
+            out, _ = process.communicate()
+            out += "\n(readme_check: ended after 120 s)\n"
+        return process.returncode, out
+
+    def check(self, block):
+        """None when the block's output is what its commands print, else the report of the difference."""
+        name, setup = parse_directive(block.comment)
+        cwd = self.directory(name or f"block-{block.line}")
+        setup_group = None
+        if setup.strip():
+            setup_process = subprocess.Popen(["bash", "-ec", setup], cwd=cwd, env=self.env, stdin=subprocess.DEVNULL,
+                                             stdout=subprocess.PIPE, stderr=subprocess.STDOUT, start_new_session=True)
+            setup_group = setup_process.pid
+            try:
+                # the set-up's background writers keep the group alive, not the pipe: they are told to write elsewhere
+                out, _ = setup_process.communicate(timeout=60)
+            except subprocess.TimeoutExpired:
+                os.killpg(setup_group, signal.SIGKILL)
+                return f"README.md:{block.line}: the set-up did not end within 60 s"
+            if setup_process.returncode != 0:
+                os.killpg(setup_group, signal.SIGKILL)
+                return f"README.md:{block.line}: the set-up failed with exit status {setup_process.returncode}:\n{out.decode(errors='replace')}"
+        try:
+            _, out = self.bash(transcript_script(commands_of(block.lines)), cwd)
+        finally:
+            if setup_group is not None:
+                try:
+                    os.killpg(setup_group, signal.SIGKILL)
+                except ProcessLookupError:
+                    pass
+        printed = out.split("\n")
+        if printed and printed[-1] == "":
+            printed.pop()
+        with open(os.path.join(self.scratch, f"README.md-{block.line}.printed"), "w") as f:
+            f.write(out)
+        shown_masked = [ELLIPSIS if line == ELLIPSIS else masked(line) for line in block.lines]
+        printed_masked = [masked(line) for line in printed]
+        if fits(shown_masked, printed_masked):
+            return None
+        diff = difflib.unified_diff(shown_masked, printed_masked, f"README.md:{block.line} (shown)",
+                                    f"what the commands print (whole: {self.scratch}/README.md-{block.line}.printed)",
+                                    lineterm="", n=2)
+        return "\n".join(diff)
+
+
+def check_outputs(planecheck, source, build, scratch):
+    with open(os.path.join(source, "README.md")) as f:
+        blocks = list(blocks_of(f.read()))
+    failures = [f"README.md:{line}: {text}" for line, text in problems_of_fences(blocks)]
+    consoles = [b for b in blocks if b.lang == "console"]
+    if not consoles:
+        failures.append("README.md has no console block: nothing was tested")
+    outputs = Outputs(planecheck, source, build, scratch)
+    for block in consoles:
+        try:
+            report = outputs.check(block)
+        except ValueError as e:
+            report = f"README.md:{block.line}: {e}"
+        if report:
+            failures.append(report)
+    for failure in failures:
+        print(failure, end="\n\n")
+    print(f"readme_check: {len(consoles)} console blocks, {len(failures)} problems")
+    return 1 if failures else 0
+
+
+def section(text, heading):
+    start = text.index("\n" + heading + "\n")
+    end = text.find("\n## ", start + 1)
+    return text[start:end if end >= 0 else len(text)]
+
+
+def run_checked(command, cwd, env, what):
+    out = subprocess.run(command, cwd=cwd, env=env, capture_output=True, text=True, timeout=300,
+                         shell=isinstance(command, str))
+    if out.returncode != 0:
+        raise RuntimeError(f"{what}: exit status {out.returncode}\n{out.stdout}{out.stderr}")
+    return out
+
+
+def check_snippets(prefix, source, scratch):
+    """Builds the section's CMake snippet and pkg-config lines as written against the install under PREFIX."""
+    prefix = os.path.realpath(prefix)
+    with open(os.path.join(source, "README.md")) as f:
+        text = section(f.read(), "## Using the library from your own runner")
+    blocks = list(blocks_of(text))
+    cmake_blocks = [b for b in blocks if b.lang == "cmake"]
+    cc_lines = re.findall(r"`(cc runner\.c \$\(pkg-config[^`]*)`", text)
+    if len(cmake_blocks) != 1 or not cc_lines:
+        print(f"readme_check: expected one cmake block and pkg-config lines, found {len(cmake_blocks)} and {len(cc_lines)}")
+        return 1
+    scratch = os.path.realpath(scratch)
+    shutil.rmtree(scratch, ignore_errors=True)
+    runner_c = os.path.join(source, "examples", "c_runner", "runner.c")
+    scenario = os.path.join(source, "examples", "hello.yaml")
+    env = {k: v for k, v in os.environ.items() if k not in UNSET}
+    pc_dirs = {os.path.dirname(os.path.join(d, f)) for d, _, files in os.walk(prefix) for f in files if f == "planecheck.pc"}
+    env["PKG_CONFIG_PATH"] = ":".join(sorted(pc_dirs))
+    libdir = subprocess.run(["pkg-config", "--variable=libdir", "planecheck"], env=env, capture_output=True,
+                            text=True).stdout.strip()
+    try:
+        project = os.path.join(scratch, "cmake")
+        os.makedirs(os.path.join(project, "scenarios"))
+        with open(os.path.join(project, "CMakeLists.txt"), "w") as f:
+            f.write("\n".join(cmake_blocks[0].lines) + "\n")
+        shutil.copy(runner_c, os.path.join(project, "runner.c"))
+        for name in ("l3.yaml", "acl.yaml"):
+            shutil.copy(scenario, os.path.join(project, "scenarios", name))
+        build = os.path.join(project, "build")
+        run_checked(["cmake", "-S", project, "-B", build, "-G", "Ninja", f"-DCMAKE_PREFIX_PATH={prefix}"], project, env,
+                    f"README.md section's cmake block: configuring")
+        run_checked(["cmake", "--build", build], project, env, "the cmake block: building")
+        tests = run_checked(["ctest", "--test-dir", build, "--output-on-failure"], project, env, "the cmake block: ctest")
+        if "100% tests passed, 0 tests failed out of 2" not in tests.stdout:
+            raise RuntimeError(f"the cmake block's scenario tests did not both run:\n{tests.stdout}")
+        run_checked([os.path.join(build, "my_runner"), scenario], project, env, "the cmake block's my_runner on hello.yaml")
+        for n, line in enumerate(cc_lines):
+            where = os.path.join(scratch, f"pkg-config-{n}")
+            os.makedirs(where)
+            shutil.copy(runner_c, os.path.join(where, "runner.c"))
+            run_checked(line, where, env, f"`{line}`")
+            runs = dict(env)
+            if "-rpath" not in line:  # the README says: run it with LD_LIBRARY_PATH=DIR/lib
+                runs["LD_LIBRARY_PATH"] = libdir
+            run_checked([os.path.join(where, "a.out"), scenario], where, runs, f"the program of `{line}` on hello.yaml")
+    except (RuntimeError, subprocess.TimeoutExpired) as e:
+        print(f"readme_check: {e}")
+        return 1
+    print(f"readme_check: the cmake block and {len(cc_lines)} pkg-config lines built against {prefix} and ran")
+    return 0
+
+
+if __name__ == "__main__":
+    mode, args = sys.argv[1], sys.argv[2:]
+    if mode == "outputs" and len(args) == 4:
+        sys.exit(check_outputs(*args))
+    if mode == "snippets" and len(args) == 3:
+        sys.exit(check_snippets(*args))
+    sys.exit(__doc__)

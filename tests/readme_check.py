@@ -99,6 +99,18 @@ def fits(shown, printed):
     return at(0, 0)
 
 
+def with_ellipses_filled(shown, printed):
+    """The shown lines with each `...` that stands alone against a run of printed lines replaced by that run, so
+    that a diff shows only the lines that really differ."""
+    filled = []
+    for tag, i1, i2, j1, j2 in difflib.SequenceMatcher(None, shown, printed, autojunk=False).get_opcodes():
+        if tag in ("replace", "delete") and shown[i1:i2] == [ELLIPSIS]:
+            filled += printed[j1:j2]
+        else:
+            filled += shown[i1:i2]
+    return filled
+
+
 def commands_of(lines):
     """The block's command lines (a trailing backslash continues one), in order."""
     commands, pending = [], None
@@ -217,7 +229,7 @@ class Outputs:
         printed_masked = [masked(line) for line in printed]
         if fits(shown_masked, printed_masked):
             return None
-        diff = difflib.unified_diff(shown_masked, printed_masked, f"README.md:{block.line} (shown)",
+        diff = difflib.unified_diff(with_ellipses_filled(shown_masked, printed_masked), printed_masked, f"README.md:{block.line} (shown)",
                                     f"what the commands print (whole: {self.scratch}/README.md-{block.line}.printed)",
                                     lineterm="", n=2)
         return "\n".join(diff)

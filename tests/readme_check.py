@@ -16,6 +16,7 @@ order) and prepares it; every directory starts with copies of examples/ and test
 `snippets` builds the CMake snippet and the pkg-config command lines of "Using the library from your
 own runner" as written, with the C runner example as runner.c, and runs what they build.
 """
+import concurrent.futures
 import difflib
 import functools
 import os
@@ -25,6 +26,8 @@ import shutil
 import signal
 import subprocess
 import sys
+
+sys.setrecursionlimit(20000)  # the alignment of a long output recurses once per line
 
 FENCE = re.compile(r"^(\s*)(`{3,})([\w+-]*)\s*$")
 ELLIPSIS = "..."
@@ -100,14 +103,37 @@ def fits(shown, printed):
 
 
 def with_ellipses_filled(shown, printed):
-    """The shown lines with each `...` that stands alone against a run of printed lines replaced by that run, so
-    that a diff shows only the lines that really differ."""
-    filled = []
-    for tag, i1, i2, j1, j2 in difflib.SequenceMatcher(None, shown, printed, autojunk=False).get_opcodes():
-        if tag in ("replace", "delete") and shown[i1:i2] == [ELLIPSIS]:
-            filled += printed[j1:j2]
-        else:
-            filled += shown[i1:i2]
+    """The shown lines with each `...` replaced by the printed lines it stands for in the closest alignment (the
+    fewest lines without a partner), so that a diff shows only the lines that really differ."""
+    @functools.cache
+    def best(i, j):
+        """(lines without a partner, next move) from shown[i:] and printed[j:] on."""
+        if i == len(shown):
+            return len(printed) - j, "skip"
+        moves = [(1 + best(i + 1, j)[0], "drop")]
+        if shown[i] == ELLIPSIS:
+            moves.append((best(i + 1, j)[0], "end"))
+            if j < len(printed):
+                moves.append((best(i, j + 1)[0], "take"))
+        elif j < len(printed):
+            moves.append((1 + best(i, j + 1)[0], "skip"))
+            if shown[i] == printed[j]:
+                moves.append((best(i + 1, j + 1)[0], "match"))
+        return min(moves)
+
+    filled, i, j = [], 0, 0
+    while i < len(shown):
+        move = best(i, j)[1]
+        if move == "take":  # the ellipsis stands for printed[j]
+            filled.append(printed[j])
+            j += 1
+        elif move == "skip":  # printed[j] has no shown partner
+            j += 1
+        else:  # a match, a shown line without partner, or the end of an ellipsis
+            if move != "end":
+                filled.append(shown[i])
+            i += 1
+            j += move == "match"
     return filled
 
 
@@ -160,7 +186,7 @@ def problems_of_fences(blocks):
 
 class Outputs:
     def __init__(self, planecheck, source, build, scratch):
-        self.source, self.build = source, os.path.realpath(build)
+        self.source, self.build = os.path.realpath(source), os.path.realpath(build)
         self.scratch = os.path.realpath(scratch)
         shutil.rmtree(self.scratch, ignore_errors=True)
         self.bin = os.path.join(self.scratch, "bin")
@@ -174,7 +200,7 @@ class Outputs:
     def directory(self, name):
         if name in self.directories:
             return self.directories[name]
-        path = os.path.join(self.scratch, f"{len(self.directories):02}-{name}")
+        path = os.path.join(self.scratch, name)
         shutil.copytree(os.path.join(self.source, "examples"), os.path.join(path, "examples"))
         shutil.copytree(os.path.join(self.source, "tests", "scenarios"), os.path.join(path, "tests", "scenarios"))
         shutil.copytree(os.path.join(self.source, "tests", "scripted_platform"), os.path.join(path, "tests", "scripted_platform"))
@@ -242,14 +268,22 @@ def check_outputs(planecheck, source, build, scratch):
     consoles = [b for b in blocks if b.lang == "console"]
     if not consoles:
         failures.append("README.md has no console block: nothing was tested")
-    outputs = Outputs(planecheck, source, build, scratch)
+    # Blocks in different directories share nothing: each directory's blocks run in order, beside the others'.
+    groups, reports = {}, {}
     for block in consoles:
         try:
-            report = outputs.check(block)
+            name = parse_directive(block.comment)[0] or f"block-{block.line}"
+            groups.setdefault(name, []).append(block)
         except ValueError as e:
-            report = f"README.md:{block.line}: {e}"
-        if report:
-            failures.append(report)
+            reports[block.line] = f"README.md:{block.line}: {e}"
+    outputs = Outputs(planecheck, source, build, scratch)
+
+    def run_in_order(blocks):
+        for block in blocks:
+            reports[block.line] = outputs.check(block)
+    with concurrent.futures.ThreadPoolExecutor(max_workers=3) as pool:
+        list(pool.map(run_in_order, groups.values()))
+    failures += [reports[b.line] for b in consoles if reports.get(b.line)]
     for failure in failures:
         print(failure, end="\n\n")
     print(f"readme_check: {len(consoles)} console blocks, {len(failures)} problems")
@@ -272,7 +306,7 @@ def run_checked(command, cwd, env, what):
 
 def check_snippets(prefix, source, scratch):
     """Builds the section's CMake snippet and pkg-config lines as written against the install under PREFIX."""
-    prefix = os.path.realpath(prefix)
+    prefix, source = os.path.realpath(prefix), os.path.realpath(source)
     with open(os.path.join(source, "README.md")) as f:
         text = section(f.read(), "## Using the library from your own runner")
     blocks = list(blocks_of(text))
@@ -300,7 +334,7 @@ def check_snippets(prefix, source, scratch):
             shutil.copy(scenario, os.path.join(project, "scenarios", name))
         build = os.path.join(project, "build")
         run_checked(["cmake", "-S", project, "-B", build, "-G", "Ninja", f"-DCMAKE_PREFIX_PATH={prefix}"], project, env,
-                    f"README.md section's cmake block: configuring")
+                    "the cmake block: configuring")
         run_checked(["cmake", "--build", build], project, env, "the cmake block: building")
         tests = run_checked(["ctest", "--test-dir", build, "--output-on-failure"], project, env, "the cmake block: ctest")
         if "100% tests passed, 0 tests failed out of 2" not in tests.stdout:

@@ -104,7 +104,8 @@ def fits(shown, printed):
 
 def with_ellipses_filled(shown, printed):
     """The shown lines with each `...` replaced by the printed lines it stands for in the closest alignment (the
-    fewest lines without a partner), so that a diff shows only the lines that really differ."""
+    fewest lines without a partner), so that a diff shows only the lines that really differ; and for each line,
+    the index of the shown line it comes from."""
     @functools.cache
     def best(i, j):
         """(lines without a partner, next move) from shown[i:] and printed[j:] on."""
@@ -121,20 +122,36 @@ def with_ellipses_filled(shown, printed):
                 moves.append((best(i + 1, j + 1)[0], "match"))
         return min(moves)
 
-    filled, i, j = [], 0, 0
+    filled, origins, i, j = [], [], 0, 0
     while i < len(shown):
         move = best(i, j)[1]
         if move == "take":  # the ellipsis stands for printed[j]
             filled.append(printed[j])
+            origins.append(i)
             j += 1
         elif move == "skip":  # printed[j] has no shown partner
             j += 1
         else:  # a match, a shown line without partner, or the end of an ellipsis
             if move != "end":
                 filled.append(shown[i])
+                origins.append(i)
             i += 1
             j += move == "match"
-    return filled
+    return filled, origins
+
+
+def diff_at_readme_lines(block, shown, printed, printed_path):
+    """A unified diff of the shown and the printed lines whose hunks count the shown side in README lines."""
+    filled, origins = with_ellipses_filled(shown, printed)
+    first_body_line = block.line + 1
+
+    def readme_line(hunk):
+        start = int(hunk.group(1))
+        at = origins[start - 1] if 0 < start <= len(origins) else len(shown)
+        return f"@@ -{first_body_line + at}"
+    diff = difflib.unified_diff(filled, printed, f"README.md:{block.line} (shown)",
+                                f"what the commands print (whole: {printed_path})", lineterm="", n=2)
+    return "\n".join(re.sub(r"^@@ -(\d+)", readme_line, line) if line.startswith("@@") else line for line in diff)
 
 
 def commands_of(lines):
@@ -255,10 +272,7 @@ class Outputs:
         printed_masked = [masked(line) for line in printed]
         if fits(shown_masked, printed_masked):
             return None
-        diff = difflib.unified_diff(with_ellipses_filled(shown_masked, printed_masked), printed_masked, f"README.md:{block.line} (shown)",
-                                    f"what the commands print (whole: {self.scratch}/README.md-{block.line}.printed)",
-                                    lineterm="", n=2)
-        return "\n".join(diff)
+        return diff_at_readme_lines(block, shown_masked, printed_masked, os.path.join(self.scratch, f"README.md-{block.line}.printed"))
 
 
 def check_outputs(planecheck, source, build, scratch):

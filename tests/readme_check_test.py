@@ -75,6 +75,7 @@ class TheChecker(unittest.TestCase):
         status, out = self.check(readme)
         self.assertEqual(status, 1)  # the third block has a fresh directory of its own
         self.assertIn("--- README.md:15 (shown)", out)
+        self.assertIn("@@ -16,2 ", out)  # hunks count README lines
         self.assertIn("+ls: cannot access 'mine.yaml'", out)
         self.assertIn("3 console blocks, 1 problems", out)
 

@@ -325,7 +325,8 @@ def check_snippets(prefix, source, scratch):
         text = section(f.read(), "## Using the library from your own runner")
     blocks = list(blocks_of(text))
     cmake_blocks = [b for b in blocks if b.lang == "cmake"]
-    cc_lines = re.findall(r"`(cc runner\.c \$\(pkg-config[^`]*)`", text)
+    # inline code may be wrapped over lines, which Markdown reads as spaces
+    cc_lines = [" ".join(code.split()) for code in re.findall(r"`(cc runner\.c \$\(pkg-config[^`]*)`", text)]
     if len(cmake_blocks) != 1 or not cc_lines:
         print(f"readme_check: expected one cmake block and pkg-config lines, found {len(cmake_blocks)} and {len(cc_lines)}")
         return 1

@@ -10,8 +10,8 @@ are what it prints (standard output and error, as they come through one pipe). A
 for any number of lines. Times, durations, run ids, host names and absolute paths are masked on both
 sides. An HTML comment right before the block, `<!-- console: directory NAME` followed by shell
 lines and `-->`, names the block's scratch directory (blocks naming the same one share it, in README
-order) and prepares it; every directory starts with copies of examples/ and tests/scenarios/, a
-`build` link to the build tree, and `planecheck` on PATH.
+order) and prepares it; every directory starts with copies of examples/, tests/scenarios/ and
+tests/scripted_platform/, a `build` link to the build tree, and `planecheck` on PATH.
 
 `snippets` builds the CMake snippet and the pkg-config command lines of "Using the library from your
 own runner" as written, with the C runner example as runner.c, and runs what they build.
@@ -225,54 +225,62 @@ class Outputs:
         self.directories[name] = path
         return path
 
-    def bash(self, script, cwd):
-        """Runs the script in a process group of its own, which is ended afterwards (a set-up's writers too)."""
-        process = subprocess.Popen(["bash", "-c", script], cwd=cwd, env=self.env, stdout=subprocess.PIPE,
-                                   stderr=subprocess.STDOUT, stdin=subprocess.DEVNULL, start_new_session=True, text=True)
+    def set_up(self, block, setup, cwd):
+        """(process group, problem) of the block's set-up. The group outlives the set-up, with any writer it left in
+        the background (told to write elsewhere than the set-up's output), until the block has run."""
+        process = subprocess.Popen(["bash", "-ec", setup], cwd=cwd, env=self.env, stdin=subprocess.DEVNULL,
+                                   stdout=subprocess.PIPE, stderr=subprocess.STDOUT, start_new_session=True, text=True)
         try:
-            out, _ = process.communicate(timeout=120)
+            out, _ = process.communicate(timeout=60)
         except subprocess.TimeoutExpired:
-            os.killpg(process.pid, signal.SIGKILL)
-            out, _ = process.communicate()
-            out += "\n(readme_check: ended after 120 s)\n"
-        return process.returncode, out
+            end_group(process.pid)
+            return None, f"README.md:{block.line}: the set-up did not end within 60 s"
+        if process.returncode != 0:
+            end_group(process.pid)
+            return None, f"README.md:{block.line}: the set-up failed with exit status {process.returncode}:\n{out}"
+        return process.pid, None
+
+    def transcript(self, block, cwd):
+        """What the block's commands print, each after its `$ ` line, as one text."""
+        process = subprocess.Popen(["bash", "-c", transcript_script(commands_of(block.lines))], cwd=cwd, env=self.env,
+                                   stdout=subprocess.PIPE, stderr=subprocess.STDOUT, stdin=subprocess.DEVNULL,
+                                   start_new_session=True, text=True)
+        try:
+            return process.communicate(timeout=120)[0]
+        except subprocess.TimeoutExpired:
+            end_group(process.pid)
+            return process.communicate()[0] + "\n(readme_check: ended after 120 s)\n"
 
     def check(self, block):
         """None when the block's output is what its commands print, else the report of the difference."""
         name, setup = parse_directive(block.comment)
         cwd = self.directory(name or f"block-{block.line}")
-        setup_group = None
+        group = None
         if setup.strip():
-            setup_process = subprocess.Popen(["bash", "-ec", setup], cwd=cwd, env=self.env, stdin=subprocess.DEVNULL,
-                                             stdout=subprocess.PIPE, stderr=subprocess.STDOUT, start_new_session=True)
-            setup_group = setup_process.pid
-            try:
-                # the set-up's background writers keep the group alive, not the pipe: they are told to write elsewhere
-                out, _ = setup_process.communicate(timeout=60)
-            except subprocess.TimeoutExpired:
-                os.killpg(setup_group, signal.SIGKILL)
-                return f"README.md:{block.line}: the set-up did not end within 60 s"
-            if setup_process.returncode != 0:
-                os.killpg(setup_group, signal.SIGKILL)
-                return f"README.md:{block.line}: the set-up failed with exit status {setup_process.returncode}:\n{out.decode(errors='replace')}"
+            group, problem = self.set_up(block, setup, cwd)
+            if problem:
+                return problem
         try:
-            _, out = self.bash(transcript_script(commands_of(block.lines)), cwd)
+            out = self.transcript(block, cwd)
         finally:
-            if setup_group is not None:
-                try:
-                    os.killpg(setup_group, signal.SIGKILL)
-                except ProcessLookupError:
-                    pass
-        printed = out.split("\n")
+            end_group(group)
+        printed_path = os.path.join(self.scratch, f"README.md-{block.line}.printed")
+        with open(printed_path, "w") as f:
+            f.write(out)
+        shown = [ELLIPSIS if line == ELLIPSIS else masked(line) for line in block.lines]
+        printed = [masked(line) for line in out.split("\n")]
         if printed and printed[-1] == "":
             printed.pop()
-        with open(os.path.join(self.scratch, f"README.md-{block.line}.printed"), "w") as f:
-            f.write(out)
-        shown_masked = [ELLIPSIS if line == ELLIPSIS else masked(line) for line in block.lines]
-        printed_masked = [masked(line) for line in printed]
-        if fits(shown_masked, printed_masked):
-            return None
-        return diff_at_readme_lines(block, shown_masked, printed_masked, os.path.join(self.scratch, f"README.md-{block.line}.printed"))
+        return None if fits(shown, printed) else diff_at_readme_lines(block, shown, printed, printed_path)
+
+
+def end_group(group):
+    if group is None:
+        return
+    try:
+        os.killpg(group, signal.SIGKILL)
+    except ProcessLookupError:
+        pass
 
 
 def check_outputs(planecheck, source, build, scratch):

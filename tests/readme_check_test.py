@@ -78,6 +78,9 @@ class TheChecker(unittest.TestCase):
         self.assertIn("@@ -16,2 ", out)  # hunks count README lines
         self.assertIn("+ls: cannot access 'mine.yaml'", out)
         self.assertIn("3 console blocks, 1 problems", out)
+        status, out = self.check("<!-- console: directory broken\ncp nosuch.yaml here.yaml\n-->\n" + HELLO)
+        self.assertEqual(status, 1)
+        self.assertIn("README.md:4: the set-up failed with exit status 1:\ncp: cannot stat 'nosuch.yaml'", out)
 
     def test_blocks_that_would_escape_the_check_are_refused(self):
         status, out = self.check(HELLO + "\n```\nplanecheck: PASSED\n```\n\n```sh\n$ planecheck run x.yaml\n```\n")

@@ -15,6 +15,7 @@ import unittest
 import queue
 
 SERVER_DIR, SCHEMA_FILE = sys.argv[1:3]
+README = os.path.join(os.path.dirname(os.path.abspath(__file__)), "..", "..", "README.md")
 SERVER = os.path.join(SERVER_DIR, "node_modules", "yaml-language-server", "bin", "yaml-language-server")
 SKIP = 77
 TIMEOUT = 60  # seconds for any one answer, on a loaded machine
@@ -36,6 +37,13 @@ steps:
           attr
 """
 MISSPELLED_LINE, ATTRIBUTE_LINE, COMPLETION_LINE = 6, 7, 10  # 0-based, as LSP counts
+
+
+def completion_in_the_readme():
+    """The words of the README's block that shows what the server offers for this document's half-typed key."""
+    with open(README) as f:
+        after = f.read().split("# completion offers:", 1)[1]
+    return after.split("```text\n", 1)[1].split("```", 1)[0].split()
 
 
 class LanguageServer:
@@ -165,6 +173,7 @@ class TheEditorSeesTheCatalogue(unittest.TestCase):
         for attribute in ("attr_a1", "attr_a5", "rdesc_id_test1", "eth_obj_testethport_refhdl", "npu_mask", "members"):
             self.assertIn(attribute, labels)
         self.assertNotIn("nh_id", labels)  # a key field of test_nh, not of test_if
+        self.assertEqual(labels, completion_in_the_readme(), "README.md shows another completion list")
 
     def test_hover_on_an_attribute_shows_its_value_type(self):
         asked = time.monotonic()

@@ -48,4 +48,7 @@ assert os.path.samefile(found, sys.argv[1]), found' "$usr/bin/planecheck" \
     /usr/bin/python3 -m pytest -q -p no:cacheprovider .) || fail "pytest with the packaged plugin fails the examples"
 
 bash "$here/check.sh" "$usr" "$work/projects"
+# the README's CMake snippet and pkg-config lines, as written, against the package
+/usr/bin/python3 "$here/../readme_check.py" snippets "$usr" "$here/../.." "$work/readme-snippets" ||
+    fail "the README's build snippets do not build or run against the package"
 echo "deb: $(basename "$deb") unpacked and used by the user projects"

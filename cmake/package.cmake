@@ -71,7 +71,8 @@ install(CODE "
 # format's README: what a record may carry) and the example scenarios.
 install(FILES README.md DESTINATION ${CMAKE_INSTALL_DOCDIR})
 install(FILES catalogue/README.md catalogue/objects.yaml catalogue/value_types.yaml catalogue/vocabulary.yaml DESTINATION ${CMAKE_INSTALL_DOCDIR}/catalogue)
-install(DIRECTORY examples/ DESTINATION ${CMAKE_INSTALL_DOCDIR}/examples)
+# (not the output links that a `bazel test` in examples/bazel leaves)
+install(DIRECTORY examples/ DESTINATION ${CMAKE_INSTALL_DOCDIR}/examples PATTERN "bazel-*" EXCLUDE)
 
 # `make deb`: a Debian package of all the above, installed under /usr.
 set(CPACK_GENERATOR DEB)

@@ -50,10 +50,10 @@ planecheck_test(
 )
 EOF
 
-# --batch: no server is left running; the output root under WORK keeps the unpacked install
-# base and the fetched repositories from one run to the next.
+# --batch: no server is left running. The user's rc file is not read; the machine's is, as Debian's
+# names Bazel's install base. The output root under WORK keeps the fetched repositories.
 status=0
-(cd "$workspace" && bazel --batch --output_user_root="$work/root" test //:suite --nocache_test_results \
+(cd "$workspace" && bazel --batch --nohome_rc --output_user_root="$work/root" test //:suite --nocache_test_results \
     --override_repository=planecheck_rules="$rules" --repo_env=PLANECHECK_COMMAND="$planecheck") \
     >"$work/bazel.log" 2>&1 || status=$?
 [ "$status" = 3 ] || { tail -40 "$work/bazel.log" >&2; fail "bazel test exited $status, not 3 (some tests failed)"; }

@@ -29,6 +29,9 @@ cp "$scenarios/clean.yaml" "$workspace/suite/e_clean.yaml"
 cp "$scenarios/crud_client.yaml" "$workspace/suite/d_crud_client.yaml"
 cp "$scenarios/crud_server.yaml" "$workspace/suite/c_crud_server.yaml"
 cp "$scenarios/mismatch.yaml" "$workspace/suite/g_deselected.yaml"
+# The example workspace's package beside it: its files all pass, in three shards.
+mkdir -p "$workspace/example"
+cp -r "$source_dir/examples/bazel/BUILD" "$source_dir/examples/bazel/scenarios" "$workspace/example/"
 cat >"$workspace/BUILD" <<'EOF'
 load("@planecheck_rules//:planecheck.bzl", "planecheck_test")
 
@@ -53,12 +56,18 @@ EOF
 # --batch: no server is left running. The user's rc file is not read; the machine's is, as Debian's
 # names Bazel's install base. The output root under WORK keeps the fetched repositories.
 status=0
-(cd "$workspace" && bazel --batch --nohome_rc --output_user_root="$work/root" test //:suite --nocache_test_results \
+(cd "$workspace" && bazel --batch --nohome_rc --output_user_root="$work/root" test //:suite //example:scenarios --nocache_test_results \
     --override_repository=planecheck_rules="$rules" --repo_env=PLANECHECK_COMMAND="$planecheck") \
     >"$work/bazel.log" 2>&1 || status=$?
 [ "$status" = 3 ] || { tail -40 "$work/bazel.log" >&2; fail "bazel test exited $status, not 3 (some tests failed)"; }
 grep -Eq '^//:suite +FAILED in 2 out of 3' "$work/bazel.log" ||
-    { tail -20 "$work/bazel.log" >&2; fail "bazel does not report 2 of 3 shards failed"; }
+    { tail -20 "$work/bazel.log" >&2; fail "bazel does not report 2 of 3 shards of //:suite failed"; }
+grep -Eq '^//example:scenarios +PASSED' "$work/bazel.log" ||
+    { tail -20 "$work/bazel.log" >&2; fail "bazel does not report the example passed"; }
+for shard in 1 2 3; do
+    grep -q "^planecheck: PASSED: [12] files\?," "$workspace/bazel-testlogs/example/scenarios/shard_${shard}_of_3/test.log" ||
+        fail "the example's shard $shard did not run its files"
+done
 
 # Each testcase of a JUnit report as "NAME passed" or "NAME failed", in order.
 junit_cases() {

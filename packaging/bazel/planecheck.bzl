@@ -19,6 +19,8 @@ installed package and a build tree.
 def _planecheck_command_impl(rctx):
     path = rctx.attr.path or rctx.os.environ.get("PLANECHECK_COMMAND", "")
     if path:
+        if not path.startswith("/"):
+            fail("planecheck_command: %s is not an absolute path" % path)
         command = rctx.path(path)
         if not command.exists:
             fail("planecheck_command: %s does not exist" % path)
@@ -34,11 +36,10 @@ def _planecheck_command_impl(rctx):
 planecheck_command = repository_rule(
     implementation = _planecheck_command_impl,
     attrs = {
-        "path": attr.string(doc = "The planecheck command; default $PLANECHECK_COMMAND, else the one on PATH"),
+        "path": attr.string(doc = "The planecheck command's absolute path; default $PLANECHECK_COMMAND, else the one on PATH"),
     },
     environ = ["PLANECHECK_COMMAND", "PATH"],
-    # The command lives outside the workspace: look it up again on every fetch, so that a
-    # rebuilt or reinstalled command is the one that runs.
+    # The command lives outside the workspace: look it up again on every fetch.
     local = True,
     doc = "Links an existing planecheck command into the workspace as //:planecheck.",
 )

@@ -14,7 +14,10 @@ fail() { echo "bazel: $*" >&2; exit 1; }
 
 [ -e "$rules/offline.bazelrc" ] || fail "no offline.bazelrc in $rules"
 rm -rf "$workspace" && mkdir -p "$workspace/suite"
+# The example's WORKSPACE finds the command on PATH; the suite names it by its path.
 cp "$source_dir/examples/bazel/WORKSPACE" "$workspace/"
+printf 'planecheck_command(name = "planecheck_by_path", path = "%s")\n' "$planecheck" >>"$workspace/WORKSPACE"
+mkdir -p "$work/bin" && ln -sf "$planecheck" "$work/bin/planecheck"
 echo "import $rules/offline.bazelrc" >"$workspace/.bazelrc"
 
 # Shard I of 3 (from 0) takes positions I, I+3, ...: shard 0 passes, shard 1 holds a mismatch,
@@ -49,6 +52,7 @@ planecheck_test(
     ],
     # Bazel splits each of args into words as a shell would: the quotes keep the expression one
     args = ["-k", "'not deselected'"],
+    planecheck = "@planecheck_by_path//:planecheck",
     shard_count = 3,
 )
 EOF
@@ -56,8 +60,8 @@ EOF
 # --batch: no server is left running. The user's rc file is not read; the machine's is, as Debian's
 # names Bazel's install base. The output root under WORK keeps the fetched repositories.
 status=0
-(cd "$workspace" && bazel --batch --nohome_rc --output_user_root="$work/root" test //:suite //example:scenarios --nocache_test_results \
-    --override_repository=planecheck_rules="$rules" --repo_env=PLANECHECK_COMMAND="$planecheck") \
+(cd "$workspace" && PATH="$work/bin:$PATH" && unset PLANECHECK_COMMAND && bazel --batch --nohome_rc --output_user_root="$work/root" test //:suite //example:scenarios --nocache_test_results \
+    --override_repository=planecheck_rules="$rules") \
     >"$work/bazel.log" 2>&1 || status=$?
 [ "$status" = 3 ] || { tail -40 "$work/bazel.log" >&2; fail "bazel test exited $status, not 3 (some tests failed)"; }
 grep -Eq '^//:suite +FAILED in 2 out of 3' "$work/bazel.log" ||

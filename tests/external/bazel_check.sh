@@ -60,9 +60,9 @@ EOF
 # --batch: no server is left running. The user's rc file is not read; the machine's is, as Debian's
 # names Bazel's install base. The output root under WORK keeps the fetched repositories.
 status=0
-(cd "$workspace" && PATH="$work/bin:$PATH" && unset PLANECHECK_COMMAND && bazel --batch --nohome_rc --output_user_root="$work/root" test //:suite //example:scenarios --nocache_test_results \
-    --override_repository=planecheck_rules="$rules") \
-    >"$work/bazel.log" 2>&1 || status=$?
+(cd "$workspace" && unset PLANECHECK_COMMAND && PATH="$work/bin:$PATH" &&
+    bazel --batch --nohome_rc --output_user_root="$work/root" test //:suite //example:scenarios \
+        --nocache_test_results --override_repository=planecheck_rules="$rules") >"$work/bazel.log" 2>&1 || status=$?
 [ "$status" = 3 ] || { tail -40 "$work/bazel.log" >&2; fail "bazel test exited $status, not 3 (some tests failed)"; }
 grep -Eq '^//:suite +FAILED in 2 out of 3' "$work/bazel.log" ||
     { tail -20 "$work/bazel.log" >&2; fail "bazel does not report 2 of 3 shards of //:suite failed"; }

@@ -11,12 +11,15 @@ NODE_DEPS := $(if $(shell command -v npm),,nodejs npm)
 # The report's browser test loads the HTML report in headless Chromium (skipped without it).
 BROWSER_DEPS := chromium fonts-dejavu-core
 
+# The Bazel test runs planecheck_test offline under Debian's Bazel (skipped without it).
+BAZEL_DEPS := bazel-bootstrap
+
 # The fuzz targets need clang and its runtime libraries (libFuzzer, the sanitizers).
 FUZZ_DEPS := clang-14 libclang-rt-14-dev
 FUZZ_TARGETS := loader send receive convert
 FUZZ_SECONDS ?= 60
 
-.PHONY: all deps browser-deps configure build run test bench bench-limit bench-pytest asan tsan fuzz-deps fuzz-build fuzz deb clean
+.PHONY: all deps browser-deps bazel-deps configure build run test bench bench-limit bench-pytest asan tsan fuzz-deps fuzz-build fuzz deb clean
 
 all: build
 
@@ -50,7 +53,10 @@ run: build
 browser-deps:
 	$(call install_missing,$(BROWSER_DEPS))
 
-test: build browser-deps
+bazel-deps:
+	$(call install_missing,$(BAZEL_DEPS))
+
+test: build browser-deps bazel-deps
 	ctest --preset $(PRESET) -j $(JOBS)
 
 bench: build

@@ -56,11 +56,23 @@ else()
 endif()
 install(FILES packaging/planecheck.bash DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions RENAME planecheck)
 
+# Bazel rules (planecheck_test), and local stand-ins for the repositories that Bazel's own tools
+# name, with a .bazelrc fragment that points Bazel at them. The fragment holds absolute paths, so it
+# is written at install time, for the prefix installed to (also `cmake --install --prefix`).
+set(PC_BAZEL_INSTALL_DIR ${CMAKE_INSTALL_DATADIR}/planecheck/bazel)
+install(DIRECTORY packaging/bazel/ DESTINATION ${PC_BAZEL_INSTALL_DIR} USE_SOURCE_PERMISSIONS
+        PATTERN offline.bazelrc.in EXCLUDE)
+install(CODE "
+  set(PC_BAZEL_DIR \"\${CMAKE_INSTALL_PREFIX}/${PC_BAZEL_INSTALL_DIR}\")
+  message(STATUS \"Installing: \$ENV{DESTDIR}\${PC_BAZEL_DIR}/offline.bazelrc\")
+  configure_file(\"${CMAKE_SOURCE_DIR}/packaging/bazel/offline.bazelrc.in\" \"\$ENV{DESTDIR}\${PC_BAZEL_DIR}/offline.bazelrc\" @ONLY)")
+
 # The user's manual beside the command: the README, the catalogue (objects, value types and the
 # format's README: what a record may carry) and the example scenarios.
 install(FILES README.md DESTINATION ${CMAKE_INSTALL_DOCDIR})
 install(FILES catalogue/README.md catalogue/objects.yaml catalogue/value_types.yaml catalogue/vocabulary.yaml DESTINATION ${CMAKE_INSTALL_DOCDIR}/catalogue)
-install(DIRECTORY examples/ DESTINATION ${CMAKE_INSTALL_DOCDIR}/examples)
+# (not the output links that a `bazel test` in examples/bazel leaves)
+install(DIRECTORY examples/ DESTINATION ${CMAKE_INSTALL_DOCDIR}/examples PATTERN "bazel-*" EXCLUDE)
 
 # `make deb`: a Debian package of all the above, installed under /usr.
 set(CPACK_GENERATOR DEB)
@@ -69,7 +81,7 @@ set(CPACK_PACKAGE_VERSION ${PROJECT_VERSION})
 set(CPACK_PACKAGE_DESCRIPTION_SUMMARY "drives a data-plane object interface from YAML scenario files")
 set(CPACK_PACKAGE_DESCRIPTION "planecheck runs scenario files against a data-plane object interface and checks what \
 comes back. The package holds the command, the engine, the reference data plane simplane, the JSON value model, \
-the C headers, a CMake package, a pkg-config file, a man page, bash completion, the JSON Schema of scenario files, \
+the C headers, a CMake package, a pkg-config file, a man page, bash completion, the JSON Schema of scenario files, Bazel rules (planecheck_test), \
 the Python package planecheck with its pytest plugin, and under /usr/share/doc/planecheck the README, the object \
 catalogue with its README, and example scenarios.")
 set(CPACK_PACKAGING_INSTALL_PREFIX /usr)

@@ -17,6 +17,17 @@ for file in bin/planecheck share/man/man1/planecheck.1 share/bash-completion/com
             lib/cmake/planecheck/planecheckConfig.cmake lib/libplanecheck.so.0 share/planecheck/scenario.schema.json; do
     [ -e "$usr/$file" ] || fail "no /usr/$file in the package"
 done
+# The Bazel rules, and the offline fragment naming the stand-ins where the package puts them.
+bazel_dir=/usr/share/planecheck/bazel
+for file in WORKSPACE BUILD planecheck.bzl offline/rules_cc/cc/defs.bzl offline/rules_java/java/defs.bzl \
+            offline/remote_coverage_tools/BUILD; do
+    [ -e "$work/root$bazel_dir/$file" ] || fail "no $bazel_dir/$file in the package"
+done
+[ -x "$work/root$bazel_dir/offline/remote_coverage_tools/unsupported.sh" ] || fail "the coverage stand-in is not executable"
+for name in rules_cc rules_java remote_coverage_tools; do
+    grep -qx "build --override_repository=$name=$bazel_dir/offline/$name" "$work/root$bazel_dir/offline.bazelrc" ||
+        fail "offline.bazelrc does not point $name at $bazel_dir/offline/$name"
+done
 "$usr/bin/planecheck" --version | grep -q "^planecheck " || fail "the packaged command does not run"
 "$usr/bin/planecheck" catalogue --schema | cmp -s - "$usr/share/planecheck/scenario.schema.json" ||
     fail "catalogue --schema differs from the packaged schema file"

@@ -37,6 +37,9 @@ TEST(Cli, EachCommandSaysWhatItFoundWhereAndExitsAsScriptsExpect) {
         {"run " + s + "crud_client.yaml", 0, {"planecheck: PASSED: 1 file, "}},
         {"run " + s + "crud_server.yaml", 0, {"planecheck: PASSED: 1 file, "}},
         {"run " + examples + "hello.yaml", 0, {}},
+        // passes the check, and simplane holds its references: the group and a next hop in use are not deleted
+        {"run --strict " + examples + "l3_ecmp.yaml", 0,
+         {"(next_obj_ipnhgroup_refhdl); refused with EBUSY", "(next_obj_ipnh_refhdl); refused with EBUSY", "planecheck: PASSED: 1 file, "}},
         {"run " + examples + "catalogue_tour.yaml", 0, {"local_state: received \"init\" expected \"up\"\n", "0 value errors (1 expected)"}},
         {"run " + s + "mismatch.yaml", 1,
          {"mismatch.yaml:6: dpa_test_if_create: EEXIST, received 17 expected 0\n", "mismatch.yaml:9: attr_a1: received 5 expected 6\n",

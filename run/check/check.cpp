@@ -483,10 +483,10 @@ void StepCheck::handle_read(JSON_Value *v, const char *what, const TypeDesc &own
     if (auto found = stored_.find(name); found != stored_.end()) {
         const TypeDesc &named = *found->second.type;
         if (target && (&named != target || !active_under(named.gate, object_set_)))
-            handle_of_another_type(v, what, owner, *target, element, name, true);
+            wrong_handle(v, what, owner, *target, element, name, true);
         return;
     }
-    if (target && unrun_.count(name)) return handle_of_another_type(v, what, owner, *target, element, name, false);
+    if (target && unrun_.count(name)) return wrong_handle(v, what, owner, *target, element, name, false);
     add(v, fmt::format("{}: handle name '{}' is read before any earlier record stores it (a create or get with hdl: {})", what, name, name));
 }
 
@@ -499,8 +499,8 @@ std::string either(const std::vector<std::string_view> &names) {
     return fmt::format("{} or {}", fmt::join(head, ", "), names.back());
 }
 
-// The references of `owner` beside the one given (top level or in each element, as it is) that
-// take handles of `type`.
+// The references of `owner` at the same level (top level, or in each element of "members") that take
+// handles of `type`.
 std::vector<std::string_view> references_taking(const TypeDesc &owner, const TypeDesc &type, bool element) {
     std::vector<std::string_view> keys;
     for (const Reference &r : references_of(owner))
@@ -510,7 +510,8 @@ std::vector<std::string_view> references_taking(const TypeDesc &owner, const Typ
 
 } // namespace
 
-void StepCheck::handle_of_another_type(const JSON_Value *v, const char *what, const TypeDesc &owner, const TypeDesc &target,
+// A reference given a stored name of another type than it takes, or of an inactive type.
+void StepCheck::wrong_handle(const JSON_Value *v, const char *what, const TypeDesc &owner, const TypeDesc &target,
                                        bool element, const char *name, bool ran) {
     const Handle &h = ran ? stored_.at(name) : unrun_.at(name);
     const TypeDesc &named = *h.type;

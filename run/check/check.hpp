@@ -1,7 +1,8 @@
 // The pre-flight check: everything `run` would stop on (an unknown table, a batch that aborts) or
 // pass over without a word (a record that is not a mapping, an op no branch handles, a step of an
-// inactive type, a handle name nobody stored...), found without running anything. Catalogue facts
-// (ops, end of data, gates, enums, reference pairs) come from the generated descriptors.
+// inactive type, a handle name nobody stored, or one stored for another type than the reference
+// takes...), found without running anything. Catalogue facts (ops, end of data, gates, enums,
+// reference pairs) come from the generated descriptors.
 #pragma once
 
 #include "descriptors.hpp"
@@ -73,7 +74,7 @@ private:
     void value(uint16_t value_type, JSON_Value *v, const char *name);
     void enum_range(uint16_t value_type, const JSON_Value *v, const char *name);
     void handle_read(JSON_Value *v, const char *what, const engine::TypeDesc &owner, const engine::TypeDesc *target, bool element);
-    void handle_of_another_type(const JSON_Value *v, const char *what, const engine::TypeDesc &owner, const engine::TypeDesc &target,
+    void wrong_handle(const JSON_Value *v, const char *what, const engine::TypeDesc &owner, const engine::TypeDesc &target,
                                 bool element, const char *name, bool ran);
     void note_operation(const engine::TypeDesc &type, const char *op);
     bool router_matches(const engine::TypeDesc &type, const JSON_Value *list);

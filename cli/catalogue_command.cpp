@@ -3,6 +3,8 @@
 
 #include "catalogue_totals.hpp"
 #include "engine.hpp"
+#include "reference_text.hpp"
+#include "references.hpp"
 #include "suggest.hpp"
 #include "suggestions.hpp"
 #include "value_forms.hpp"
@@ -43,8 +45,10 @@ const char *kind_text(engine::Kind kind) {
 
 std::vector<const support::ValueForm *> value_forms_of(const engine::TypeDesc &t);
 
-const char *gate_text(engine::Gate gate) {
-    return gate == engine::Gate::Zero ? "active while object_set is 0" : "active while object_set is not 0";
+// The kind column of an attribute; a direct reference also names its target and the target's gate.
+std::string attribute_kind_text(const engine::AttrDesc &a) {
+    if (const engine::TypeDesc *target = direct_target(a)) return reference_kind_text(*target, a.kind == engine::Kind::DirectRefkey);
+    return kind_text(a.kind);
 }
 
 } // namespace
@@ -54,7 +58,7 @@ bool describe_type(const std::string &name) {
     const TypeDesc *t = find_type(name.c_str());
     if (!t) return false;
     fmt::print("{} (type number {})\n", t->name, t->number);
-    if (t->gate != Gate::None) fmt::print("  {}\n", gate_text(t->gate));
+    if (t->gate != Gate::None) fmt::print("  {}\n", gate_phrase(t->gate));
     if (t->sized()) fmt::print("  sized: its element count comes from \"members\" or \"{}\"\n", t->count_key);
     fmt::print("  operations: {}\n", pc::runner::ops_text(*t));
     std::vector<std::string_view> controls;
@@ -65,13 +69,13 @@ bool describe_type(const std::string &name) {
         if (list.empty()) return;
         fmt::print("  {}:\n", title);
         for (const AttrDesc &a : list)
-            fmt::print("    {:<36} {:<34} {}\n", a.name, kValueTypes[a.value_type].name, kind_text(a.kind));
+            fmt::print("    {:<36} {:<34} {}\n", a.name, kValueTypes[a.value_type].name, attribute_kind_text(a));
     };
     auto roles = [&](std::span<const RoleDesc> list, const char *title) {
         if (list.empty()) return;
         fmt::print("  {}:\n", title);
         for (const RoleDesc &r : list)
-            fmt::print("    {} / {}{}\n", r.hdl_key, r.key_key, r.gate == Gate::None ? "" : std::string("  (") + gate_text(r.gate) + ")");
+            fmt::print("    {} / {}  reference by handle / by key to {} ({})\n", r.hdl_key, r.key_key, kTypes[r.target]->name, gate_phrase(r.gate));
     };
     attributes(t->keys(), "key");
     attributes(t->top().subspan(t->key_count), "attributes");
@@ -98,19 +102,25 @@ std::vector<const support::ValueForm *> value_forms_of(const engine::TypeDesc &t
     return forms;
 }
 
+// A direct reference also gives the type it names and while which object_set that type exists.
+std::string target_json(const engine::AttrDesc &a) {
+    const engine::TypeDesc *target = direct_target(a);
+    return target ? fmt::format(", \"target\": \"{}\", \"target_gate\": \"{}\"", target->name, gate_phrase(target->gate)) : "";
+}
+
 std::string attributes_json(std::span<const engine::AttrDesc> list) {
     std::string out;
     for (const engine::AttrDesc &a : list)
-        out += fmt::format("{}{{\"name\": \"{}\", \"value_type\": \"{}\", \"kind\": \"{}\"}}", out.empty() ? "" : ", ", a.name,
-                           engine::kValueTypes[a.value_type].name, kind_text(a.kind));
+        out += fmt::format("{}{{\"name\": \"{}\", \"value_type\": \"{}\", \"kind\": \"{}\"{}}}", out.empty() ? "" : ", ", a.name,
+                           engine::kValueTypes[a.value_type].name, kind_text(a.kind), target_json(a));
     return "[" + out + "]";
 }
 
 std::string roles_json(std::span<const engine::RoleDesc> list) {
     std::string out;
     for (const engine::RoleDesc &r : list)
-        out += fmt::format("{}{{\"handle\": \"{}\", \"key\": \"{}\", \"target\": \"{}\", \"key_type\": \"{}\"}}",
-                           out.empty() ? "" : ", ", r.hdl_key, r.key_key, engine::kTypes[r.target]->name,
+        out += fmt::format("{}{{\"handle\": \"{}\", \"key\": \"{}\", \"target\": \"{}\", \"target_gate\": \"{}\", \"key_type\": \"{}\"}}",
+                           out.empty() ? "" : ", ", r.hdl_key, r.key_key, engine::kTypes[r.target]->name, gate_phrase(r.gate),
                            engine::kValueTypes[r.key_value_type].name);
     return "[" + out + "]";
 }
@@ -121,7 +131,7 @@ void print_type_json(const engine::TypeDesc &t) {
     fmt::print("{{\"object_type\": \"{}\", \"number\": {}, \"gate\": \"{}\", \"count_key\": \"{}\", \"eod\": {}, "
                "\"key\": {}, \"attributes\": {}, \"reference_pairs\": {}, \"members\": {}, \"member_reference_pairs\": {}, "
                "\"value_types\": [{}]}}\n",
-               t.name, t.number, t.gate == engine::Gate::None ? "" : gate_text(t.gate), t.count_key ? t.count_key : "",
+               t.name, t.number, t.gate == engine::Gate::None ? "" : gate_phrase(t.gate), t.count_key ? t.count_key : "",
                t.eod ? "true" : "false", attributes_json(t.keys()), attributes_json(t.top().subspan(t.key_count)),
                roles_json(t.top_roles()), attributes_json(t.elements()), roles_json(t.element_roles()), types);
 }

@@ -6,6 +6,9 @@
 
 #include <cstdio>
 #include <fstream>
+#include <iterator>
+#include <map>
+#include <regex>
 #include <sstream>
 #include <string>
 #include <unistd.h>
@@ -34,6 +37,9 @@ TEST(Cli, EachCommandSaysWhatItFoundWhereAndExitsAsScriptsExpect) {
         {"run " + s + "crud_client.yaml", 0, {"planecheck: PASSED: 1 file, "}},
         {"run " + s + "crud_server.yaml", 0, {"planecheck: PASSED: 1 file, "}},
         {"run " + examples + "hello.yaml", 0, {}},
+        // passes the check, and simplane holds its references: the group and a next hop in use are not deleted
+        {"run --strict " + examples + "l3_ecmp.yaml", 0,
+         {"(next_obj_ipnhgroup_refhdl); refused with EBUSY", "(next_obj_ipnh_refhdl); refused with EBUSY", "planecheck: PASSED: 1 file, "}},
         {"run " + examples + "catalogue_tour.yaml", 0, {"local_state: received \"init\" expected \"up\"\n", "0 value errors (1 expected)"}},
         {"run " + s + "mismatch.yaml", 1,
          {"mismatch.yaml:6: dpa_test_if_create: EEXIST, received 17 expected 0\n", "mismatch.yaml:9: attr_a1: received 5 expected 6\n",
@@ -67,9 +73,9 @@ TEST(Cli, EachCommandSaysWhatItFoundWhereAndExitsAsScriptsExpect) {
         {"catalogue --describe nhgroup", 0,
          {"nhgroup (type number 63)\n", "active while object_set is 0", "\"num_paths\"",
           "control fields: op rc hdl trans_id depth npu_result npu_mask ", "    nhgroup_id ", "    npu_bmap ", "read-only\n",
-          "    next_obj_ipllnh_refhdl / next_obj_ipllnh_refkey  (active while object_set is 0)\n", "  in each element of \"members\":\n",
+          "    next_obj_ipllnh_refhdl / next_obj_ipllnh_refkey  reference by handle / by key to ipllnh (active while object_set is 0)\n", "  in each element of \"members\":\n",
           "    forward_class "}},
-        {"catalogue --describe pbrsbf", 0, {"    out_intf_obj_l3if_refhdl / out_intf_obj_l3if_refkey  (active while object_set is 0)\n"}},
+        {"catalogue --describe pbrsbf", 0, {"    out_intf_obj_l3if_refhdl / out_intf_obj_l3if_refkey  reference by handle / by key to l3if (active while object_set is 0)\n"}},
         {"", 2, {}},
         {"frobnicate", 2, {}},
         {"run", 2, {}},
@@ -114,6 +120,49 @@ TEST(Cli, TheBuiltTablesHaveTheCataloguesTotals) {
                              "object-set gated types: 32\n", "key converters: 116\n", "value types: 332\n",
                              "attributes per type: 2 to 102 (scaleacl)\n"})
         EXPECT_NE(built.output.find(line), std::string::npos) << line;
+}
+
+// The number on a line "NAME: N" of --stats.
+size_t stat(const std::string &stats, const std::string &name) {
+    size_t at = stats.find(name + ": ");
+    return at == std::string::npos ? SIZE_MAX : std::stoul(stats.substr(at + name.size() + 2));
+}
+
+// Every reference in every type's describe --json names the type it takes and that type's gate:
+// as many as --stats counts, each gate the target's own.
+TEST(Cli, EveryReferenceIsDescribedWithItsTargetAndTheTargetsGate) {
+    const std::string pc = PC_PLANECHECK;
+    Result described = pc::test::run_command("for t in $(" + pc + " catalogue --list); do " + pc + " catalogue --describe $t --json; done");
+    ASSERT_EQ(described.status, 0);
+    static const std::regex type_line(R"re(^\{"object_type": "(\w+)", "number": \d+, "gate": "([^"]*)")re");
+    static const std::regex direct(R"re(\{"name": "(\w+)_refhdl", "value_type": "refhdl", "kind": "reference by handle", "target": "(\w+)", "target_gate": "([^"]*)"\})re");
+    static const std::regex pair(R"re(\{"handle": "\w+_refhdl", "key": "\w+_refkey", "target": "(\w+)", "target_gate": "([^"]*)", )re");
+    std::map<std::string, std::string> gate_of;
+    std::vector<std::pair<std::string, std::string>> targets; // target, gate given with it
+    size_t handles = 0, pairs = 0;
+    std::istringstream lines(described.output);
+    for (std::string line; std::getline(lines, line);) {
+        std::smatch m;
+        ASSERT_TRUE(std::regex_search(line, m, type_line)) << line;
+        gate_of[m[1]] = m[2].str().empty() ? "always active" : m[2].str();
+        for (std::sregex_iterator it(line.begin(), line.end(), direct), end; it != end; ++it, ++handles) {
+            EXPECT_EQ((*it)[1], (*it)[2]) << "a direct reference's key names its target: " << it->str();
+            targets.emplace_back((*it)[2], (*it)[3]);
+        }
+        for (std::sregex_iterator it(line.begin(), line.end(), pair), end; it != end; ++it, ++pairs) targets.emplace_back((*it)[1], (*it)[2]);
+        // none left without a target
+        EXPECT_EQ(count(line, "\"kind\": \"reference by handle\""), size_t(std::distance(std::sregex_iterator(line.begin(), line.end(), direct), {})));
+    }
+    EXPECT_EQ(gate_of.size(), 315u);
+    for (const auto &[target, gate] : targets) {
+        ASSERT_TRUE(gate_of.count(target)) << target;
+        EXPECT_EQ(gate, gate_of[target]) << target;
+    }
+    std::string stats = run("catalogue --stats").output;
+    EXPECT_EQ(handles, stat(stats, "direct reference handles"));
+    EXPECT_EQ(pairs, stat(stats, "role-reference pairs"));
+    EXPECT_EQ(handles, 328u);
+    EXPECT_EQ(pairs, 326u);
 }
 
 // CI executors pass the shard through the environment, counting from 0; the summary says whose it is.

@@ -48,7 +48,8 @@ TEST(StepCheck, HandleNamesCountAsStoredOnlyOnceAnEarlierRecordThatRunsStoresThe
     EXPECT_TRUE(c.step("send: { test_if: [ { op: create, key_a: 1, hdl: a }, { op: update, key_a: 1, hdl: a } ] }").empty());
     EXPECT_TRUE(c.step("send: { test_if: [ { op: get_first, hdl: b }, { op: delete, key_a: 1, hdl: b } ] }").empty());
     EXPECT_TRUE(c.step("send: { test_if: [ { op: delete, key_a: 1, hdl: \"0x1001\" }, { op: update, key_a: 1, hdl: 7 } ] }").empty());
-    EXPECT_TRUE(c.step("send: { test_if: [ { op: create, key_a: 2, testethport_refhdl: a } ] }").empty());
+    EXPECT_TRUE(c.step("send: { testethport: [ { op: create, port_id: 1, hdl: e } ] }").empty());
+    EXPECT_TRUE(c.step("send: { test_if: [ { op: create, key_a: 2, testethport_refhdl: e } ] }").empty());
 
     // read in the same record that stores it: the read comes first
     auto same = c.step("send: { test_if: [ { op: create, key_a: 3, hdl: c, testethport_refhdl: c } ] }");
@@ -81,6 +82,65 @@ TEST(StepCheck, GatesFollowTheObjectSetAndTheDumpWithoutGate) {
     EXPECT_EQ(zero.step("send: { pbrsbf: [ { op: create, vrf_obj_ipvrf_refkey: { vrf_id: 1 } } ] }").size(), 1u);
     EXPECT_TRUE(zero.step("send: { pbrsbf: [ { op: create, vrf_obj_vrfid_refkey: { vrf_id: 1 } } ] }").empty());
     EXPECT_EQ(one.step("send: { pbrsbf: [ { op: create, vrf_obj_vrfid_refkey: { vrf_id: 1 } } ] }").size(), 1u);
+}
+
+// The finding of a reference given a handle name, or "" when there is none.
+std::string reference_finding(CheckSteps &c, const std::string &yaml) {
+    std::vector<CheckFinding> found = c.step(yaml);
+    EXPECT_LE(found.size(), 1u) << texts(found);
+    return found.empty() ? "" : texts(found);
+}
+
+TEST(StepCheck, AHandleNameIsFollowedToTheTypeOfTheRecordThatStoredIt) {
+    CheckSteps one(1);
+    ASSERT_TRUE(one.step("send:\n  ipnhgroup: [ { op: create, nhgroup_id: 1, hdl: grp } ]").empty());
+    // the route over the group by the direct reference meant for the other object set's group
+    EXPECT_NE(reference_finding(one, "send: { iproute: [ { op: create, vrf_id: 1, nhgroup_refhdl: grp } ] }")
+                  .find("1:61: iproute nhgroup_refhdl takes the handle of an object of type nhgroup"),
+              std::string::npos);
+    EXPECT_EQ(reference_finding(one, "send: { iproute: [ { op: create, vrf_id: 1, next_obj_ipnhgroup_refhdl: grp } ] }"), "");
+    // a pair's handle side is followed too, and numbers have no type to follow
+    EXPECT_NE(reference_finding(one, "send: { iproute: [ { op: create, vrf_id: 1, next_obj_ipnh_refhdl: grp } ] }"), "");
+    EXPECT_EQ(reference_finding(one, "send: { iproute: [ { op: create, vrf_id: 1, nhgroup_refhdl: \"0x1001\" } ] }"), "");
+
+    CheckSteps zero;
+    ASSERT_TRUE(zero.step("send: { testethport: [ { op: create, port_id: 1, hdl: port }, { op: create, port_id: 2, hdl: nh } ] }").empty());
+    // every reference of the object that takes the given type, in catalogue order
+    EXPECT_NE(reference_finding(zero, "send: { test_if: [ { op: create, key_a: 1, ax_obj_testax_refhdl: port } ] }")
+                  .find("did you mean testethport_refhdl, eth_obj_testethport_refhdl or backup_eth_obj_testethport_refhdl?"),
+              std::string::npos);
+    // the latest record to store a name decides its type
+    ASSERT_TRUE(zero.step("send: { test_nh: [ { op: create, nh_id: 1, hdl: nh } ] }").empty());
+    EXPECT_NE(reference_finding(zero, "send: { test_if: [ { op: create, key_a: 2, testethport_refhdl: nh } ] }")
+                  .find("nh is the handle of an object of type test_nh (stored with hdl: at line 1), and test_if has no reference that takes one"),
+              std::string::npos);
+    EXPECT_NE(reference_finding(zero, "send: { test_nh: [ { op: create, nh_id: 2, test_if_refhdl: port } ] }")
+                  .find("port is the handle of an object of type testethport (stored with hdl: at line 1), and test_nh has no reference that takes one"),
+              std::string::npos);
+
+    // an element's references are the ones suggested for an element: nhgroup takes an nhgroup at top
+    // level only
+    ASSERT_TRUE(zero.step("send: { nhgroup: [ { op: create, nhgroup_id: 1, hdl: g } ] }").empty());
+    EXPECT_NE(reference_finding(zero, "send: { nhgroup: [ { op: create, nhgroup_id: 2, members: [ { next_obj_lspnh_refhdl: g } ] } ] }")
+                  .find("nhgroup's members have no reference that takes one"),
+              std::string::npos);
+}
+
+TEST(StepCheck, AHandleOfAnInactiveTypeIsFoundWhereAReferenceReadsIt) {
+    CheckSteps one(1);
+    // the create runs nothing, so nothing is stored under g
+    EXPECT_EQ(one.step("send: { nhgroup: [ { op: create, nhgroup_id: 1, hdl: g } ] }").size(), 1u);
+    EXPECT_NE(reference_finding(one, "send: { iproute: [ { op: create, vrf_id: 1, nhgroup_refhdl: g } ] }").find("that record ran nothing"),
+              std::string::npos);
+    // a batch queues it all the same: the handle is stored, of a type the flag leaves inactive
+    ASSERT_TRUE(one.step("send: { batch_crud: [ { batch_params: {} }, { nhgroup: [ { op: create, nhgroup_id: 2, hdl: q } ] } ] }").empty());
+    EXPECT_NE(reference_finding(one, "send: { iproute: [ { op: create, vrf_id: 1, nhgroup_refhdl: q } ] }")
+                  .find("q is the handle of an object of type nhgroup (stored with hdl: at line 1), and nhgroup is inactive while object_set is 1"),
+              std::string::npos);
+    // a name stored by a record that ran is followed as such, whatever an inactive record says later
+    ASSERT_TRUE(one.step("send: { ipnhgroup: [ { op: create, nhgroup_id: 3, hdl: r } ] }").empty());
+    EXPECT_EQ(one.step("send: { nhgroup: [ { op: create, nhgroup_id: 3, hdl: r } ] }").size(), 1u);
+    EXPECT_EQ(reference_finding(one, "send: { iproute: [ { op: create, vrf_id: 1, next_obj_ipnhgroup_refhdl: r } ] }"), "");
 }
 
 TEST(StepCheck, ADumpForAnotherRouterTypeDoesNothing) {

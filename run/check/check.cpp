@@ -2,6 +2,8 @@
 
 #include "engine.hpp"
 #include "record_lint.hpp"
+#include "reference_text.hpp"
+#include "references.hpp"
 #include "suggestions.hpp"
 #include "planecheck/support.h"
 #include "value_forms.hpp"
@@ -169,8 +171,9 @@ void StepCheck::send(const JSON_Value *body, const JSON_Value *sdk) {
         if (special) {
             passed_over(o, special);
             if (!std::strcmp(special, vocab::kKeyBatchCrud)) batch(json_object_get_value(o, special));
-        } else if (const TypeDesc *type = table(o, body, list, "run"); type && type_active(*type, list, false)) {
-            records(*type, list, Use::Sent);
+        } else if (const TypeDesc *type = table(o, body, list, "run")) {
+            if (type_active(*type, list, false)) records(*type, list, Use::Sent);
+            else unrun_handles(*type, list);
         }
     }
     if (const JSON_Object *answer = json_value_get_object(sdk)) {
@@ -332,7 +335,7 @@ void StepCheck::records(const TypeDesc &type, const JSON_Value *value, Use use) 
             if (const char *op = op_of(record)) note_operation(type, op);
         }
         else sent_op(type, v, i);
-        handles(record);
+        handles(type, record);
         if (use == Use::Sent && i == 0 && is_replay(op_of(record)) && n > 1) {
             add(json_array_get_value(list, 1), fmt::format("the records after a first {} record are never run", op_of(record)));
             break;
@@ -384,18 +387,37 @@ void StepCheck::queued_op(const JSON_Value *value) {
                     op ? fmt::format("op '{}'", op) : std::string("a record without op:"), batch_ops_text()));
 }
 
+// The "hdl" value under which a create or a get stores the handle it returns, or null.
+static const JSON_Value *storing_name(const JSON_Object *record) {
+    const char *op = op_of(record);
+    const vocab::Op *found = vocab::find_op(op);
+    if (!found || (std::strcmp(op, vocab::kOpCreate) && !found->has(vocab::kFlagGet))) return nullptr;
+    const JSON_Value *hdl = json_object_get_value(record, vocab::kFieldHdl);
+    const char *name = json_value_get_string(hdl);
+    return name && !handle_number(name) ? hdl : nullptr;
+}
+
 // Create and the gets store a handle under the name in "hdl"; update and delete read it.
-void StepCheck::handles(const JSON_Object *record) {
+void StepCheck::handles(const TypeDesc &type, const JSON_Object *record) {
     if (const JSON_Value *hdl = unstored_handle(record, [this](const char *name) { return stored_.count(name) != 0; })) {
         const char *name = json_value_get_string(hdl);
         add(hdl, fmt::format("hdl: '{}' is read before any earlier record stores it (a create or get with hdl: {})", name, name));
         return;
     }
-    const char *op = op_of(record);
-    const char *name = json_value_get_string(json_object_get_value(record, vocab::kFieldHdl));
-    const vocab::Op *found = vocab::find_op(op);
-    bool stores = found && (!std::strcmp(op, vocab::kOpCreate) || found->has(vocab::kFlagGet));
-    if (name && !handle_number(name) && stores) stored_.insert(name);
+    if (const JSON_Value *hdl = storing_name(record)) {
+        std::string name = json_value_get_string(hdl);
+        stored_[name] = {&type, pc_json_line(hdl)};
+        unrun_.erase(name);
+    }
+}
+
+// The names that records of an inactive type would store: nothing is stored under them, and a
+// reference that reads one is told why.
+void StepCheck::unrun_handles(const TypeDesc &type, const JSON_Value *list) {
+    const JSON_Array *records = json_value_get_array(list);
+    for (size_t i = 0; i < json_array_get_count(records); ++i)
+        if (const JSON_Value *hdl = storing_name(json_value_get_object(json_array_get_value(records, i))))
+            if (!stored_.count(json_value_get_string(hdl))) unrun_[json_value_get_string(hdl)] = {&type, pc_json_line(hdl)};
 }
 
 // The members of a step other than the one the library takes are never looked at.
@@ -441,22 +463,72 @@ void StepCheck::values(const TypeDesc &type, const JSON_Object *o, bool element)
         if (info.role) {
             if (!active_under(info.role->gate, object_set_))
                 add(v, fmt::format("{}'s {} pair is {}: it is never set, compared or dumped", type.name, key, inactive_text(object_set_)));
-            else if (info.handle_side) handle_read(v, key);
+            else if (info.handle_side) handle_read(v, key, type, engine::kTypes[info.role->target], element);
             else value(info.role->key_value_type, v, info.role->key_name);
         } else if (info.attr->kind == Kind::DirectRefhdl) {
-            handle_read(v, key);
+            handle_read(v, key, type, direct_target(*info.attr), element);
         } else {
             value(info.attr->value_type, v, info.attr->name);
         }
     }
 }
 
-// A refhdl value names a handle that an earlier record stored with "hdl", or is a number.
-void StepCheck::handle_read(JSON_Value *v, const char *what) {
+// A refhdl value names a handle that an earlier record stored with "hdl", or is a number (which
+// has no type to follow). A stored name is of the type of the record that stored it: one of
+// another type, or of a type the object_set leaves inactive, names nothing the reference takes.
+void StepCheck::handle_read(JSON_Value *v, const char *what, const TypeDesc &owner, const TypeDesc *target, bool element) {
     const char *name = json_value_get_string(v);
     if (!name) return value(value_type_named("refhdl"), v, what);
-    if (!name || handle_number(name) || stored_.count(name)) return;
+    if (handle_number(name)) return;
+    if (auto found = stored_.find(name); found != stored_.end()) {
+        const TypeDesc &named = *found->second.type;
+        if (target && (&named != target || !active_under(named.gate, object_set_)))
+            wrong_handle(v, what, owner, *target, element, name, true);
+        return;
+    }
+    if (target && unrun_.count(name)) return wrong_handle(v, what, owner, *target, element, name, false);
     add(v, fmt::format("{}: handle name '{}' is read before any earlier record stores it (a create or get with hdl: {})", what, name, name));
+}
+
+namespace {
+
+// "a or b", "a, b or c"
+std::string either(const std::vector<std::string_view> &names) {
+    if (names.size() < 2) return names.empty() ? "" : std::string(names[0]);
+    std::vector<std::string_view> head(names.begin(), names.end() - 1);
+    return fmt::format("{} or {}", fmt::join(head, ", "), names.back());
+}
+
+// The references of `owner` at the same level (top level, or in each element of "members") that take
+// handles of `type`.
+std::vector<std::string_view> references_taking(const TypeDesc &owner, const TypeDesc &type, bool element) {
+    std::vector<std::string_view> keys;
+    for (const Reference &r : references_of(owner))
+        if (r.target == &type && !r.by_key && r.element == element) keys.push_back(r.key);
+    return keys;
+}
+
+} // namespace
+
+// A reference given a stored name of another type than it takes, or of an inactive type.
+void StepCheck::wrong_handle(const JSON_Value *v, const char *what, const TypeDesc &owner, const TypeDesc &target,
+                                       bool element, const char *name, bool ran) {
+    const Handle &h = ran ? stored_.at(name) : unrun_.at(name);
+    const TypeDesc &named = *h.type;
+    std::string text = fmt::format("{} {} takes {}; {} ", owner.name, what, reference_target_phrase(target.name, false, target.gate), name);
+    if (!ran) {
+        add(v, text + fmt::format("would be the handle of an object of type {} (hdl: at line {}), but that record ran nothing: {} is {}",
+                                  named.name, h.line, named.name, inactive_text(object_set_)));
+        return;
+    }
+    text += fmt::format("is the handle of an object of type {} (stored with hdl: at line {})", named.name, h.line);
+    if (&named == &target) { // a batch queues records of an inactive type too
+        add(v, text + fmt::format(", and {} is {}", named.name, inactive_text(object_set_)));
+        return;
+    }
+    std::vector<std::string_view> instead = references_taking(owner, named, element);
+    add(v, text + (instead.empty() ? fmt::format(", and {}{} no reference that takes one", owner.name, element ? "'s members have" : " has")
+                                   : fmt::format(": did you mean {}?", either(instead))));
 }
 
 // Runs the value's converter on scratch storage; what it refuses becomes a finding.

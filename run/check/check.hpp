@@ -1,7 +1,8 @@
 // The pre-flight check: everything `run` would stop on (an unknown table, a batch that aborts) or
 // pass over without a word (a record that is not a mapping, an op no branch handles, a step of an
-// inactive type, a handle name nobody stored...), found without running anything. Catalogue facts
-// (ops, end of data, gates, enums, reference pairs) come from the generated descriptors.
+// inactive type, a handle name nobody stored, or one stored for another type than the reference
+// takes...), found without running anything. Catalogue facts (ops, end of data, gates, enums,
+// reference pairs) come from the generated descriptors.
 #pragma once
 
 #include "descriptors.hpp"
@@ -10,7 +11,7 @@
 #include <cstdint>
 #include <functional>
 #include <string>
-#include <unordered_set>
+#include <unordered_map>
 #include <vector>
 
 namespace pc::runner {
@@ -65,13 +66,16 @@ private:
     void records(const engine::TypeDesc &type, const JSON_Value *list, Use use);
     void sent_op(const engine::TypeDesc &type, const JSON_Value *record, size_t index);
     void queued_op(const JSON_Value *record);
-    void handles(const JSON_Object *record);
+    void handles(const engine::TypeDesc &type, const JSON_Object *record);
+    void unrun_handles(const engine::TypeDesc &type, const JSON_Value *list);
     void passed_over(const JSON_Object *o, const char *taken);
     void members(const engine::TypeDesc &type, const JSON_Object *record);
     void values(const engine::TypeDesc &type, const JSON_Object *o, bool element);
     void value(uint16_t value_type, JSON_Value *v, const char *name);
     void enum_range(uint16_t value_type, const JSON_Value *v, const char *name);
-    void handle_read(JSON_Value *v, const char *what);
+    void handle_read(JSON_Value *v, const char *what, const engine::TypeDesc &owner, const engine::TypeDesc *target, bool element);
+    void wrong_handle(const JSON_Value *v, const char *what, const engine::TypeDesc &owner, const engine::TypeDesc &target,
+                                bool element, const char *name, bool ran);
     void note_operation(const engine::TypeDesc &type, const char *op);
     bool router_matches(const engine::TypeDesc &type, const JSON_Value *list);
     bool type_active(const engine::TypeDesc &type, const JSON_Value *at, bool dump);
@@ -79,7 +83,14 @@ private:
     int32_t object_set_;
     uint32_t router_type_;
     int32_t mode_;
-    std::unordered_set<std::string> stored_; // handle names that earlier records store with "hdl"
+    // A handle name with the type of the object it names (the type of the record that stored it
+    // with "hdl") and where it was stored.
+    struct Handle {
+        const engine::TypeDesc *type;
+        uint32_t line;
+    };
+    std::unordered_map<std::string, Handle> stored_; // handle names that earlier records store with "hdl"
+    std::unordered_map<std::string, Handle> unrun_;  // names whose storing record ran nothing: its type is inactive
     std::vector<CheckFinding> findings_;
     struct Armed {
         std::string kind, text; // "inject", "test_if create"

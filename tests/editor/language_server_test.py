@@ -22,10 +22,14 @@ TIMEOUT = 60  # seconds for any one answer, on a loaded machine
 
 SETTINGS = {"yaml": {"validate": True, "hover": True, "completion": True, "schemaStore": {"enable": False}}}
 
-# The scenario as a user has it open: a test_if record with a misspelled attribute, a correct one,
-# and a half-typed key where completion is asked for.
+# The scenario as a user has it open: a route naming its group by a direct reference, a test_if
+# record with a misspelled attribute, a correct one, and a half-typed key where completion is asked for.
 DOCUMENT = """# yaml-language-server: $schema={schema}
 steps:
+  - send:
+      iproute:
+        - op: create
+          nhgroup_refhdl: grp
   - send:
       test_if:
         - op: create
@@ -36,7 +40,7 @@ steps:
           key_a: 1
           attr
 """
-MISSPELLED_LINE, ATTRIBUTE_LINE, COMPLETION_LINE = 6, 7, 10  # 0-based, as LSP counts
+REFERENCE_LINE, MISSPELLED_LINE, ATTRIBUTE_LINE, COMPLETION_LINE = 5, 10, 11, 14  # 0-based, as LSP counts
 
 
 def completion_in_the_readme():
@@ -184,6 +188,17 @@ class TheEditorSeesTheCatalogue(unittest.TestCase):
         text = contents["value"] if isinstance(contents, dict) else json.dumps(contents)
         print("hover on attr_a1:", text.replace("\n", " / "), file=sys.stderr)
         self.assertIn("uint (value): unsigned 32-bit number", text)
+
+    def hover(self, line):
+        hover = self.server.request("textDocument/hover", {"textDocument": {"uri": self.uri},
+                                                           "position": {"line": line, "character": 12}})
+        contents = hover["contents"]
+        return contents["value"] if isinstance(contents, dict) else json.dumps(contents)
+
+    def test_hover_on_a_reference_names_the_type_it_takes_and_that_type_s_gate(self):
+        text = self.hover(REFERENCE_LINE)
+        print("hover on nhgroup_refhdl:", text.replace("\n", " / "), file=sys.stderr)
+        self.assertIn("takes the handle of an object of type nhgroup (active while object_set is 0)", text)
 
     def test_a_misspelled_attribute_gets_a_diagnostic(self):
         diagnostics = self.server.diagnostics(self.uri)

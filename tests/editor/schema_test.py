@@ -196,6 +196,38 @@ class CountsMatchTheCatalogue(unittest.TestCase):
         self.assertEqual(enum_values, int(built["enum values"]))
         self.assertEqual(len(value_types), int(built["value types"]))
 
+    def test_references_name_the_type_they_take_and_its_gate(self):
+        built = stats(run(PLANECHECK, "catalogue", "--stats").stdout)
+        records = {name[5:]: d for name, d in Schema.document["definitions"].items() if name.startswith("type.")}
+
+        def gate(type_name):
+            described = records[type_name]["description"]
+            for flag in ("0", "not 0"):
+                if described.endswith(f"; active only while object_set is {flag}"):
+                    return f"active while object_set is {flag}"
+            return "always active"
+
+        takes = re.compile(r"takes the (handle|key) of an object of type (\w+) \(([^)]*)\)")
+        direct = pairs = 0
+        for record in records.values():
+            element = record["properties"].get("members", {}).get("items", {}).get("properties", {})
+            for key, prop in list(record["properties"].items()) + list(element.items()):
+                described = prop.get("description", "")
+                is_direct = "(reference by handle" in described or "(reference by key" in described
+                if not is_direct and "(role " not in described:
+                    continue
+                with self.subTest(key=key):
+                    found = takes.search(described)
+                    self.assertIsNotNone(found, described)
+                    self.assertEqual(found[1], "key" if key.endswith("_refkey") else "handle")
+                    self.assertEqual(found[3], gate(found[2]))
+                    if is_direct:
+                        self.assertEqual(key.rsplit("_", 1)[0], found[2])
+                    direct += is_direct and found[1] == "handle"
+                    pairs += "(role " in described and found[1] == "handle"
+        self.assertEqual(direct, int(built["direct reference handles"]))
+        self.assertEqual(pairs, int(built["role-reference pairs"]))
+
     def test_ops_follow_the_end_of_data_flag(self):
         definitions = Schema.document["definitions"]
         eod = [name[5:] for name, d in definitions.items()

@@ -3,6 +3,7 @@
 // the attributes refer to, so the schema grows with the catalogue, not with its attribute count
 // times the forms a value may take.
 #include "emit.hpp"
+#include "reference_text.hpp"
 
 #include <fmt/format.h>
 
@@ -182,20 +183,35 @@ std::string gate_text(Gate gate) {
     return "";
 }
 
-std::string attribute(const Attribute &a, Gate gate) {
+// "takes the handle of an object of type nhgroup (active while object_set is 0); " for a direct
+// reference, whose key names the type it refers to; "" for any other attribute.
+std::string target_text(const Catalogue &cat, const Attribute &a) {
+    if (a.kind != Kind::DirectRefhdl && a.kind != Kind::DirectRefkey) return "";
+    auto found = cat.type_index.find(a.name.substr(0, a.name.rfind('_')));
+    if (found == cat.type_index.end()) return "";
+    const ObjectType &target = cat.types[found->second];
+    return "takes " + pc::reference_target_phrase(target.name, a.kind == Kind::DirectRefkey, target.gate) + "; ";
+}
+
+// A reference tells the gate of the type it takes, not that of its own record, which the record's
+// description gives: two gates side by side would read as a contradiction.
+std::string attribute(const Catalogue &cat, const Attribute &a, Gate gate) {
+    std::string target = target_text(cat, a);
     return obj({{"$ref", q("#/definitions/attr." + a.type->name)},
-                {"description", q(fmt::format("{} ({}{}): {}", a.type->name, kind_text(a.kind), gate_text(gate), form_text(*a.type)))}});
+                {"description", q(fmt::format("{} ({}{}): {}{}", a.type->name, kind_text(a.kind), target.empty() ? gate_text(gate) : "",
+                                              target, form_text(*a.type)))}});
 }
 
 void role_pairs(const Catalogue &cat, const ObjectType &t, bool element, Members &props) {
     for (const auto &p : t.roles) {
         if (p.element != element) continue;
         const ObjectType &target = cat.types[p.target_index];
-        std::string gate = gate_text(target.gate);
+        std::string by_handle = pc::reference_target_phrase(p.target, false, target.gate);
+        std::string by_key = pc::reference_target_phrase(p.target, true, target.gate);
         props.push_back({p.hdl_key(), obj({{"$ref", q("#/definitions/attr.refhdl")},
-                                          {"description", q(fmt::format("refhdl (role {} by handle{}): a handle of {}", p.role, gate, p.target))}})});
+                                          {"description", q(fmt::format("refhdl (role {} by handle): takes {}", p.role, by_handle))}})});
         props.push_back({p.key_key(), obj({{"$ref", q("#/definitions/attr." + key_type(target))},
-                                          {"description", q(fmt::format("{} (role {} by key{}): the key of {}", key_type(target), p.role, gate, p.target))}})});
+                                          {"description", q(fmt::format("{} (role {} by key): takes {}", key_type(target), p.role, by_key))}})});
     }
 }
 
@@ -261,11 +277,11 @@ Members first_of_each(const Members &props) {
 std::string record_definition(const Catalogue &cat, const ObjectType &t) {
     Members props, element;
     control_fields(cat.vocabulary, t, props);
-    for (const auto &a : t.key) props.push_back({a.name, attribute(a, t.gate)});
-    for (const auto &a : t.attrs) props.push_back({a.name, attribute(a, t.gate)});
+    for (const auto &a : t.key) props.push_back({a.name, attribute(cat, a, t.gate)});
+    for (const auto &a : t.attrs) props.push_back({a.name, attribute(cat, a, t.gate)});
     role_pairs(cat, t, false, props);
     if (t.sized()) props.push_back({t.count_key, def_ref("control.count")}); // some types also have it as an attribute
-    for (const auto &a : t.members) element.push_back({a.name, attribute(a, t.gate)});
+    for (const auto &a : t.members) element.push_back({a.name, attribute(cat, a, t.gate)});
     role_pairs(cat, t, true, element);
     if (!element.empty() || t.sized()) {
         std::string member = obj({{"type", q("object")}, {"properties", obj(element)}, {"additionalProperties", "false"}});

@@ -369,6 +369,17 @@ private:
         std::string hint = table_suggestion(name);
         return hint.empty() ? "" : fmt::format("{}:{}: unknown table {}{}\n", result_.path, line, name, hint);
     }
+    // A table at the level of its send: (or dump:) is almost always an indentation slip.
+    static std::string two_kinds(const char *kind, const char *other) {
+        namespace v = pc::vocabulary;
+        std::string text = fmt::format("a step has one kind; '{}' and '{}' are both here", kind, other);
+        bool other_is_kind = std::find_if(std::begin(v::kStepKinds), std::end(v::kStepKinds),
+                                          [&](const char *k) { return !std::strcmp(k, other); }) != std::end(v::kStepKinds);
+        bool takes_table = !std::strcmp(kind, v::kStepSend) || !std::strcmp(kind, v::kStepDump);
+        if (other_is_kind || !takes_table) return text;
+        return text + fmt::format(": is the table {} meant to be indented under {}:?", other, kind);
+    }
+
     std::string fail_at(const JSON_Value *at, std::string message) {
         problem_at_ = at;
         return message;
@@ -398,7 +409,7 @@ private:
                 sdk = json_object_get_value_at(o, i);
                 continue;
             }
-            if (kind) return fail_at(json_object_get_value_at(o, i), fmt::format("a step has one kind; '{}' and '{}' are both here", kind, k));
+            if (kind) return fail_at(json_object_get_value_at(o, i), two_kinds(kind, k));
             kind = k;
             body = json_object_get_value_at(o, i);
         }

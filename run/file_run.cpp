@@ -318,8 +318,9 @@ private:
     // A finding of the library, the platform or this run's own lint, with its line.
     void take_finding(const pc_finding &record, const std::string &text) {
         std::string out = write_located(text, record.line, record.column);
-        if (record.text == pc_finding::Text::unknown_table)
-            std::fputs(unknown_table_hint(record.attribute, record.line ? record.line : current_line_).c_str(), stderr);
+        // The library's own "unknown table NAME" line stays as it is, printed once; the closest
+        // name goes with it where the run's account quotes it (the ending, JUnit, TAP, the page).
+        if (record.text == pc_finding::Text::unknown_table) out = without_newline(out) + table_suggestion(record.attribute);
         note_finding(out, finding_of(record, text), record.line, record.column);
     }
 
@@ -363,12 +364,6 @@ private:
         trail().value_errors = value_errors();
     }
 
-    // The library's own "unknown table NAME" line stays as it is; the closest name follows it on a
-    // line of its own, before the library ends the process.
-    std::string unknown_table_hint(const std::string &name, uint32_t line) const {
-        std::string hint = table_suggestion(name);
-        return hint.empty() ? "" : fmt::format("{}:{}: unknown table {}{}\n", result_.path, line, name, hint);
-    }
     // A table at the level of its send: (or dump:) is almost always an indentation slip.
     static std::string two_kinds(const char *kind, const char *other) {
         namespace v = pc::vocabulary;

@@ -235,7 +235,8 @@ class ParallelRunAgreesWithEveryReport(EventChecks):
         self.assertIn(f"{end['mismatches']} mismatch", summary)
         self.assertIn(f"{end['value_errors']} value error", summary)
         self.assertIn(end["verdict"].upper(), summary)
-        self.assertIn(f"2 files ended early ({ENDED_BY_EXIT}:4: unknown table test_iff; {ENDED_BY_ASSERTION}:5: ", summary)
+        self.assertIn(f"2 files ended early ({ENDED_BY_EXIT}:4: unknown table test_iff; did you mean test_if?; {ENDED_BY_ASSERTION}:5: ",
+                      summary)
 
     def test_record_ranges_hold_the_steps_records_as_a_serial_run_writes_them(self):
         with open(self.rec, "rb") as f:

@@ -1,6 +1,7 @@
 #include "events.hpp"
 
 #include "event_stream.hpp"
+#include "planecheck/session.hpp"
 
 #include <fmt/format.h>
 
@@ -40,6 +41,10 @@ Finding finding_of(const runner::Finding &g) {
         f.attribute = g.attribute;
         f.expected = g.expected;
         f.received = g.received;
+    }
+    if (g.has_status) { // the page names statuses where the log line gives numbers
+        f.expected = support::status_for_people(g.expected_status);
+        f.received = support::status_for_people(g.received_status);
     }
     return f;
 }

@@ -297,7 +297,7 @@ class EndingsInEveryOutput(EventChecks):
         cls.after = write(scratch("after & <after>.yaml"), "steps:\n  - send: { nhgroup: [ { op: create, nhgroup_id: 7 } ] }\n")
         cls.rows = [  # scenario, signal sent in step 2, how it ended, run_end's exit status, the ended step's line
             (ENDED_BY_EXIT, None, "exit status 1", 1,
-             "the library ended the run with exit status 1 (1 step ran before it): unknown table test_iff"),
+             "the library ended the run with exit status 1 (1 step ran before it): unknown table test_iff; did you mean test_if?"),
             (ENDED_BY_ASSERTION, None, "signal 6 (Aborted)", 134, "the library ended the run by an assertion (2 steps ran before it)"),
             (cls.outside, signal.SIGTERM, "signal 15 (Terminated)", 143, None),
         ]

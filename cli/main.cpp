@@ -139,11 +139,24 @@ int main(int argc, char **argv) {
     auto *list_flag = catalogue->add_flag("--list", list, "print the object type names in catalogue order");
     auto *stats_flag = catalogue->add_flag("--stats", stats, "print the catalogue's totals")->excludes(list_flag);
     bool describe_json = false;
+    // TYPE may stand apart from --describe, so that --describe --json TYPE reads as --describe TYPE --json
     auto *describe_option = catalogue->add_option("--describe", describe,
                                                   "print what a record of object type TYPE may carry, or the values or fields of "
                                                   "value type TYPE")
-        ->excludes(list_flag)->excludes(stats_flag);
+        ->type_name("TYPE")->expected(0, 1)->excludes(list_flag)->excludes(stats_flag);
+    std::string described_type;
+    catalogue->add_option("type", described_type, "the TYPE of --describe, given apart from it (--describe --json TYPE)")->type_name("TYPE");
     catalogue->add_flag("--json", describe_json, "with --describe: print it as one JSON document")->needs(describe_option);
+    catalogue->callback([&] {
+        if (!describe_option->count()) {
+            if (!described_type.empty()) throw CLI::ValidationError(described_type, "a type name goes with --describe");
+            return;
+        }
+        if (!describe.empty() && !described_type.empty())
+            throw CLI::ValidationError("--describe", "takes one TYPE, and " + describe + " and " + described_type + " are two");
+        if (describe.empty()) describe = described_type;
+        if (describe.empty()) throw CLI::ValidationError("--describe", "needs a TYPE");
+    });
     catalogue->add_flag("--schema", schema, "print the JSON Schema of scenario files, for editors")
         ->excludes(list_flag)->excludes(stats_flag)->excludes(describe_option);
 

@@ -1,9 +1,11 @@
 #include "events.hpp"
 
 #include "event_stream.hpp"
+#include "planecheck/session.hpp"
 
 #include <fmt/format.h>
 
+#include <cctype>
 #include <fstream>
 #include <iostream>
 
@@ -51,6 +53,10 @@ Finding finding_of(const runner::Finding &g) {
         f.attribute = g.attribute;
         f.expected = g.expected;
         f.received = g.received;
+    }
+    if (g.has_status) { // the page names statuses where the log line gives numbers
+        f.expected = support::status_for_people(g.expected_status);
+        f.received = support::status_for_people(g.received_status);
     }
     return f;
 }
@@ -140,6 +146,44 @@ struct EventDispatch {
 EventReader::EventReader(Run &run) : run_(run), parser_(std::make_unique<Parser>()) {}
 EventReader::~EventReader() = default;
 
+namespace {
+
+bool blank(std::string_view line) { return line.find_first_not_of(" \t\r") == std::string_view::npos; }
+
+bool starts_with_word(std::string_view line, std::string_view word) {
+    size_t at = line.find_first_not_of(" \t");
+    return at != std::string_view::npos && line.substr(at, word.size()) == word;
+}
+
+std::string lower(std::string_view text) {
+    std::string out(text);
+    for (char &c : out) c = char(std::tolower(static_cast<unsigned char>(c)));
+    return out;
+}
+
+bool tap_line(std::string_view line) {
+    auto numbered = [&](std::string_view lead) {
+        return line.substr(0, lead.size()) == lead && line.size() > lead.size() && std::isdigit(static_cast<unsigned char>(line[lead.size()]));
+    };
+    return line.starts_with("TAP version") || numbered("1..") || numbered("ok ") || numbered("not ok ");
+}
+
+} // namespace
+
+std::string what_the_file_seems(const std::vector<std::string> &head) {
+    std::string all;
+    for (const std::string &line : head) all += lower(line) + "\n";
+    if (all.find("<testsuite") != std::string::npos) return "JUnit XML";
+    if (all.find("<!doctype html") != std::string::npos || all.find("<html") != std::string::npos) return "an HTML page";
+    if (starts_with_word(all, "<?xml")) return "XML";
+    for (const std::string &line : head) {
+        if (tap_line(line)) return "TAP";
+        if (starts_with_word(line, "steps:") || line.starts_with("config:") || line.starts_with("name:"))
+            return "a YAML scenario";
+    }
+    return "text with no JSON event in its first line";
+}
+
 bool EventReader::read_file(const std::string &path) {
     std::ifstream file;
     if (path != "-") {
@@ -147,9 +191,21 @@ bool EventReader::read_file(const std::string &path) {
         if (!file) return false;
     }
     std::istream &in = path == "-" ? std::cin : file;
-    begin_stream(path == "-" ? "standard input" : path);
-    std::string line;
-    for (size_t number = 1; std::getline(in, line); ++number) read_line(line, number);
+    std::string source = path == "-" ? "standard input" : path, line;
+    size_t number = 0;
+    bool started = false;
+    while (!started && std::getline(in, line)) started = (++number, !blank(line));
+    // a file given by mistake (the JUnit file beside the events) is one problem, not one per line
+    if (started && !starts_with_word(line, "{")) {
+        std::vector<std::string> head{line};
+        for (int more = 0; more < 40 && std::getline(in, line); ++more) head.push_back(line);
+        run_.problems.push_back(fmt::format("planecheck: {} holds no events: it seems to be {} (planecheck run --events FILE writes events)",
+                                            source, what_the_file_seems(head)));
+        return true;
+    }
+    begin_stream(source);
+    if (started) read_line(line, number);
+    while (std::getline(in, line)) read_line(line, ++number);
     end_stream();
     return true;
 }

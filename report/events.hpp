@@ -9,8 +9,13 @@
 #include <memory>
 #include <string>
 #include <string_view>
+#include <vector>
 
 namespace pc::report {
+
+// What a file that holds no events seems to be, from its first lines: "JUnit XML", "TAP", "an HTML
+// page", "a YAML scenario", ...
+std::string what_the_file_seems(const std::vector<std::string> &head);
 
 class EventReader {
 public:

@@ -182,8 +182,14 @@ void add_ending_findings(FileResult &file, const EndedAt &t) {
     std::string headline = file.timed_out ? fmt::format("timed out after {:.1f} s ({})", file.duration_ms / 1000, file.ended_how)
                                           : "the run ended early with " + file.ended_how;
     file.add_finding(fmt::format("{}: {}{}", file.path, headline, where));
-    for (const std::string &line : earlier) file.add_finding(line);
-    bool told = std::find(earlier.begin(), earlier.end(), file.last_error) != earlier.end();
+    // The last error may be a finding told already, or one with more said (a suggestion): the
+    // fuller text takes its place, so that each message reads once.
+    bool told = false;
+    for (const std::string &line : earlier) {
+        bool same = !told && !line.empty() && (file.last_error == line || file.last_error.starts_with(line + "; "));
+        file.add_finding(same ? file.last_error : line);
+        told |= same;
+    }
     if (!file.last_error.empty() && !told) file.add_finding(file.last_error);
 }
 

@@ -318,8 +318,9 @@ private:
     // A finding of the library, the platform or this run's own lint, with its line.
     void take_finding(const pc_finding &record, const std::string &text) {
         std::string out = write_located(text, record.line, record.column);
-        if (record.text == pc_finding::Text::unknown_table)
-            std::fputs(unknown_table_hint(record.attribute, record.line ? record.line : current_line_).c_str(), stderr);
+        // The library's own "unknown table NAME" line stays as it is, printed once; the closest
+        // name goes with it where the run's account quotes it (the ending, JUnit, TAP, the page).
+        if (record.text == pc_finding::Text::unknown_table) out = without_newline(out) + table_suggestion(record.attribute);
         note_finding(out, finding_of(record, text), record.line, record.column);
     }
 
@@ -363,12 +364,17 @@ private:
         trail().value_errors = value_errors();
     }
 
-    // The library's own "unknown table NAME" line stays as it is; the closest name follows it on a
-    // line of its own, before the library ends the process.
-    std::string unknown_table_hint(const std::string &name, uint32_t line) const {
-        std::string hint = table_suggestion(name);
-        return hint.empty() ? "" : fmt::format("{}:{}: unknown table {}{}\n", result_.path, line, name, hint);
+    // A table at the level of its send: (or dump:) is almost always an indentation slip.
+    static std::string two_kinds(const char *kind, const char *other) {
+        namespace v = pc::vocabulary;
+        std::string text = fmt::format("a step has one kind; '{}' and '{}' are both here", kind, other);
+        bool other_is_kind = std::find_if(std::begin(v::kStepKinds), std::end(v::kStepKinds),
+                                          [&](const char *k) { return !std::strcmp(k, other); }) != std::end(v::kStepKinds);
+        bool takes_table = !std::strcmp(kind, v::kStepSend) || !std::strcmp(kind, v::kStepDump);
+        if (other_is_kind || !takes_table) return text;
+        return text + fmt::format(": is the table {} meant to be indented under {}:?", other, kind);
     }
+
     std::string fail_at(const JSON_Value *at, std::string message) {
         problem_at_ = at;
         return message;
@@ -398,7 +404,7 @@ private:
                 sdk = json_object_get_value_at(o, i);
                 continue;
             }
-            if (kind) return fail_at(json_object_get_value_at(o, i), fmt::format("a step has one kind; '{}' and '{}' are both here", kind, k));
+            if (kind) return fail_at(json_object_get_value_at(o, i), two_kinds(kind, k));
             kind = k;
             body = json_object_get_value_at(o, i);
         }

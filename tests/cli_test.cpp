@@ -83,6 +83,25 @@ TEST(Cli, EachCommandSaysWhatItFoundWhereAndExitsAsScriptsExpect) {
     });
 }
 
+// --describe's TYPE may stand anywhere among the options; each order prints the same document.
+TEST(Cli, CatalogueOptionsComeInAnyOrder) {
+    Result canonical = run("catalogue --describe iproute --json");
+    ASSERT_EQ(canonical.status, 0) << canonical.output;
+    ASSERT_TRUE(has(canonical, "{\"object_type\": \"iproute\"")) << canonical.output;
+    for (const char *order : {"--describe --json iproute", "--json --describe iproute", "iproute --describe --json", "--describe=iproute --json"}) {
+        Result r = run(std::string("catalogue ") + order);
+        EXPECT_EQ(r.status, 0) << order << "\n" << r.output;
+        EXPECT_EQ(r.output, canonical.output) << order;
+    }
+    EXPECT_EQ(run("catalogue iproute --describe").output, run("catalogue --describe iproute").output);
+    pc::test::expect_says({
+        {"catalogue --describe", 2, {"--describe: needs a TYPE"}},
+        {"catalogue --describe iproute nhgroup", 2, {"takes one TYPE, and iproute and nhgroup are two"}},
+        {"catalogue iproute", 2, {"iproute: a type name goes with --describe"}},
+        {"catalogue --list iproute", 2, {"a type name goes with --describe"}},
+    });
+}
+
 TEST(Cli, TheSdkSideChecksFillsAndAnswers) {
     std::string rec = testing::TempDir() + "sdk.rec";
     Result r = run("run --recorder " + rec + " " + std::string(PC_SOURCE_DIR) + "/examples/sdk_side.yaml");

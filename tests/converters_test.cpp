@@ -2,6 +2,7 @@
 // messages a bad value gives.
 #include "harness.hpp"
 #include "samples.hpp"
+#include "prefix_length.hpp"
 
 #include <set>
 #include <vector>
@@ -140,6 +141,62 @@ TEST(Converters, BadValuesGiveOneMessageNamingTheAttributeAndTheRunGoesOn) {
         ASSERT_EQ(h.log.size(), 1u) << c.json << "\n" << h.all_log();
         EXPECT_EQ(h.log[0].rfind(c.message, 0), 0u) << h.log[0];
     }
+}
+
+// The messages of planecheck's own that finish the sentence: the range a number must lie in, and
+// where the length of an address written as "ADDRESS/LEN" goes, for the type being worked on.
+TEST(Converters, MessagesSayTheRangeAndWhereAPrefixLengthGoes) {
+    pc::test::Harness h;
+    struct Case {
+        const char *json;
+        int (*convert)(PROCESS *, void *, JSON_Value *, const char *);
+        const char *type, *name, *message;
+    };
+    const Case cases[] = {
+        {"70000", json_convert_ushort, nullptr, "mtu_ipv4", "mtu_ipv4: value 70000 does not fit in 2 unsigned byte(s) (0 to 65535)"},
+        {"128", json_convert_char, nullptr, "c", "c: value 128 does not fit in 1 signed byte(s) (-128 to 127)"},
+        {"-2147483649", json_convert_int, nullptr, "i", "i: value -2147483649 does not fit in 4 signed byte(s) (-2147483648 to 2147483647)"},
+        {"-1", json_convert_uint64_t, nullptr, "u", "u: value -1 does not fit in 8 unsigned byte(s) (0 to 18446744073709551615)"},
+        {"\"10.0.0.1/24\"", json_convert_ip, "test_rt", "prefix",
+         "prefix: expected an IPv4 address like \"10.0.0.1\", got the string \"10.0.0.1/24\"; the prefix length goes in prefix_len: "
+         "write prefix: \"10.0.0.1\" and prefix_len: 24"},
+        {"\"10.1.1.1/30\"", json_convert_ip, "l3intf", "ipv4_addr",
+         "ipv4_addr: expected an IPv4 address like \"10.0.0.1\", got the string \"10.1.1.1/30\"; the prefix length goes in "
+         "ipv4_prefix_len: write ipv4_addr: \"10.1.1.1\" and ipv4_prefix_len: 30"},
+        {"\"2001:db8::/32\"", json_convert_ip6, "ip6acl", "src_ip",
+         "src_ip: expected an IPv6 address like \"2001:db8::1\", got the string \"2001:db8::/32\"; the prefix length goes in "
+         "src_prefix_len: write src_ip: \"2001:db8::\" and src_prefix_len: 32"},
+        // iproute's prefix_len belongs to its prefix, not to its gateway
+        {"\"10.0.0.1/24\"", json_convert_ip, "iproute", "gateway_addr",
+         "gateway_addr: expected an IPv4 address like \"10.0.0.1\", got the string \"10.0.0.1/24\"; an address takes no /24 here: "
+         "write \"10.0.0.1\""},
+        {"{addr: \"10.0.0.0/8\"}", json_convert_ofa_ip_addr_t, "test_rt", "v",
+         "v.addr: expected an IPv4 address like \"10.0.0.1\", got the string \"10.0.0.0/8\"; the prefix length goes in v.prefix_len: "
+         "write addr: \"10.0.0.0\" and prefix_len: 8"},
+        {"\"10.0.0\"", json_convert_ip, "test_rt", "prefix", "prefix: expected an IPv4 address like \"10.0.0.1\", got the string \"10.0.0\""},
+    };
+    alignas(8) uint8_t out[512];
+    for (const Case &c : cases) {
+        h.log.clear();
+        pc::support::FindingScope scope(h.ctx(), c.type, "create");
+        c.convert(h.ctx(), out, h.json(c.json), c.name);
+        ASSERT_EQ(h.log.size(), 1u) << c.json << "\n" << h.all_log();
+        EXPECT_EQ(h.log[0], std::string(c.message) + "\n");
+    }
+    // the pairing itself, where names come close without being partners
+    using pc::support::prefix_length_partner;
+    EXPECT_EQ(prefix_length_partner("group", {"prefix_len", "group_prefix_len"}), "group_prefix_len");
+    EXPECT_EQ(prefix_length_partner("ipv6_link_local", {"ipv6_prefix_len"}), "");
+    EXPECT_EQ(prefix_length_partner("src_addr", {"dst_prefix_len", "src_prefix_len"}), "src_prefix_len");
+    EXPECT_EQ(prefix_length_partner("prefix", {"src_prefix_len"}), "");
+}
+
+// Every status shown to a person is its name with its number beside it.
+TEST(Converters, StatusesForPeopleAreNameAndNumber) {
+    const std::pair<int32_t, const char *> cases[] = {
+        {0, "EOK (0)"}, {17, "EEXIST (17)"}, {0x1002, "ENOENT (4098)"}, // the class names it, the number is whole
+        {53450, "DONT_CARE (53450)"}, {97, "97"}, {-17, "-17"}};
+    for (const auto &[status, text] : cases) EXPECT_EQ(pc::support::status_for_people(status), text) << status;
 }
 
 TEST(Converters, SignedRangesAndHexBitPatternsHaveExactEdges) {

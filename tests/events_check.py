@@ -235,7 +235,8 @@ class ParallelRunAgreesWithEveryReport(EventChecks):
         self.assertIn(f"{end['mismatches']} mismatch", summary)
         self.assertIn(f"{end['value_errors']} value error", summary)
         self.assertIn(end["verdict"].upper(), summary)
-        self.assertIn(f"2 files ended early ({ENDED_BY_EXIT}:4: unknown table test_iff; {ENDED_BY_ASSERTION}:5: ", summary)
+        self.assertIn(f"2 files ended early ({ENDED_BY_EXIT}:4: unknown table test_iff; did you mean test_if?; {ENDED_BY_ASSERTION}:5: ",
+                      summary)
 
     def test_record_ranges_hold_the_steps_records_as_a_serial_run_writes_them(self):
         with open(self.rec, "rb") as f:
@@ -296,7 +297,7 @@ class EndingsInEveryOutput(EventChecks):
         cls.after = write(scratch("after & <after>.yaml"), "steps:\n  - send: { nhgroup: [ { op: create, nhgroup_id: 7 } ] }\n")
         cls.rows = [  # scenario, signal sent in step 2, how it ended, run_end's exit status, the ended step's line
             (ENDED_BY_EXIT, None, "exit status 1", 1,
-             "the library ended the run with exit status 1 (1 step ran before it): unknown table test_iff"),
+             "the library ended the run with exit status 1 (1 step ran before it): unknown table test_iff; did you mean test_if?"),
             (ENDED_BY_ASSERTION, None, "signal 6 (Aborted)", 134, "the library ended the run by an assertion (2 steps ran before it)"),
             (cls.outside, signal.SIGTERM, "signal 15 (Terminated)", 143, None),
         ]

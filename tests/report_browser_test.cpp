@@ -147,6 +147,54 @@ TEST_F(ReportInBrowser, ShowsTheVerdictTheCountsAndAFailingStepsValues) {
     EXPECT_NE(page.dom.find("of 315 types"), std::string::npos);
 }
 
+// The page as shown, without the run's data and the scripts, which hold every text once more.
+std::string shown(const std::string &dom) {
+    std::string out;
+    size_t from = 0;
+    for (size_t at; (at = dom.find("<script", from)) != std::string::npos; from = dom.find("</script>", at) + 9) out += dom.substr(from, at - from);
+    return out + dom.substr(from);
+}
+
+// The text of the first element that opens with `open_tag`, its inner tags left out.
+std::string text_of(const std::string &dom, const std::string &open_tag) {
+    size_t at = dom.find(open_tag);
+    if (at == std::string::npos) return "";
+    size_t start = at + open_tag.size();
+    std::string inside = dom.substr(start, dom.find("</dd>", start) - start);
+    return std::regex_replace(inside, std::regex("<[^>]*>"), "");
+}
+
+TEST_F(ReportInBrowser, FilesThatEndedOrAreInvalidAndStatusesReadOnce) {
+    Page page = browse(url(), "--dump-dom", *dir_);
+    EXPECT_EQ(script_errors(page), "");
+    std::string dom = shown(page.dom);
+    // the ended file's banner: its place once, the library's message with the name meant
+    std::string ended = std::string(PC_SCENARIOS) + "/unknown_table.yaml";
+    EXPECT_NE(dom.find("The library ended the run with exit status 1 at " + ended + ":4: unknown table test_iff; did you mean test_if?<"),
+              std::string::npos) << dom;
+    // the invalid file's error and its lines stand once, at the step it stopped at
+    std::string invalid = std::string(PC_SCENARIOS) + "/bad_step.yaml";
+    EXPECT_EQ(pc::test::text::count(dom, "unknown step kind 'sned'"), 1u);
+    size_t file = dom.find("data-file=\"" + invalid + "\""), next = dom.find("data-file=", file + 1);
+    ASSERT_NE(file, std::string::npos);
+    EXPECT_EQ(pc::test::text::count(dom.substr(file, next - file), "sned: { test_if: [] }"), 1u);
+    // mismatch.yaml's create meets EEXIST where it expects EOK: names with the numbers beside them
+    EXPECT_EQ(text_of(dom, "<dd class=\"expected\">"), "EOK (0)");
+    EXPECT_EQ(text_of(dom, "<dd class=\"received\">"), "EEXIST (17)");
+}
+
+// A run that passes with the mismatches its expect: accounts for says so beside the verdict.
+TEST_F(ReportInBrowser, ExpectedMismatchesStandBesideThePass) {
+    std::string passing = (*dir_ / "passing.html").string();
+    ASSERT_EQ(pc::test::run_command(std::string(PC_PLANECHECK) + " run -q --html " + passing + " " + PC_SCENARIOS +
+                                    "/expected_mismatch.yaml 2>&1").status, 0);
+    Page page = browse("file://" + passing, "--dump-dom", *dir_);
+    EXPECT_EQ(script_errors(page), "");
+    EXPECT_EQ(inner(page.dom, "<span id=\"verdict\""), "PASSED");
+    EXPECT_EQ(inner(page.dom, "<span id=\"verdict-note\""), " · 2 expected mismatches");
+    EXPECT_NE(page.dom.find("<title>PASSED · 2 expected mismatches: "), std::string::npos);
+}
+
 TEST_F(ReportInBrowser, TheFragmentChoosesTheView) {
     Page failed = browse(url("#failed"), "--dump-dom", *dir_);
     EXPECT_EQ(script_errors(failed), "");

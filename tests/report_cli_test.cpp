@@ -40,6 +40,30 @@ TEST_F(ReportCommand, UnusableEventLinesAreNamedAndThePageIsStillWritten) {
     EXPECT_NE(page.find("clean.yaml"), std::string::npos);
 }
 
+// A file given by mistake (the JUnit or TAP file of the same run, the page, the scenario) is
+// refused in one line that says what it seems to be, not in one line per line of it.
+TEST_F(ReportCommand, AFileThatHoldsNoEventsIsNamedOnceForWhatItSeemsToBe) {
+    const std::string scenario = std::string(PC_SCENARIOS) + "/mismatch.yaml";
+    planecheck("run -q --junit " + at("run.xml") + " " + scenario);
+    std::ofstream(at("run.tap")) << planecheck("run -q --tap " + scenario).output;
+    planecheck("run -q --html " + at("run.html") + " " + scenario);
+    std::ofstream(at("notes.txt")) << "\n\nsome notes\nmore notes\n";
+    const std::pair<std::string, std::string> files[] = {
+        {at("run.xml"), "JUnit XML"}, {at("run.tap"), "TAP"}, {at("run.html"), "an HTML page"},
+        {scenario, "a YAML scenario"}, {at("notes.txt"), "text with no JSON event in its first line"}};
+    for (const auto &[file, seems] : files) {
+        Outcome r = planecheck("report " + file + " --html " + at("report.html"));
+        EXPECT_EQ(r.status, 2) << r.output;
+        EXPECT_EQ(r.output, "planecheck: " + file + " holds no events: it seems to be " + seems +
+                                " (planecheck run --events FILE writes events)\n") << file;
+    }
+    // an events file after blank lines is read as ever
+    ASSERT_EQ(planecheck("run -q --events " + at("run.events") + " " + PC_SCENARIOS + "/clean.yaml").status, 0);
+    std::ofstream(at("spaced.events")) << "\n  \n" << pc::test::read_file(at("run.events"));
+    Outcome spaced = planecheck("report " + at("spaced.events") + " --html " + at("report.html"));
+    EXPECT_EQ(spaced.status, 0) << spaced.output;
+}
+
 // A stream is merged once, and one without its start or end is named; the page's verdict is the status.
 TEST_F(ReportCommand, StreamsGivenTwiceEmptyOrCutAreNamedAndTheStatusIsThePages) {
     std::string failing = at("failing.events"), empty = at("empty.events"), cut = at("cut.events");

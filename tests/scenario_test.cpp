@@ -77,6 +77,22 @@ TEST(Scenario, InputThatCannotBeHonouredIsRefusedWhereItStands) {
     }
 }
 
+// Two kinds in one step: a table beside its send: or dump: is an indentation slip, and the message
+// asks about it; two step kinds side by side are not, and it does not.
+TEST(Scenario, TwoKindsInAStepAskAboutIndentationOnlyWhereATableSlipped) {
+    struct Case {
+        const char *text, *error;
+    } cases[] = {
+        {"steps:\n  - send:\n    test_if:\n      - { op: create, key_a: 1 }\n",
+         "4:7: a step has one kind; 'send' and 'test_if' are both here: is the table test_if meant to be indented under send:?"},
+        {"steps:\n  - dump:\n    nhgroup: [ { op: get, nhgroup_id: 7 } ]\n",
+         "3:14: a step has one kind; 'dump' and 'nhgroup' are both here: is the table nhgroup meant to be indented under dump:?"},
+        {"steps:\n  - send: { test_if: [] }\n    expect: { mismatches: 0 }\n", "3:13: a step has one kind; 'send' and 'expect' are both here"},
+        {"steps:\n  - expect: { mismatches: 0 }\n    test_if: []\n", "3:14: a step has one kind; 'expect' and 'test_if' are both here"},
+    };
+    for (const auto &c : cases) EXPECT_EQ(error_after_file(run_text(c.text)), c.error) << c.text;
+}
+
 // What each step did, as the run's observers are told it.
 struct StepStatuses : pc::runner::RunObserver {
     std::vector<pc::runner::StepStatus> seen;

@@ -42,8 +42,9 @@ steps:
 TEST(Suggestions, EveryUnknownNameEndsWithTheNameMeant) {
     const std::string table = "steps:\n  - send: { test_iff: [ { op: create, key_a: 1 } ] }\n";
     expect_says({
-        // the library's own line, as it is, then the suggestion
-        {"run " + scenario_file("table.yaml", table), 1, {"table.yaml:2: unknown table test_iff\n", "table.yaml:2: unknown table test_iff; did you mean test_if?\n"}},
+        // the library's own line, as it is, then the ending that quotes it with the suggestion
+        {"run " + scenario_file("table.yaml", table), 1,
+         {"table.yaml:2: unknown table test_iff\n", "(0 steps ran before it): unknown table test_iff; did you mean test_if?\n"}},
         {"check " + scenario_file("table.yaml", table), 1, {"unknown table test_iff: run ends the process here (exit status 1); did you mean test_if?\n"}},
         // test_if has too many names for one line: the message says where they are listed; a member
         // attribute lists the members the type has

@@ -1,6 +1,7 @@
 // The converters of every value type, generic over the value's form.
 #include "planecheck/session.hpp"
 #include "suggest.hpp"
+#include "prefix_length.hpp"
 #include "recorder_sink.hpp"
 #include "value_forms.hpp"
 
@@ -13,6 +14,7 @@
 #include <cstring>
 #include <string>
 #include <unordered_map>
+#include <utility>
 
 namespace pc::support {
 namespace {
@@ -57,6 +59,15 @@ bool parse_integer_text(const std::string &s, int64_t &value, bool &negative, ui
     }
     value = negative ? int64_t(0 - magnitude) : int64_t(magnitude);
     return true;
+}
+
+// The numbers an integer of `width` bytes holds, as a message gives them: "0 to 65535".
+std::string range_text(uint32_t width, bool is_signed) {
+    unsigned bits = width * 8;
+    if (bits >= 64) return is_signed ? "-9223372036854775808 to 9223372036854775807" : "0 to 18446744073709551615";
+    uint64_t top = (uint64_t(1) << bits) - 1;
+    if (!is_signed) return "0 to " + std::to_string(top);
+    return "-" + std::to_string((top >> 1) + 1) + " to " + std::to_string(top >> 1);
 }
 
 bool is_hex_digits(const std::string &s) { return !s.empty() && s.find_first_not_of("0123456789abcdefABCDEF") == std::string::npos; }
@@ -109,6 +120,37 @@ bool parse_mac(const std::string &s, uint8_t out[6]) {
 struct Converter {
     PROCESS *context;
     bool ok = true;
+    const ValueForm *enclosing = nullptr; // the record whose field is being converted
+
+    // Where the length of "10.0.0.0/24" goes: the partner field of the record being converted, or
+    // the partner attribute of the type that the finding scope names.
+    std::string prefix_length_of(const std::string &name) const {
+        if (enclosing) {
+            std::vector<std::string_view> fields;
+            for (uint32_t k = 0; k < enclosing->field_count; ++k) fields.push_back(enclosing->fields[k].name);
+            size_t dot = name.rfind('.');
+            std::string partner = prefix_length_partner(name.substr(dot + 1), fields);
+            return partner.empty() ? "" : name.substr(0, dot + 1) + partner;
+        }
+        const char *type = context && context->session ? context->session->finding_scope.type : nullptr;
+        for (const AddressPrefixLength *row = kPrefixLengths; type && row->type; ++row)
+            if (!std::strcmp(row->type, type) && name == row->address) return row->length;
+        return "";
+    }
+
+    // An address written with its prefix length: say where the length goes.
+    std::string address_hint(const JSON_Value *v, const std::string &name) const {
+        const char *s = json_value_get_string(v);
+        const char *slash = s ? std::strchr(s, '/') : nullptr;
+        if (!slash) return "";
+        std::string address(s, slash), length(slash + 1), partner = prefix_length_of(name);
+        if (partner.empty()) return "; an address takes no /" + length + " here: write \"" + address + "\"";
+        size_t dot = name.rfind('.');
+        std::string field = dot == std::string::npos ? name : name.substr(dot + 1);
+        size_t partner_dot = partner.rfind('.');
+        std::string partner_field = partner_dot == std::string::npos ? partner : partner.substr(partner_dot + 1);
+        return "; the prefix length goes in " + partner + ": write " + field + ": \"" + address + "\" and " + partner_field + ": " + length;
+    }
 
     void error(const JSON_Value *v, const std::string &name, const std::string &what) {
         ok = false;
@@ -161,7 +203,8 @@ struct Converter {
         else fits = !negative && magnitude <= mask;
         if (!fits) {
             error(v, name, "value " + std::string(negative ? "-" : "") + std::to_string(magnitude) + " does not fit in " +
-                               std::to_string(width) + (is_signed ? " signed" : " unsigned") + " byte(s)");
+                               std::to_string(width) + (is_signed ? " signed" : " unsigned") + " byte(s) (" +
+                               range_text(width, is_signed) + ")");
             return false;
         }
         bits = negative ? uint64_t(0) - magnitude : magnitude;
@@ -290,7 +333,8 @@ struct Converter {
     void ip4(const JSON_Value *v, void *out, const std::string &name) {
         if (const char *s = json_value_get_string(v)) {
             in_addr a{};
-            if (inet_pton(AF_INET, s, &a) != 1) return error(v, name, "expected an IPv4 address like \"10.0.0.1\", got " + describe(v));
+            if (inet_pton(AF_INET, s, &a) != 1)
+                return error(v, name, "expected an IPv4 address like \"10.0.0.1\", got " + describe(v) + address_hint(v, name));
             uint32_t host = ntohl(a.s_addr);
             std::memcpy(out, &host, 4);
             return;
@@ -302,7 +346,7 @@ struct Converter {
     void ip6(const JSON_Value *v, void *out, const std::string &name) {
         const char *s = json_value_get_string(v);
         if (!s || inet_pton(AF_INET6, s, out) != 1)
-            error(v, name, "expected an IPv6 address like \"2001:db8::1\", got " + describe(v));
+            error(v, name, "expected an IPv6 address like \"2001:db8::1\", got " + describe(v) + address_hint(v, name));
     }
 
     void mac(const JSON_Value *v, void *out, const std::string &name) {
@@ -397,7 +441,9 @@ struct Converter {
                 error(mv, name, std::string("unknown field '") + member + "' of " + f.name + " (fields: " + names + ")");
                 continue;
             }
+            const ValueForm *outer = std::exchange(enclosing, &f);
             convert(*field->type, static_cast<uint8_t *>(out) + field->offset, mv, name + "." + member);
+            enclosing = outer;
         }
     }
 
@@ -412,9 +458,11 @@ struct Converter {
         }
         uint32_t count = uint32_t(n);
         std::memcpy(out, &count, 4);
+        const ValueForm *outer = std::exchange(enclosing, nullptr);
         for (size_t i = 0; i < n; ++i)
             convert(*f.element, static_cast<uint8_t *>(out) + 4 + i * f.element->width, json_array_get_value(a, i),
                     name + "[" + std::to_string(i) + "]");
+        enclosing = outer;
     }
 };
 

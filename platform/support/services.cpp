@@ -49,6 +49,14 @@ const char *status_name(int32_t status_class) {
     return nullptr;
 }
 
+// A status as people read it: its class's name with the number beside it, "EEXIST (17)"; the
+// number alone when the class has no name.
+std::string status_for_people(int32_t status) {
+    if (status == 53450) return "DONT_CARE (53450)"; // the don't-care status is compared on all 32 bits
+    const char *name = status_name(status & 0x1ff);
+    return name ? std::string(name) + " (" + std::to_string(status) + ")" : std::to_string(status);
+}
+
 } // namespace pc::support
 
 extern "C" {

@@ -42,6 +42,13 @@ struct ValueForm {
 extern const ValueForm *const kValueForms[];
 extern const unsigned kValueFormCount;
 
+// An address attribute of an object type and the attribute that holds its prefix length
+// ("test_rt", "prefix", "prefix_len"); generated, ended by a row of nulls.
+struct AddressPrefixLength {
+    const char *type, *address, *length;
+};
+extern const AddressPrefixLength kPrefixLengths[];
+
 // The value as JSON text, as the dumps write it and convert() reads it back.
 std::string format_value(const ValueForm &form, const void *value);
 // JSON -> native. Returns 0, or -1 after reporting a problem through the context's log.

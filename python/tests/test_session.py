@@ -54,7 +54,7 @@ def test_a_session_reports_each_file_with_its_own_output_and_outlives_an_ended_o
     assert session.exit_status == 1
     (clean, clean_output), (ended, ended_output), (failed, failed_output) = results
     assert (clean.status, ended.status, failed.status) == ("passed", "ended", "failed")
-    assert ended.ended.how == "exit status 1" and ended.ended.last_error.endswith("unknown table test_iff")
+    assert ended.ended.how == "exit status 1" and ended.ended.last_error.endswith("unknown table test_iff; did you mean test_if?")
     # each file's step and log lines, and only its own
     assert "clean.yaml:" in clean_output and "unknown_table.yaml" not in clean_output
     assert "unknown table test_iff" in ended_output and "mismatch.yaml" not in ended_output

@@ -81,12 +81,23 @@
 
   // ---- header --------------------------------------------------------------------------------
 
+  // The findings that expect: accounted for, beside the verdict: a pass with a mismatch in the
+  // totals reads as the pass it is ("PASSED · 1 expected mismatch").
+  function expectedNote(run) {
+    if (!run.expected) return '';
+    var what = !run.value_errors ? plural(run.expected, 'expected mismatch', 'expected mismatches')
+      : !run.mismatches ? plural(run.expected, 'expected value error') : plural(run.expected, 'expected finding');
+    return ' · ' + what;
+  }
+
   function renderHeader() {
     var run = data.run;
     var verdict = document.getElementById('verdict');
     verdict.textContent = run.verdict.toUpperCase();
     verdict.className = 'verdict status-' + run.verdict;
-    document.title = run.verdict.toUpperCase() + ': planecheck report, ' + plural(run.files, 'file');
+    var note = expectedNote(run);
+    document.getElementById('verdict-note').textContent = note;
+    document.title = run.verdict.toUpperCase() + note + ': planecheck report, ' + plural(run.files, 'file');
     var totals = [
       ['files', run.files + fileParts(run), 'files'],
       ['steps', run.steps, 'steps'], ['not run', run.not_run, 'not_run'], ['mismatches', run.mismatches, 'mismatches'],
@@ -222,12 +233,28 @@
     return parts.join(' · ');
   }
 
+  // The last error names the place the banner gave already ("FILE:4: unknown table ..."): once is enough.
+  function withoutPlace(text, place) {
+    return place && text.indexOf(place + ': ') === 0 ? text.slice(place.length + 2) : text;
+  }
+
+  // An invalid file's error is the finding of the step it stopped at, shown there with its lines.
+  function stepTellsError(f) {
+    if (!f.error) return false;
+    return Object.keys(f.details).some(function (row) {
+      return f.details[row].findings.some(function (x) {
+        return f.path + ':' + x.line + (x.column ? ':' + x.column : '') + ': ' + x.text === f.error;
+      });
+    });
+  }
+
   function fileNotes(f) {
     var notes = [];
-    if (f.error) notes.push(el('p', { className: 'file-note mono status-invalid', text: f.error }));
+    var errorInStep = stepTellsError(f);
+    if (f.error && !errorInStep) notes.push(el('p', { className: 'file-note mono status-invalid', text: f.error }));
     if (f.ended_how) notes.push(el('p', { className: 'file-note status-ended', text:
       (f.status === 'timed_out' ? 'Timed out after ' + duration(f.duration) + ' (' + f.ended_how + ')' : 'The library ended the run with ' + f.ended_how) +
-      (f.ended_at ? ' at ' + f.ended_at : '') + (f.last_error ? ': ' + f.last_error : '') }));
+      (f.ended_at ? ' at ' + f.ended_at : '') + (f.last_error ? ': ' + withoutPlace(f.last_error, f.ended_at) : '') }));
     if (f.attempts > 1) notes.push(el('p', { className: 'file-note status-' + f.status, text: (f.status === 'flaky' ? 'Flaky: passed on attempt ' :
       'Ran ') + f.attempts + (f.status === 'flaky' ? '' : ' times') + '; ' + f.failed_attempts.map(function (m, i) {
         return 'attempt ' + (i + 1) + ' failed: ' + m; }).join('; ') }));
@@ -236,7 +263,7 @@
       (f.status === 'skipped' ? 'Skipped, nothing in it was tested: ' : '') + f.reason }));
     if (!f.finished) notes.push(el('p', { className: 'file-note status-ended', text: 'The event stream stops before this file ended.' }));
     f.findings.forEach(function (x) { notes.push(findingNode(f, x)); });
-    if (f.excerpt[0]) {
+    if (f.excerpt[0] && !errorInStep) {
       var marked = {};
       marked[f.excerpt[0] + Math.min(2, f.excerpt[1].length - 1)] = true;
       notes.push(excerptNode(f.excerpt, marked));

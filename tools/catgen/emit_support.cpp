@@ -1,6 +1,7 @@
 // The JSON support library's part that follows the catalogue: a form description per value
 // type and its converters json_convert_<type>, json_dump_convert_<type>, recorder_dump_convert_<type>.
 #include "emit.hpp"
+#include "prefix_length.hpp"
 
 #include <fmt/format.h>
 
@@ -33,6 +34,26 @@ const char *form_name(Form f) {
 }
 
 std::string var(const ValueType &vt) { return "vt_" + vt.name; }
+
+bool is_address(const Attribute &a) { return a.type && (a.type->form == Form::Ip4 || a.type->form == Form::Ip6); }
+
+// Each address attribute that has a prefix-length partner in its type, for the converters'
+// message about an address written with "/LEN".
+std::string prefix_length_rows(const Catalogue &cat) {
+    std::string rows;
+    for (const auto &t : cat.types) {
+        for (const auto *list : {&t.key, &t.attrs, &t.members}) {
+            std::vector<std::string_view> names;
+            for (const auto &a : *list) names.push_back(a.name);
+            for (const auto &a : *list) {
+                if (!is_address(a)) continue;
+                std::string partner = pc::support::prefix_length_partner(a.name, names);
+                if (!partner.empty()) rows += fmt::format("    {{\"{}\", \"{}\", \"{}\"}},\n", t.name, a.name, partner);
+            }
+        }
+    }
+    return rows;
+}
 
 } // namespace
 
@@ -93,7 +114,9 @@ std::string support_value_forms(const Catalogue &cat) {
     // look-up by name, for scenario steps and tests that name a value type
     out += "\nnamespace pc::support {\nconst ValueForm *const kValueForms[] = {\n";
     for (const auto &vt : cat.value_types) out += fmt::format("    &gen::{},\n", var(vt));
-    out += fmt::format("}};\nconst unsigned kValueFormCount = {};\n}} // namespace pc::support\n", cat.value_types.size());
+    out += fmt::format("}};\nconst unsigned kValueFormCount = {};\n", cat.value_types.size());
+    out += "const AddressPrefixLength kPrefixLengths[] = {\n" + prefix_length_rows(cat) + "    {nullptr, nullptr, nullptr}};\n";
+    out += "} // namespace pc::support\n";
     return out;
 }
 

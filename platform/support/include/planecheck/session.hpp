@@ -98,6 +98,8 @@ std::vector<std::string_view> status_name_list();
 // infinities and numbers beyond 64 bits, whose conversion would be undefined.
 int64_t truncated(double d);
 const char *status_name(int32_t status_class);
+// "EEXIST (17)": how every status shown to a person reads.
+std::string status_for_people(int32_t status);
 
 // Reports a scenario value that cannot be converted: one level-1 line "ATTRIBUTE: DETAIL",
 // located at the value's own line and column, counted as a value error.

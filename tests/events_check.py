@@ -167,6 +167,8 @@ class SerialRun(EventChecks):
         (status,) = [m for m in mismatches if "expected_status" in m]
         self.assertEqual((status["op"], status["attribute"], status["expected_status"], status["received_status"]),
                          ("create", "rc", 0, 17))
+        # what people read names each status beside its number; the don't-care status keeps all its bits
+        self.assertEqual((status["expected_status_text"], status["received_status_text"]), ("EOK (0)", "EEXIST (17)"))
 
     def test_check_writes_events_of_its_findings(self):
         out = run("check", "--events", "-", os.path.join(SCENARIOS, "traps.yaml"), EXAMPLES[0])

@@ -95,7 +95,8 @@ class RunBuilder:
         finding = Finding(file=event["file"], line=event["line"], step=event["step"],
                           level=event["level"], kind=event["kind"], text=event["text"],
                           column=event.get("column"), attribute=event.get("attribute"),
-                          expected=event.get("expected"), received=event.get("received"))
+                          expected=event.get("expected"), received=event.get("received"),
+                          expected_status=event.get("expected_status_text"), received_status=event.get("received_status_text"))
         if finding.step == 0:
             self.file(finding.file).findings.append(finding)
         else:

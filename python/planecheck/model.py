@@ -18,6 +18,9 @@ class Finding:
     attribute: Optional[str] = None
     expected: Optional[str] = None
     received: Optional[str] = None
+    # a status mismatch: each status as people read it, such as "EEXIST (17)"
+    expected_status: Optional[str] = None
+    received_status: Optional[str] = None
 
     @property
     def location(self) -> str:

@@ -249,7 +249,9 @@ def describe_step(step: Step) -> list[str]:
         lines.append(f"    {finding.location}: {finding.text}")
         if finding.expected is not None or finding.received is not None:
             about = f"{finding.attribute}: " if finding.attribute else ""
-            lines.append(f"        {about}expected {finding.expected}  received {finding.received}")
+            expected = finding.expected_status or finding.expected
+            received = finding.received_status or finding.received
+            lines.append(f"        {about}expected {expected}  received {received}")
     return lines
 
 

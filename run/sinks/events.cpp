@@ -2,6 +2,8 @@
 
 #include "wire_text.hpp"
 
+#include "planecheck/session.hpp"
+
 #include <fmt/format.h>
 
 #include <algorithm>
@@ -106,7 +108,10 @@ std::string finding_event(const FileResult &file, const Finding &f, const std::s
     if (!f.type.empty()) out += R"(,"type":)" + json_string(f.type);
     if (!f.op.empty()) out += R"(,"op":)" + json_string(f.op);
     if (f.element >= 0) out += fmt::format(R"(,"element":{})", f.element);
-    if (f.has_status) out += fmt::format(R"(,"expected_status":{},"received_status":{})", f.expected_status, f.received_status);
+    if (f.has_status)
+        out += fmt::format(R"(,"expected_status":{},"received_status":{},"expected_status_text":"{}","received_status_text":"{}")",
+                           f.expected_status, f.received_status, support::status_for_people(f.expected_status),
+                           support::status_for_people(f.received_status));
     return out + "}";
 }
 

@@ -13,6 +13,7 @@
 
 #include <cerrno>
 #include <chrono>
+#include <cstdint>
 #include <cstring>
 #include <ctime>
 #include <algorithm>
@@ -108,14 +109,15 @@ int status_of(const Run &run) {
 // are named by its own plan, so shards run from different folders still line up.
 struct SuiteOrder {
     std::map<std::string, size_t> position; // name -> place in the suite
-    size_t of(const runner::RunStarted &shard, const std::string &path) const {
-        const runner::SuitePlan &plan = shard.suite;
+
+    // The places of one stream's files, by their paths; a file outside the plan comes last.
+    std::map<std::string, size_t> of(const runner::SuitePlan &plan) {
+        if (position.empty())
+            for (size_t k = 0; k < plan.names.size(); ++k) position.emplace(plan.names[k], k);
+        std::map<std::string, size_t> places;
         for (size_t k = 0; k < plan.files.size(); ++k)
-            if (plan.files[k] == path) {
-                auto found = position.find(plan.names[k]);
-                return found == position.end() ? position.size() : found->second;
-            }
-        return position.size();
+            if (auto found = position.find(plan.names[k]); found != position.end()) places[plan.files[k]] = found->second;
+        return places;
     }
 };
 
@@ -131,13 +133,12 @@ std::vector<runner::FileResult> merged_results(const std::vector<std::string> &e
         text << in.rdbuf();
         runner::RunEvents stream;
         runner::read_run_events(text.str(), decoder, stream);
-        const runner::SuitePlan &plan = stream.started.suite;
-        if (order.position.empty())
-            for (size_t k = 0; k < plan.names.size(); ++k) order.position.emplace(plan.names[k], k);
+        std::map<std::string, size_t> places = order.of(stream.started.suite);
         for (runner::FileEvents &f : stream.files) {
             if (!f.complete) f.result.ended = true, f.result.ended_how = "its events stop before its end: " + file + " is cut short";
             else runner::restore_ending_findings(f.result);
-            placed.emplace_back(order.of(stream.started, f.result.path), std::move(f.result));
+            auto place = places.find(f.result.path);
+            placed.emplace_back(place == places.end() ? SIZE_MAX : place->second, std::move(f.result));
         }
     }
     std::stable_sort(placed.begin(), placed.end(), [](const auto &a, const auto &b) { return a.first < b.first; });

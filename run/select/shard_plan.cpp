@@ -34,12 +34,12 @@ std::string Shard::text() const { return fmt::format("{}{}/{}", mode == ShardMod
 bool parse_shard_option(std::string_view text, Shard &shard, std::string &error) {
     std::string_view numbers = text;
     for (ShardMode mode : {ShardMode::hash, ShardMode::position}) {
-        std::string prefix = std::string(mode_name(mode));
-        if (numbers == prefix) {
-            shard.mode = mode;
-            return true;
-        }
-        if (numbers.substr(0, prefix.size() + 1) == prefix + ":") shard.mode = mode, numbers.remove_prefix(prefix.size() + 1);
+        std::string_view name = mode_name(mode);
+        if (numbers.substr(0, name.size()) != name) continue;
+        shard.mode = mode;
+        if (numbers.size() == name.size()) return true; // the executor gives the numbers
+        if (numbers[name.size()] == ':') numbers.remove_prefix(name.size() + 1);
+        break;
     }
     if (read_numbers(numbers, shard)) {
         shard.source = "--shard";

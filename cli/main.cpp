@@ -9,6 +9,8 @@
 #include <CLI/CLI.hpp>
 #include <fmt/format.h>
 
+#include <set>
+
 
 namespace {
 
@@ -40,6 +42,16 @@ std::string usage_error_text(const CLI::ParseError &e) {
     return text;
 }
 
+// The words of the command line that could be subcommands: every argument that is not an option.
+// A subcommand's options are needed when its name is among them; all of them when none is (--help).
+std::set<std::string> named_subcommands(int argc, char **argv) {
+    static const std::set<std::string> subcommands = {"run", "check", "catalogue", "diff", "replay", "coverage", "report"};
+    std::set<std::string> named;
+    for (int i = 1; i < argc; ++i)
+        if (subcommands.count(argv[i])) named.insert(argv[i]);
+    return named;
+}
+
 } // namespace
 
 int main(int argc, char **argv) {
@@ -47,8 +59,18 @@ int main(int argc, char **argv) {
     app.set_version_flag("--version", "planecheck 0.1.0");
     app.require_subcommand(1);
 
+    const auto wanted = named_subcommands(argc, argv);
+    // Only the options of the subcommands the command line names are built: the argument parser's
+    // set-up of all of them would cost a run more than reading a short scenario. (The blocks keep the
+    // indentation of main's body, so that each option stays one line of its own in the history.)
+    auto options_of = [&](CLI::App *subcommand, const auto &add_options) {
+        if (wanted.empty() || wanted.count(subcommand->get_name())) add_options();
+    };
+
     RunOptions run_options;
+    pc::runner::RunLimits &limits = run_options.limits;
     auto *run = app.add_subcommand("run", "run scenario files");
+    options_of(run, [&] {
     // required unless --files-from names them
     run->add_option("files", run_options.files, "scenario files (YAML or JSON), or directories of them")->check(CLI::ExistingPath);
     run->add_option("--files-from", run_options.files_from,
@@ -113,7 +135,6 @@ int main(int argc, char **argv) {
     run->add_flag("--json", run_options.list_json, "with --list: the files, the shard and the suite's plan as one JSON object")
         ->needs(list_plan);
     // limits for a run against a device, where a platform call may hang and a device may flake
-    pc::runner::RunLimits &limits = run_options.limits;
     run->add_option("--timeout", limits.timeout_s,
                     "end a file that runs longer than SECONDS (SIGTERM, then SIGKILL after 2 s) and report it timed_out; a "
                     "scenario's config: timeout wins; the files run in worker processes")->check(CLI::Range(0.001, 1e6));
@@ -126,25 +147,30 @@ int main(int argc, char **argv) {
     auto *max_fail = run->add_option("--max-fail", limits.max_fail, "once N files failed, start no other file: the rest are not run")
                          ->check(CLI::Range(size_t(1), size_t(1) << 40));
     run->add_flag_callback("-x", [&limits] { limits.max_fail = 1; }, "stop at the first failed file (--max-fail 1)")->excludes(max_fail);
+    });
 
     RunOptions check_options;
     check_options.file.check_only = true;
     auto *check = app.add_subcommand("check", "read and validate scenario files without running them");
+    options_of(check, [&] {
     check->add_option("files", check_options.files, "scenario files, or directories of them")->required()->check(CLI::ExistingPath);
     check->add_option("--events", check_options.events, "write the check's events to FILE as JSON Lines (- for standard output)");
+    });
 
     bool list = false, stats = false, schema = false;
     std::string describe;
     auto *catalogue = app.add_subcommand("catalogue", "show the object catalogue");
+    CLI::Option *describe_option = nullptr;
+    std::string described_type;
+    bool describe_json = false;
+    options_of(catalogue, [&] {
     auto *list_flag = catalogue->add_flag("--list", list, "print the object type names in catalogue order");
     auto *stats_flag = catalogue->add_flag("--stats", stats, "print the catalogue's totals")->excludes(list_flag);
-    bool describe_json = false;
     // TYPE may stand apart from --describe, so that --describe --json TYPE reads as --describe TYPE --json
-    auto *describe_option = catalogue->add_option("--describe", describe,
+    describe_option = catalogue->add_option("--describe", describe,
                                                   "print what a record of object type TYPE may carry, or the values or fields of "
                                                   "value type TYPE")
         ->type_name("TYPE")->expected(0, 1)->excludes(list_flag)->excludes(stats_flag);
-    std::string described_type;
     catalogue->add_option("type", described_type, "the TYPE of --describe, given apart from it (--describe --json TYPE)")->type_name("TYPE");
     catalogue->add_flag("--json", describe_json, "with --describe: print it as one JSON document")->needs(describe_option);
     catalogue->callback([&] {
@@ -159,20 +185,24 @@ int main(int argc, char **argv) {
     });
     catalogue->add_flag("--schema", schema, "print the JSON Schema of scenario files, for editors")
         ->excludes(list_flag)->excludes(stats_flag)->excludes(describe_option);
+    });
 
     std::string diff_a, diff_b;
     std::vector<std::string> ignore;
     bool diff_json = false;
     auto *diff = app.add_subcommand("diff", "compare two recorder files record by record (exit 0 equal, 1 different, 2 unreadable)");
+    options_of(diff, [&] {
     diff->add_option("a", diff_a, "the first recording")->required();
     diff->add_option("b", diff_b, "the second recording")->required();
     diff->add_option("--ignore", ignore, "leave the field FIELD out of the comparison (repeatable)")->allow_extra_args(false);
     diff->add_flag("--json", diff_json, "print the differences as one JSON document");
+    });
 
     RunOptions replay_options;
     std::string recording, write_scenario, replay_mode;
     int replay_object_set = -1;
     auto *replay = app.add_subcommand("replay", "run the operations of a recording again, or write them as a scenario");
+    options_of(replay, [&] {
     replay->add_option("recording", recording, "the recorder file")->required()->check(CLI::ExistingFile);
     replay->add_option("--write-scenario", write_scenario, "write the equivalent scenario to FILE instead of running it");
     replay->add_option("--mode", replay_mode, "client or server (default client)")->check(CLI::IsMember({"client", "server"}));
@@ -183,18 +213,22 @@ int main(int argc, char **argv) {
     replay->add_option("--recorder", replay_options.recorder, "write the operation recorder of the replay to FILE");
     replay->add_option("--junit", replay_options.junit, "write a JUnit XML report to FILE");
     replay->add_flag("--tap", replay_options.tap, "print a TAP stream on standard output");
+    });
 
     std::vector<std::string> reports;
     std::string uncovered;
     bool coverage_json = false;
     auto *coverage = app.add_subcommand("coverage", "merge coverage reports (run --coverage) and print what they cover");
+    options_of(coverage, [&] {
     // no existence check: the reports that can be read are merged, the others are named
     coverage->add_option("reports", reports, "coverage reports written by run --coverage")->required();
     coverage->add_option("--uncovered", uncovered, "list what the records of object type TYPE never set or compared");
     coverage->add_flag("--json", coverage_json, "print JSON for machines instead of the table");
+    });
 
     pc::report::ReportRequest report_request;
     auto *report = app.add_subcommand("report", "write the HTML report of event streams (run --events), shards merged");
+    options_of(report, [&] {
     report->add_option("events", report_request.events, "event files written by run --events (- reads standard input)")->required();
     report->add_option("--html", report_request.html, "write the report to FILE: one self-contained page");
     report->add_option("--junit", report_request.junit,
@@ -202,6 +236,7 @@ int main(int argc, char **argv) {
     report->add_option("--coverage", report_request.coverage,
                        "coverage reports (run --coverage) for the heat map; without it, those the runs wrote when they are still there")
         ->allow_extra_args(false);
+    });
 
     try {
         app.parse(argc, argv);

@@ -180,12 +180,13 @@ struct Sample {
     bool ok = false;
 };
 
-Sample run(const std::vector<std::string> &argv) {
+Sample run(const std::vector<std::string> &argv, bool quiet = false) {
     auto start = std::chrono::steady_clock::now();
     pid_t pid = fork();
     if (pid == 0) {
         int null = open("/dev/null", O_WRONLY);
         dup2(null, 1);
+        if (quiet) dup2(null, 2);
         std::vector<char *> args;
         for (const std::string &a : argv) args.push_back(const_cast<char *>(a.c_str()));
         args.push_back(nullptr);
@@ -236,13 +237,90 @@ struct WallRow {
     double target;
 };
 
+// Instructions retired by a command and its children: unlike CPU time, a count that a busy machine
+// does not move. perf's hardware counter where the kernel offers one (user space only), else
+// valgrind's callgrind, whose total of instructions executed is the same measure, slower to take.
+class InstructionCounter {
+public:
+    enum Kind { None, Perf, Callgrind };
+
+    InstructionCounter(std::string dir, Kind wanted) : dir_(std::move(dir)) {
+        if (wanted != None && count_with(wanted, {"/bin/true"}).second) kind_ = wanted;
+    }
+
+    Kind kind() const { return kind_; }
+    const char *name() const {
+        return kind_ == Perf ? "perf stat -e instructions:u" : kind_ == Callgrind ? "valgrind --tool=callgrind (Ir)" : "none";
+    }
+
+    // The count, and whether the command passed and was counted.
+    std::pair<uint64_t, bool> count(const std::vector<std::string> &argv) const { return count_with(kind_, argv); }
+
+private:
+    std::pair<uint64_t, bool> count_with(Kind kind, const std::vector<std::string> &argv) const {
+        if (kind == None) return {0, false};
+        const std::string out = dir_ + "/counts";
+        std::system(("rm -rf '" + out + "' && mkdir -p '" + out + "'").c_str());
+        std::vector<std::string> a = kind == Perf
+            ? std::vector<std::string>{"/usr/bin/perf", "stat", "-e", "instructions:u", "-x,", "-o", out + "/perf.csv", "--"}
+            : std::vector<std::string>{"/usr/bin/valgrind", "--tool=callgrind", "--trace-children=yes",
+                                       "--callgrind-out-file=" + out + "/callgrind.%p", "--"};
+        a.insert(a.end(), argv.begin(), argv.end());
+        bool passed = run(a, true).ok;
+        uint64_t total = 0;
+        bool counted = kind == Perf ? read_perf(out + "/perf.csv", total) : read_callgrind(out, total);
+        return {total, passed && counted};
+    }
+
+    // perf -x, writes `COUNT,UNIT,EVENT,...`; an unsupported event has `<not supported>` for COUNT.
+    static bool read_perf(const std::string &path, uint64_t &total) {
+        FILE *f = std::fopen(path.c_str(), "r");
+        if (!f) return false;
+        char line[512];
+        bool found = false;
+        while (std::fgets(line, sizeof line, f))
+            if (std::strstr(line, ",instructions") && line[0] >= '0' && line[0] <= '9') {
+                total += std::strtoull(line, nullptr, 10);
+                found = true;
+            }
+        std::fclose(f);
+        return found;
+    }
+
+    // One file per process (workers are forked); each has a `totals: N` line.
+    static bool read_callgrind(const std::string &dir, uint64_t &total) {
+        FILE *list = popen(("cat '" + dir + "'/callgrind.* 2>/dev/null | grep '^totals:'").c_str(), "r");
+        if (!list) return false;
+        char line[256];
+        bool found = false;
+        while (std::fgets(line, sizeof line, list)) {
+            total += std::strtoull(line + 7, nullptr, 10);
+            found = true;
+        }
+        return pclose(list) == 0 && found;
+    }
+
+    std::string dir_;
+    Kind kind_ = None;
+};
+
+// A row of the instruction table: `command` beside `limit`, both counted once.
+struct CountRow {
+    std::string what;
+    size_t limit, command;
+};
+
 constexpr double kEmptyTargetMs = 4;
+constexpr double kEmptyTargetInstructions = 2;
 
 struct Settings {
     size_t scale_records = 300000, realistic_records = 60000, dispatch_records = 100000;
     size_t small_files = 2000, big_files = 8, big_records = 30000;
-    int runs = 5;
+    int runs = 3;
     bool write_only = false; // --write-only 1: write the scenarios, run nothing
+    // --counter perf|callgrind|none: how instructions are counted (auto: perf where the kernel lets it)
+    InstructionCounter::Kind counter = InstructionCounter::Perf;
+    bool counter_auto = true;
     std::string dir = "build/bench-limit", planecheck = "build/planecheck", parser = "build/bench/pc_libyaml_parse";
 };
 
@@ -261,8 +339,11 @@ bool parse(int argc, char **argv, Settings &s) {
         else if (k == "--dir") s.dir = v;
         else if (k == "--planecheck") s.planecheck = v;
         else if (k == "--parser") s.parser = v;
-        else return false;
-        if (k != "--dir" && k != "--planecheck" && k != "--parser" && n == 0) return false;
+        else if (k == "--counter" && (v == "perf" || v == "callgrind" || v == "none")) {
+            s.counter = v == "perf" ? InstructionCounter::Perf : v == "callgrind" ? InstructionCounter::Callgrind : InstructionCounter::None;
+            s.counter_auto = false;
+        } else return false;
+        if (k != "--dir" && k != "--planecheck" && k != "--parser" && k != "--counter" && n == 0) return false;
     }
     return argc % 2 == 1;
 }
@@ -291,7 +372,7 @@ int main(int argc, char **argv) {
     if (!parse(argc, argv, s)) {
         std::fprintf(stderr, "usage: pc_bench_limit [--scale RECORDS] [--realistic RECORDS] [--dispatch RECORDS] [--runs N] [--write-only 1]\n"
                              "                      [--small-files N] [--big-files N] [--big-records RECORDS]\n"
-                             "                      [--dir DIR] [--planecheck PATH] [--parser PATH]\n");
+                             "                      [--dir DIR] [--planecheck PATH] [--parser PATH] [--counter perf|callgrind|none]\n");
         return 2;
     }
     std::system(("mkdir -p '" + s.dir + "'").c_str());
@@ -344,11 +425,50 @@ int main(int argc, char **argv) {
     size_t small_j2 = add("small files -j 2", many(small, {"-j", "2"}));
     size_t big_serial = add("big files", many(big, {}));
     size_t big_j2 = add("big files -j 2", many(big, {"-j", "2"}));
-    size_t empty_run = add("empty scenario", pc(empty, false));
+    // A file whose only step runs nothing is skipped, and a run of skipped files exits 1 without this.
+    std::vector<std::string> empty_argv = pc(empty, false);
+    empty_argv.insert(empty_argv.begin() + 3, "--allow-skipped");
+    size_t empty_run = add("empty scenario", empty_argv);
+    // The instruction counts' own limits: libyaml's bare parse of exactly the files each run reads.
+    const std::string big_base = s.dir + "/big";
+    size_t empty_limit = add("libyaml empty", {s.parser, empty});
+    std::vector<std::string> parse_small = {s.parser};
+    parse_small.insert(parse_small.end(), small.begin(), small.end());
+    size_t small_limit = add("libyaml small files", parse_small);
+    size_t big_limit = add("libyaml big", {s.parser, big_base + ".yaml"});
+    size_t big_off = add("big yaml", pc(big_base + ".yaml", false));
+    size_t big_rec = add("big yaml rec", pc(big_base + ".yaml", true));
+    size_t big_jsonl = add("big jsonl", pc(big_base + ".jsonl", false));
+    size_t big_jsonl_rec = add("big jsonl rec", pc(big_base + ".jsonl", true));
 
     for (int r = 0; r < s.runs; ++r) {
         std::fprintf(stderr, "bench-limit: round %d of %d\n", r + 1, s.runs);
         for (Command &c : commands) c.samples.push_back(run(c.argv));
+    }
+
+    const std::string big_one = "1 file of " + std::to_string(s.big_records) + " records";
+    const std::vector<CountRow> count_rows = {
+        {"empty scenario (start-up)", empty_limit, empty_run},
+        {std::to_string(small.size()) + " small files, one process", small_limit, small_serial},
+        {std::to_string(small.size()) + " small files, --junit", small_limit, small_junit},
+        {std::to_string(small.size()) + " small files, -j 2", small_limit, small_j2},
+        {big_one + ", YAML, recorder off", big_limit, big_off},
+        {big_one + ", YAML, recorder on", big_limit, big_rec},
+        {big_one + ", JSON Lines, recorder off", big_limit, big_jsonl},
+        {big_one + ", JSON Lines, recorder on", big_limit, big_jsonl_rec},
+    };
+    InstructionCounter counter(s.dir, s.counter_auto ? InstructionCounter::Perf : s.counter);
+    if (s.counter_auto && counter.kind() == InstructionCounter::None) counter = InstructionCounter(s.dir, InstructionCounter::Callgrind);
+    std::vector<std::pair<uint64_t, bool>> counts(commands.size());
+    if (counter.kind() != InstructionCounter::None) {
+        std::fprintf(stderr, "bench-limit: counting instructions with %s\n", counter.name());
+        std::vector<bool> counted(commands.size());
+        for (const CountRow &row : count_rows)
+            for (size_t i : {row.limit, row.command})
+                if (!counted[i]) {
+                    counts[i] = counter.count(commands[i].argv);
+                    counted[i] = true;
+                }
     }
     std::remove(recording.c_str());
 
@@ -402,6 +522,29 @@ int main(int argc, char **argv) {
         missed |= !holds;
         std::printf("| %s | %s | %s | %.3f | %.3f | %.2f | <= %.2f %s |\n", row.files.c_str(), row.run.c_str(), row.beside.c_str(), beside,
                     wall, wall / beside, row.target, holds ? "holds" : "MISSED");
+    }
+    if (counter.kind() == InstructionCounter::None) {
+        std::printf("\nno instruction counts: neither perf's hardware counter nor valgrind is available\n");
+    } else {
+        std::printf("\ninstructions of one run each, counted by %s over the process and its workers; limit = libyaml's "
+                    "bare parse of the same YAML files; CPU ms and wall are the medians of the rounds\n\n", counter.name());
+        std::printf("| run | limit instructions | planecheck instructions | ratio | limit CPU ms | planecheck CPU ms | CPU ratio | wall ratio |\n");
+        std::printf("|---|---:|---:|---:|---:|---:|---:|---:|\n");
+        for (const CountRow &row : count_rows) {
+            const Command &limit = commands[row.limit], &c = commands[row.command];
+            bool both = counts[row.limit].second && counts[row.command].second;
+            if (!both) std::fprintf(stderr, "bench-limit: '%s' was not counted (run it by hand to see why)\n", row.what.c_str());
+            failed_run |= !both;
+            double ratio = both ? double(counts[row.command].first) / double(counts[row.limit].first) : 0;
+            std::printf("| %s | %llu | %llu | %.2f | %.1f | %.1f | %.2f | %.2f |\n", row.what.c_str(),
+                        static_cast<unsigned long long>(counts[row.limit].first), static_cast<unsigned long long>(counts[row.command].first),
+                        ratio, limit.median_seconds() * 1000, c.median_seconds() * 1000, c.median_seconds() / limit.median_seconds(),
+                        c.median_seconds(&Sample::wall) / limit.median_seconds(&Sample::wall));
+        }
+        double empty_ratio = double(counts[empty_run].first) / double(std::max<uint64_t>(1, counts[empty_limit].first));
+        missed |= empty_ratio > kEmptyTargetInstructions;
+        std::printf("\nthe empty scenario's instructions: %.1fx libyaml's bare parse, target <= %.0fx %s\n", empty_ratio,
+                    kEmptyTargetInstructions, empty_ratio <= kEmptyTargetInstructions ? "holds" : "MISSED");
     }
     double empty_ms = commands[empty_run].median_seconds() * 1000;
     missed |= empty_ms > kEmptyTargetMs;

@@ -163,9 +163,8 @@ bool write_text(const std::string &path, const char *text) {
 bool write_small_files(const std::string &dir, size_t count, std::vector<std::string> &paths) {
     std::system(("mkdir -p '" + dir + "/small'").c_str());
     for (size_t i = 0; i < count; ++i) {
-        char name[32];
-        std::snprintf(name, sizeof name, "/small/%04zu.yaml", i);
-        paths.push_back(dir + name);
+        std::string number = std::to_string(i);
+        paths.push_back(dir + "/small/" + std::string(number.size() < 4 ? 4 - number.size() : 0, '0') + number + ".yaml");
         if (!write_text(paths.back(), kSmallScenario)) return false;
     }
     return true;
